@@ -1,0 +1,296 @@
+/** @file
+ * libquorvio: one uniform way to exchange bytes with motion controllers and sensors over USB (FTDI
+ * chip), a serial port or TCP.
+ *
+ * A device is named by a locator text:
+ *
+ *     usb:sn:SERIAL        usb:id:NUMBER        usb:ix:INDEX
+ *     serial:PATH
+ *     network:HOST         network:HOST:PORT    network:sn:SERIAL    network:sn:SERIAL:PORT
+ *
+ * Option texts hold one option a line, "KEY VALUE"; a key alone sets a boolean option. Unknown keys are
+ * ignored unless the line "strict" is there. All texts are zero-terminated byte strings, compared exactly.
+ *
+ * Threads. Every function may be called from any thread at any time. Each open handle has one receive
+ * thread of its own, which calls the two callbacks given to QV_IO_Open, one call at a time; callbacks of
+ * different handles may run at the same moment. Threads of the library block all signals. Callbacks must
+ * not throw.
+ *
+ * What may be called from inside a callback ("own" is the handle that the callback belongs to):
+ *
+ *     function                          receive, error callback       event callback
+ *     QV_IO_GetVersion                  yes                           yes
+ *     QV_IO_GetLocatorInterfaceType     yes                           yes
+ *     QV_IO_CanEnumerateDevices         yes                           yes
+ *     QV_IO_EnumerateDevices            yes                           USB only; not network
+ *     QV_IO_EnumerateInterfaces         yes                           yes
+ *     QV_IO_SetGlobalOptions            yes                           no: deadlock
+ *     QV_IO_SetEventCallback            yes                           no: deadlock
+ *     QV_IO_GetErrorEventData           no event to read there        yes
+ *     QV_IO_GetDiscoveryEventData       no event to read there        yes
+ *     QV_IO_Open                        yes                           no: deadlock
+ *     QV_IO_Close, another handle       yes; with wait, two callbacks no: deadlock
+ *                                       must not close each other
+ *     QV_IO_Close, own handle           yes; never waits              -
+ *     QV_IO_Send                        yes; receiving on the own     no: deadlock
+ *                                       handle rests meanwhile
+ *     QV_IO_GetProperty                 yes                           no: deadlock
+ *
+ * The event callback runs with the lock held that the functions marked "deadlock" need; that makes
+ * QV_IO_SetEventCallback a barrier. For the same reason it should return soon, and an enumeration of
+ * network devices inside it would wait for itself.
+ *
+ * Signals and fork. Signal handlers of the application run on its own threads; interrupted system calls
+ * are repeated. No function raises a signal. Every descriptor is close-on-exec. */
+#ifndef QUORVIO_QUORVIO_H
+#define QUORVIO_QUORVIO_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(__GNUC__)
+#pragma GCC visibility push(default)
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** Result codes. Every function returns one; the numbers never change. */
+enum {
+  QV_IO_OK = 0,
+  /** QV_IO_Open: all 64 handles are in use; the device was opened and released again. */
+  QV_IO_ERROR_NO_FREE_HANDLE = 1,
+  /** The locator has no known interface word before its first ":", or fields that do not fit its kind. */
+  QV_IO_ERROR_INVALID_LOCATOR = 2,
+  /** No such device: not attached, not discovered, host unknown or unreachable. */
+  QV_IO_ERROR_DEVICE_NOT_FOUND = 3,
+  /** An option text was rejected, a number is out of its range, or a pointer is null. */
+  QV_IO_ERROR_INVALID_ARGUMENT = 4,
+  /** A driver or system call failed; errno is not preserved. */
+  QV_IO_ERROR_DRIVER_FAILURE = 5,
+  /** The handle is above 63 or not open. */
+  QV_IO_ERROR_INVALID_HANDLE = 6,
+  /** The peer closed or reset the link, or the USB chip is gone. */
+  QV_IO_ERROR_CONNECTION_LOST = 7,
+  /** Reading from the device failed. */
+  QV_IO_ERROR_RECEIVE_FAILED = 8,
+  /** Not all bytes could be written. */
+  QV_IO_ERROR_TRANSMIT_FAILED = 9,
+  /** The operation does not exist for this kind of interface. */
+  QV_IO_ERROR_NOT_SUPPORTED = 10,
+  /** The channel has no such property. */
+  QV_IO_ERROR_PROPERTY_UNAVAILABLE = 11,
+  /** The caller's text buffer is too small; the size was updated. */
+  QV_IO_ERROR_BUFFER_TOO_SMALL = 12,
+  /** The driver could not list the devices, or a search failed. */
+  QV_IO_ERROR_QUERY_FAILED = 13,
+  /** FTDI's driver libraries (libftd2xx.so, libftchipid.so) could not be loaded. */
+  QV_IO_ERROR_DRIVER_UNAVAILABLE = 14,
+  /** The event is of another type than the function reads. */
+  QV_IO_ERROR_WRONG_EVENT_TYPE = 15
+};
+
+/** Kinds of interface. */
+enum {
+  QV_IO_INTERFACE_USB = 1,     /**< locator word "usb" */
+  QV_IO_INTERFACE_NETWORK = 2, /**< locator word "network" */
+  QV_IO_INTERFACE_SERIAL = 3,  /**< locator word "serial" */
+  QV_IO_INTERFACE_ALL = 9999   /**< all kinds; only QV_IO_EnumerateDevices takes it */
+};
+
+/** Types of global events. */
+enum {
+  QV_IO_EVENT_ERROR = 0,        /**< read with QV_IO_GetErrorEventData; this version raises none */
+  QV_IO_EVENT_DEVICE_FOUND = 1, /**< a network device appeared; read with QV_IO_GetDiscoveryEventData */
+  QV_IO_EVENT_DEVICE_LOST = 2   /**< a network device is gone or busy; as above */
+};
+
+/** Handles are 0 to QV_IO_HANDLE_COUNT - 1. Handle 0 is an ordinary handle. */
+enum { QV_IO_HANDLE_COUNT = 64 };
+
+/** The most bytes that one call of a receive callback brings. */
+enum { QV_IO_RECEIVE_CHUNK = 1024 };
+
+/** A global event. Its first member is the uint32_t event type; the rest is read through
+ * QV_IO_GetErrorEventData and QV_IO_GetDiscoveryEventData, during the callback only. */
+typedef struct QV_IO_Event QV_IO_Event;
+
+/** Received bytes, in the order of arrival. Called on the handle's receive thread.
+ * @param userData  as given to QV_IO_Open
+ * @param data      the bytes, valid during the call only
+ * @param length    bytes, at most QV_IO_RECEIVE_CHUNK. A serial port may bring 0 (a read that gave nothing).
+ *                  When a read of a serial port fails and the handle has no error callback, the length is
+ *                  (size_t)-1: nothing was read and data must not be used. */
+typedef void (*QV_IO_ReceiveCallback)(void* userData, const uint8_t* data, size_t length);
+
+/** A failure on the receiving side. Called on the handle's receive thread.
+ * The channel stays open and goes on: a peer that is gone is reported about a hundred times a second
+ * until the handle is closed.
+ * @param userData    as given to QV_IO_Open
+ * @param resultCode  QV_IO_ERROR_CONNECTION_LOST or QV_IO_ERROR_RECEIVE_FAILED */
+typedef void (*QV_IO_ErrorCallback)(void* userData, uint32_t resultCode);
+
+/** A network device was found or lost. Called on a discovery thread, or on a thread that enumerates, with
+ * the library's global lock held: see the table at the top for what must not be called from here.
+ * @param userData   as given to QV_IO_SetEventCallback
+ * @param eventType  QV_IO_EVENT_DEVICE_FOUND or QV_IO_EVENT_DEVICE_LOST
+ * @param event      the record, valid during the call only */
+typedef void (*QV_IO_EventCallback)(void* userData, uint32_t eventType, const QV_IO_Event* event);
+
+/* Texts handed out. A function that gives a text takes a buffer and a pointer to its size in bytes. Nothing
+ * is ever written past that size; with a size of 0 the buffer may be null. There are two rules for the size:
+ *
+ *     rule           used by                          fits: size becomes   too small (result 12):
+ *     listing rule   QV_IO_EnumerateDevices,          length of the text   size becomes length + 1,
+ *                    QV_IO_EnumerateInterfaces,                            buffer untouched
+ *                    QV_IO_GetErrorEventData,
+ *                    QV_IO_GetDiscoveryEventData
+ *     property rule  QV_IO_GetProperty                length of the text   size becomes length,
+ *                                                                          buffer holds the empty text
+ *
+ * The length never counts the terminating zero byte; the text fits when the size is at least length + 1. */
+
+/** The library's version, 2.1.2.
+ * @return QV_IO_OK; QV_IO_ERROR_INVALID_ARGUMENT: a pointer is null, nothing is written. */
+uint32_t QV_IO_GetVersion(uint32_t* major, uint32_t* minor, uint32_t* update);
+
+/** The kind of interface that a locator names, by the word before its first ":". What follows is not looked
+ * at.
+ * @param interfaceType  receives QV_IO_INTERFACE_USB, _NETWORK or _SERIAL; 0 on failure
+ * @return QV_IO_OK; QV_IO_ERROR_INVALID_LOCATOR: no ":", an unknown word, or null;
+ *         QV_IO_ERROR_INVALID_ARGUMENT: interfaceType is null. */
+uint32_t QV_IO_GetLocatorInterfaceType(uint32_t* interfaceType, const char* locator);
+
+/** Whether QV_IO_EnumerateDevices lists the devices of one kind of interface alone.
+ * @param canEnumerate  receives 1 for QV_IO_INTERFACE_USB (driver present or not) and 0 for all others;
+ *                      QV_IO_INTERFACE_ALL is no single kind
+ * @return QV_IO_OK; QV_IO_ERROR_INVALID_ARGUMENT: canEnumerate is null. */
+uint32_t QV_IO_CanEnumerateDevices(uint32_t interfaceType, uint32_t* canEnumerate);
+
+/** Lists devices as text (listing rule).
+ *
+ * QV_IO_INTERFACE_ALL: options `iface-type` "usb", "network", "serial" or "all" (at least one line) and what
+ * to write: `only-locator` for one locator a line, or `include-KEY` (`include-all`) for one record a line
+ * with items KEY=VALUE joined by "|" and sorted by key; in values "%", line feed, "|" and "=" are written
+ * %25, %0A, %7C, %3D. Keys: iface-type, locator, device-sn, available, protocol-id (USB and network); usb-id,
+ * usb-pid, usb-vid, usb-desc (USB); device-type, device-info, iface, network-host, network-port (network).
+ * Filters: `find-only-available` (default true), `find-protocol-id`, `find-usb-pid`, `find-usb-vid`,
+ * `find-usb-product-name`, `find-device-sn`, `find-device-type`. Network search: `iface` "network:ADDRESS"
+ * or "network:all", `discovery-timeout` ms (default 100). `force-rescan`: ask the devices afresh.
+ * `locator-format-usb` "sn" or "id", `locator-format-network` "sn" or "host".
+ * Serial ports cannot be listed: a list that includes them answers QV_IO_ERROR_NOT_SUPPORTED as a whole.
+ *
+ * QV_IO_INTERFACE_USB: one locator a line; options `canonical-locator`, or `include-sn`, `include-id`,
+ * `include-ds`, `include-usb-vid`, `include-usb-pid`; `product-name`, `usb-vid`, `usb-pid`, `force-rescan`.
+ *
+ * @param options  may be null (the empty text)
+ * @param size     bytes of the buffer on entry; on return as the listing rule says
+ * @return QV_IO_OK, no devices included; QV_IO_ERROR_INVALID_ARGUMENT: options rejected, nothing selected,
+ *         no `iface-type`, or a null pointer; QV_IO_ERROR_NOT_SUPPORTED: a kind that cannot be listed;
+ *         QV_IO_ERROR_BUFFER_TOO_SMALL; QV_IO_ERROR_QUERY_FAILED; QV_IO_ERROR_DRIVER_UNAVAILABLE. */
+uint32_t QV_IO_EnumerateDevices(uint32_t interfaceType, const char* options, char* buffer, size_t* size);
+
+/** Lists the local interfaces as text (listing rule): `iface-type` "network" and `only-KEY` for one value a
+ * line or `include-KEY` for records; keys iface-type, name, network-host, network-subnet-mask.
+ * "usb", "serial" and "all" answer QV_IO_ERROR_NOT_SUPPORTED.
+ * @return as QV_IO_EnumerateDevices. */
+uint32_t QV_IO_EnumerateInterfaces(const char* options, char* buffer, size_t* size);
+
+/** Sets the options that hold for the whole process: `discovery-iface` "network:ADDRESS", "network:all" or
+ * "network:none": where network devices are watched, each coming and going raising a global event;
+ * `locator-format-network` "sn" or "host": the locators in those events. Rejected options change nothing.
+ * @param options  may be null (the empty text: no interface is watched)
+ * @return QV_IO_OK; QV_IO_ERROR_INVALID_ARGUMENT: options rejected, or an interface cannot be watched. */
+uint32_t QV_IO_SetGlobalOptions(const char* options);
+
+/** Sets the one callback for global events; null switches events off. When the call returns, the callback
+ * set before is not running and is never entered again.
+ * @param userData  given back as the callback's first argument
+ * @return QV_IO_OK. */
+uint32_t QV_IO_SetEventCallback(QV_IO_EventCallback callback, void* userData);
+
+/** Reads an event of type QV_IO_EVENT_ERROR: its message (listing rule) and its code.
+ * @param errorCode  written on success only
+ * @return QV_IO_OK; QV_IO_ERROR_WRONG_EVENT_TYPE: another type or null, nothing is written;
+ *         QV_IO_ERROR_BUFFER_TOO_SMALL; QV_IO_ERROR_INVALID_ARGUMENT: a pointer is null. */
+uint32_t QV_IO_GetErrorEventData(const QV_IO_Event* event, uint32_t* errorCode, char* buffer, size_t* size);
+
+/** Reads the device of an event of type QV_IO_EVENT_DEVICE_FOUND or QV_IO_EVENT_DEVICE_LOST (listing rule).
+ * @param options  `only-locator`, or `include-KEY` with the network keys of QV_IO_EnumerateDevices; may be
+ *                 null (the empty text: no key, an empty text)
+ * @return QV_IO_OK; QV_IO_ERROR_WRONG_EVENT_TYPE: another type or null; QV_IO_ERROR_BUFFER_TOO_SMALL;
+ *         QV_IO_ERROR_INVALID_ARGUMENT: options rejected or a pointer is null. */
+uint32_t QV_IO_GetDiscoveryEventData(const QV_IO_Event* event, const char* options, char* buffer,
+                                     size_t* size);
+
+/** Opens a device and starts its receive thread.
+ *
+ * Options of a serial port:
+ *   `baudrate N`   needed. The speeds are 50, 75, 110, 134, 150, 200, 300, 600, 1200, 1800, 2400, 4800, 9600,
+ *                  19200, 38400, 57600, 115200 and 230400; any other is rounded down without notice, so
+ *                  500000 runs at 230400 and 100000 at 57600 (below 75: 50).
+ *   `xonxoff`      kept for compatibility. It switches no flow control on: it sets the control bits 0x1400
+ *                  (hang up on close, and the bit that selects the upper speeds), which changes the line
+ *                  speed for every speed below 57600. Leave it out.
+ *   The line has 8 data bits, no parity, 1 stop bit, no flow control; modem lines are ignored.
+ * Options of a TCP link:
+ *   `port N`             port when the locator gives none or 0
+ *   `connect-timeout N`  ms for each address of the host, default 5000
+ *   `iface TEXT`         "network:ADDRESS" or "network:all": where a serial number is searched that is not
+ *                        known yet; may be repeated
+ *   `discovery-timeout N` ms for that search, default 100
+ *   A refused connection may pass here; then the error callback reports QV_IO_ERROR_CONNECTION_LOST. No
+ *   socket option is set.
+ * Options of a USB link: `baudrate`, `ftdi-flow-control` "none", "rtscts" or "dtrdsr", `rx-timeout` and
+ *   `tx-timeout` ms (default 1000), `ftdi-latency` ms (1 to 255, default 2), `health-check` ms (0 or 50 and
+ *   above, default 250), `product-name` (may be repeated).
+ *
+ * @param handle     receives the lowest free handle; 0 on failure, which is also a valid handle: test the
+ *                   result, not the handle. Callbacks may run before the call returns.
+ * @param options    may be null (the empty text)
+ * @param userData   given back as the first argument of both callbacks
+ * @param onReceive  when null, received bytes are discarded
+ * @param onError    may be null
+ * @return QV_IO_OK; QV_IO_ERROR_NO_FREE_HANDLE; QV_IO_ERROR_INVALID_LOCATOR; QV_IO_ERROR_DEVICE_NOT_FOUND;
+ *         QV_IO_ERROR_INVALID_ARGUMENT: options, a port number, no `baudrate`, handle is null;
+ *         QV_IO_ERROR_DRIVER_FAILURE: the port or link could not be opened or set up;
+ *         QV_IO_ERROR_QUERY_FAILED, QV_IO_ERROR_DRIVER_UNAVAILABLE: USB. A failed open leaves no trace. */
+uint32_t QV_IO_Open(uint32_t* handle, const char* locator, const char* options, void* userData,
+                    QV_IO_ReceiveCallback onReceive, QV_IO_ErrorCallback onError);
+
+/** Closes a handle. Bytes that were received but not handed out yet are discarded.
+ * A send in progress on another thread goes on while bytes move; after 1 s without progress it ends with
+ * QV_IO_ERROR_TRANSMIT_FAILED.
+ * @param wait  not 0: returns when the device is released and no callback of the handle runs or will run.
+ *              0: returns at once; callbacks may still run until the receive thread has noticed.
+ *              Inside a callback of the same handle the call never waits.
+ * @return QV_IO_OK; QV_IO_ERROR_INVALID_HANDLE. */
+uint32_t QV_IO_Close(uint32_t handle, uint32_t wait);
+
+/** Sends bytes in order and returns when the system has taken all of them.
+ * @param data    `length` bytes, read only during the call; may be null when length is 0
+ * @param length  bytes; 0 returns QV_IO_OK without touching the device
+ * Blocks while the device takes no more. Threads: any; sends on one serial or TCP handle do not interleave.
+ * @return QV_IO_OK; QV_IO_ERROR_INVALID_HANDLE; QV_IO_ERROR_CONNECTION_LOST: the peer reset the link;
+ *         QV_IO_ERROR_TRANSMIT_FAILED: anything else, a close meanwhile included;
+ *         QV_IO_ERROR_INVALID_ARGUMENT: data is null. After a failure some bytes may have arrived. */
+uint32_t QV_IO_Send(uint32_t handle, const void* data, size_t length);
+
+/** Reads a property of an open channel as text (property rule: not the size of the listing rule).
+ * USB: `ftdi-id`, the chip's id in decimal; other keys QV_IO_ERROR_PROPERTY_UNAVAILABLE. TCP: none, every
+ * key gives QV_IO_ERROR_PROPERTY_UNAVAILABLE and the empty text. Serial: every key gives the empty text.
+ * @return QV_IO_OK; QV_IO_ERROR_INVALID_HANDLE; QV_IO_ERROR_PROPERTY_UNAVAILABLE;
+ *         QV_IO_ERROR_BUFFER_TOO_SMALL; QV_IO_ERROR_NOT_SUPPORTED: the chip's id cannot be read;
+ *         QV_IO_ERROR_INVALID_ARGUMENT: a pointer is null. */
+uint32_t QV_IO_GetProperty(uint32_t handle, const char* key, char* buffer, size_t* size);
+
+#ifdef __cplusplus
+}
+#endif
+
+#if defined(__GNUC__)
+#pragma GCC visibility pop
+#endif
+
+#endif
