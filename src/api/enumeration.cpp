@@ -1,0 +1,70 @@
+#include "api/enumeration.h"
+
+#include <algorithm>
+
+#include "api/event_record.h"
+#include "api/library.h"
+#include "io/ftdi/listing.h"
+#include "nd/discovery.h"
+#include "options/option_sets.h"
+#include "options/record_list.h"
+#include "options/result.h"
+
+namespace qvio {
+namespace {
+
+struct Kinds {
+  bool usb;
+  bool network;
+  bool serial;
+};
+
+Kinds ReadKinds(const std::vector<std::string>& words) {
+  Require(!words.empty(), QV_IO_ERROR_INVALID_ARGUMENT);
+  const auto named = [&](std::string_view word) { return std::ranges::find(words, word) != words.end(); };
+  const bool all = named("all");
+  return {all || named("usb"), all || named("network"), all || named("serial")};
+}
+
+std::string Write(const RecordList& records, bool onlyLocator, const Selection& include) {
+  return onlyLocator ? WriteValues(records, "locator") : WriteRecordList(records, include);
+}
+
+std::string ListAllDevices(std::string_view text) {
+  const auto options = ReadDeviceListOptions(text);
+  Require(options.onlyLocator || !options.include.empty(), QV_IO_ERROR_INVALID_ARGUMENT);
+  const auto kinds = ReadKinds(options.ifaceTypes);
+  RecordList records;
+  if (kinds.usb) AppendUsbDevices(options, records);
+  if (kinds.network) AppendNetworkDevices(options, records);
+  if (kinds.serial) TheLibrary().serialPorts.appendRecords(options.forceRescan, records);
+  return Write(records, options.onlyLocator, options.include);
+}
+
+}  // namespace
+
+std::string ListDevices(uint32_t interfaceType, std::string_view options) {
+  if (interfaceType == QV_IO_INTERFACE_ALL) return ListAllDevices(options);
+  uint32_t canEnumerate = 0;
+  QV_IO_CanEnumerateDevices(interfaceType, &canEnumerate);
+  Require(canEnumerate != 0 && interfaceType == QV_IO_INTERFACE_USB, QV_IO_ERROR_NOT_SUPPORTED);
+  return ListUsbLocators(options);
+}
+
+std::string ListInterfaces(std::string_view text) {
+  const auto options = ReadInterfaceListOptions(text);
+  const auto kinds = ReadKinds(options.ifaceTypes);
+  RecordList records;
+  if (kinds.network) AppendNetworkInterfaces(records);
+  // There is no list of serial ports or USB interfaces, and applications know "all" by this answer.
+  Require(!kinds.serial && !kinds.usb, QV_IO_ERROR_NOT_SUPPORTED);
+  if (!options.only.empty()) return WriteValues(records, *options.only.begin());
+  return WriteRecordList(records, options.include);
+}
+
+std::string EventDeviceText(const QV_IO_Event& event, std::string_view text) {
+  const auto options = ReadEventOptions(text);
+  return Write({event.device}, options.onlyLocator, options.include);
+}
+
+}  // namespace qvio

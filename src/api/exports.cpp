@@ -1,0 +1,186 @@
+// The thirteen functions of the library: pointers are checked, one call goes inward, and what it throws
+// becomes a result code.
+
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+#include "api/enumeration.h"
+#include "api/event_record.h"
+#include "api/library.h"
+#include "io/ftdi/io_ftdi.h"
+#include "io/io_network.h"
+#include "io/io_serial.h"
+#include "nd/discovery.h"
+#include "options/locator.h"
+#include "options/option_sets.h"
+#include "options/result.h"
+#include "quorvio/quorvio.h"
+#include "util/text_out.h"
+
+namespace qvio {
+namespace {
+
+template <class... Pointers>
+void RequirePointers(Pointers... pointers) {
+  Require(((pointers != nullptr) && ...), QV_IO_ERROR_INVALID_ARGUMENT);
+}
+
+void RequireBuffer(const void* buffer, std::size_t size) {
+  Require(buffer != nullptr || size == 0, QV_IO_ERROR_INVALID_ARGUMENT);
+}
+
+void RequireTextOut(const char* buffer, const std::size_t* size) {
+  RequirePointers(size);
+  RequireBuffer(buffer, *size);
+}
+
+std::string_view TextOrEmpty(const char* text) { return text != nullptr ? text : std::string_view{}; }
+
+void HandOut(std::string_view text, char* buffer, std::size_t& size) {
+  Require(cppu::CopyListing(text, buffer, size), QV_IO_ERROR_BUFFER_TOO_SMALL);
+}
+
+void HandOutEmpty(char* buffer, std::size_t& size) {
+  if (size != 0) buffer[0] = '\0';
+  size = 0;
+}
+
+std::shared_ptr<IoDevice> MakeChannel(uint32_t interfaceType, ChannelArguments arguments) {
+  switch (interfaceType) {
+    case QV_IO_INTERFACE_USB:
+      return std::make_shared<IoFtdi>(std::move(arguments));
+    case QV_IO_INTERFACE_NETWORK:
+      return std::make_shared<IoNetwork>(std::move(arguments));
+    case QV_IO_INTERFACE_SERIAL:
+      return std::make_shared<IoSerial>(std::move(arguments));
+    default:
+      throw Failure(QV_IO_ERROR_INVALID_LOCATOR);
+  }
+}
+
+uint32_t OpenChannel(const char* locator, ChannelArguments arguments) {
+  uint32_t interfaceType = 0;
+  Require(QV_IO_GetLocatorInterfaceType(&interfaceType, locator) == QV_IO_OK, QV_IO_ERROR_INVALID_LOCATOR);
+  arguments.locator = locator;
+  const auto channel = MakeChannel(interfaceType, std::move(arguments));
+  const auto result = channel->open(channel);
+  Require(result == QV_IO_OK, result);
+  // The slot is looked for only now, so that a slow open reserves nothing.
+  if (const auto handle = TheLibrary().handles.store(channel)) return *handle;
+  channel->close(true);
+  throw Failure(QV_IO_ERROR_NO_FREE_HANDLE);
+}
+
+}  // namespace
+}  // namespace qvio
+
+using namespace qvio;  // NOLINT(google-build-using-namespace): what follows stands outside of every namespace
+
+uint32_t QV_IO_GetVersion(uint32_t* major, uint32_t* minor, uint32_t* update) {
+  return ResultOf([&] {
+    RequirePointers(major, minor, update);
+    *major = 2;
+    *minor = 1;
+    *update = 2;
+  });
+}
+
+uint32_t QV_IO_GetLocatorInterfaceType(uint32_t* interfaceType, const char* locator) {
+  return ResultOf([&] {
+    RequirePointers(interfaceType);
+    *interfaceType = 0;
+    const auto type = InterfaceTypeOf(TextOrEmpty(locator));
+    Require(type.has_value(), QV_IO_ERROR_INVALID_LOCATOR);
+    *interfaceType = *type;
+  });
+}
+
+uint32_t QV_IO_CanEnumerateDevices(uint32_t interfaceType, uint32_t* canEnumerate) {
+  return ResultOf([&] {
+    RequirePointers(canEnumerate);
+    *canEnumerate = interfaceType == QV_IO_INTERFACE_USB ? 1 : 0;
+  });
+}
+
+uint32_t QV_IO_EnumerateDevices(uint32_t interfaceType, const char* options, char* buffer, size_t* size) {
+  return ResultOf([&] {
+    RequireTextOut(buffer, size);
+    const auto result =
+        ResultOf([&] { HandOut(ListDevices(interfaceType, TextOrEmpty(options)), buffer, *size); });
+    // Callers that look at the text alone see no chip where there is no driver.
+    if (result == QV_IO_ERROR_DRIVER_UNAVAILABLE && interfaceType == QV_IO_INTERFACE_USB) {
+      HandOutEmpty(buffer, *size);
+    }
+    return result;
+  });
+}
+
+uint32_t QV_IO_EnumerateInterfaces(const char* options, char* buffer, size_t* size) {
+  return ResultOf([&] {
+    RequireTextOut(buffer, size);
+    HandOut(ListInterfaces(TextOrEmpty(options)), buffer, *size);
+  });
+}
+
+uint32_t QV_IO_SetGlobalOptions(const char* options) {
+  return ResultOf([&] {
+    const std::lock_guard lock(TheLibrary().globalMutex);
+    AdoptGlobalOptions(ReadGlobalOptions(TextOrEmpty(options)));
+  });
+}
+
+uint32_t QV_IO_SetEventCallback(QV_IO_EventCallback callback, void* userData) {
+  return ResultOf([&] { TheLibrary().events.set(callback, userData); });
+}
+
+uint32_t QV_IO_GetErrorEventData(const QV_IO_Event* event, uint32_t* errorCode, char* buffer, size_t* size) {
+  return ResultOf([&] {
+    Require(event != nullptr && event->type == QV_IO_EVENT_ERROR, QV_IO_ERROR_WRONG_EVENT_TYPE);
+    RequirePointers(errorCode);
+    RequireTextOut(buffer, size);
+    HandOut(event->message, buffer, *size);
+    *errorCode = event->errorCode;
+  });
+}
+
+uint32_t QV_IO_GetDiscoveryEventData(const QV_IO_Event* event, const char* options, char* buffer,
+                                     size_t* size) {
+  return ResultOf([&] {
+    const bool discovery = event != nullptr && (event->type == QV_IO_EVENT_DEVICE_FOUND ||
+                                                event->type == QV_IO_EVENT_DEVICE_LOST);
+    Require(discovery, QV_IO_ERROR_WRONG_EVENT_TYPE);
+    RequireTextOut(buffer, size);
+    HandOut(EventDeviceText(*event, TextOrEmpty(options)), buffer, *size);
+  });
+}
+
+uint32_t QV_IO_Open(uint32_t* handle, const char* locator, const char* options, void* userData,
+                    QV_IO_ReceiveCallback onReceive, QV_IO_ErrorCallback onError) {
+  return ResultOf([&] {
+    RequirePointers(handle);
+    *handle = 0;
+    *handle = OpenChannel(locator, {{}, std::string(TextOrEmpty(options)), userData, onReceive, onError});
+  });
+}
+
+uint32_t QV_IO_Close(uint32_t handle, uint32_t wait) {
+  return ResultOf([&] { TheLibrary().handles.take(handle)->close(wait != 0); });
+}
+
+uint32_t QV_IO_Send(uint32_t handle, const void* data, size_t length) {
+  return ResultOf([&] {
+    const auto channel = TheLibrary().handles.at(handle);
+    RequireBuffer(data, length);
+    return channel->send(data, length);
+  });
+}
+
+uint32_t QV_IO_GetProperty(uint32_t handle, const char* key, char* buffer, size_t* size) {
+  return ResultOf([&] {
+    const auto channel = TheLibrary().handles.at(handle);
+    RequirePointers(key);
+    RequireTextOut(buffer, size);
+    return channel->getProperty(key, buffer, size);
+  });
+}

@@ -1,0 +1,160 @@
+#include "io/descriptor_channel.h"
+
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <utility>
+
+#include "options/result.h"
+#include "util/retired_threads.h"
+#include "util/system_call.h"
+
+namespace qvio {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::size_t kReadBuffer = 65536;     // large reads cost a third for each byte of 1024-byte ones
+constexpr auto kRestAfterFault = 10ms;         // a vanished peer must not cost a core
+constexpr auto kPatienceWithStalledPeer = 1s;  // for a send that is in progress when the channel is closed
+
+bool WouldBlock(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
+
+}  // namespace
+
+DescriptorChannel::DescriptorChannel(const DescriptorKind& kind, ChannelArguments arguments)
+    : IoDevice(std::move(arguments)), kind_(kind) {}
+
+uint32_t DescriptorChannel::open(std::shared_ptr<IoDevice> self) {
+  return ResultOf([&] {
+    fd_ = openDescriptor();
+    stop_.emplace();
+    start(std::move(self));
+  });
+}
+
+void DescriptorChannel::start(std::shared_ptr<IoDevice> self) {
+  keepAlive_ = std::move(self);
+  try {
+    thread_ = cppu::Thread("qvio-rx", [this] { run(); });
+  } catch (...) {
+    keepAlive_.reset();  // else the channel would hold itself for ever
+    fd_.reset();
+    throw;
+  }
+}
+
+void DescriptorChannel::close(bool wait) {
+  stop_->request();
+  if (wait && !thread_.isCurrent()) {
+    thread_.join();
+  } else {
+    cppu::Retired().add(std::move(thread_));
+  }
+}
+
+void DescriptorChannel::run() {
+  const auto self = std::move(keepAlive_);  // from here on the thread alone keeps the channel alive
+  std::array<uint8_t, kReadBuffer> buffer{};
+  while (!stop_->requested()) {
+    if (!receiveOnce(buffer)) stop_->wait(kRestAfterFault);
+  }
+  releaseDescriptor();
+}
+
+/// Waits for input and hands it out. False after a fault, which asks for a rest.
+bool DescriptorChannel::receiveOnce(std::span<uint8_t> buffer) {
+  std::array<pollfd, 2> entries{{{fd_.get(), POLLIN, 0}, {stop_->fd(), POLLIN, 0}}};
+  if (cppu::PollUntil(entries, {}) < 0) return fault(QV_IO_ERROR_RECEIVE_FAILED);
+  if (entries[0].revents == 0)
+    return true;  // only the stop signal; an error or hang-up mark counts as readable
+
+  // Asked before every read: a reset connection thus shows as 0 bytes, and its error stays for the next send.
+  int waiting = 0;
+  if (::ioctl(fd_.get(), FIONREAD, &waiting) < 0) return fault(QV_IO_ERROR_RECEIVE_FAILED);
+  if (waiting < 1) return fault(kind_.nothingReady);
+  return receiveBytes(buffer, waiting);
+}
+
+bool DescriptorChannel::receiveBytes(std::span<uint8_t> buffer, long waiting) {
+  while (waiting > 0 && !stop_->requested()) {
+    const auto wanted = std::min(buffer.size(), static_cast<std::size_t>(waiting));
+    const auto got = cppu::Uninterrupted([&] { return ::read(fd_.get(), buffer.data(), wanted); });
+    if (got < 0 && WouldBlock(errno)) return true;  // another reader of the device was faster
+    if (got < 0 && (reportsErrors() || !kind_.failedReadIsDelivered))
+      return fault(QV_IO_ERROR_RECEIVE_FAILED);
+    if (got > 0) {
+      deliverInChunks(buffer.first(static_cast<std::size_t>(got)));
+    } else {
+      // Callers without an error callback rely on seeing the -1; it counts like any other result.
+      deliver(buffer.data(), static_cast<std::size_t>(got));
+      stop_->wait(kRestAfterFault);
+    }
+    waiting -= got;
+  }
+  return true;
+}
+
+void DescriptorChannel::deliverInChunks(std::span<const uint8_t> bytes) const {
+  while (!bytes.empty() && !stop_->requested()) {
+    const auto chunk = bytes.first(std::min<std::size_t>(bytes.size(), QV_IO_RECEIVE_CHUNK));
+    deliver(chunk.data(), chunk.size());
+    bytes = bytes.subspan(chunk.size());
+  }
+}
+
+bool DescriptorChannel::fault(uint32_t notice) const {
+  if (notice != QV_IO_OK) report(notice);
+  return false;
+}
+
+void DescriptorChannel::releaseDescriptor() {
+  const std::lock_guard lock(sendMutex_);
+  if (kind_.socket) ::shutdown(fd_.get(), SHUT_RDWR);
+  fd_.reset();
+}
+
+uint32_t DescriptorChannel::send(const void* data, std::size_t length) {
+  std::span rest(static_cast<const uint8_t*>(data), length);
+  if (rest.empty()) return QV_IO_OK;
+  const std::lock_guard lock(sendMutex_);
+  // Only a send in progress may delay a close: one that waited for the lock has not begun.
+  if (stop_->requested()) return QV_IO_ERROR_TRANSMIT_FAILED;
+  while (!rest.empty()) {
+    const auto piece = rest.first(std::min(rest.size(), kind_.largestWrite));
+    const auto written = writeSome(piece);
+    if (written < 0 && WouldBlock(errno)) {
+      if (!waitWritable()) return QV_IO_ERROR_TRANSMIT_FAILED;
+      continue;
+    }
+    if (written < 0 && errno == ECONNRESET) return kind_.peerReset;
+    if (written < 1 || static_cast<std::size_t>(written) > piece.size()) return QV_IO_ERROR_TRANSMIT_FAILED;
+    rest = rest.subspan(static_cast<std::size_t>(written));
+  }
+  return QV_IO_OK;
+}
+
+long DescriptorChannel::writeSome(std::span<const uint8_t> bytes) const {
+  return cppu::Uninterrupted([&] {
+    return kind_.socket ? ::send(fd_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL)
+                        : ::write(fd_.get(), bytes.data(), bytes.size());
+  });
+}
+
+/// Waits until the device takes bytes again: without limit while the channel is open, for the patience with a
+/// stalled peer once it is being closed. False when the waiting is over.
+bool DescriptorChannel::waitWritable() const {
+  std::array<pollfd, 2> entries{{{fd_.get(), POLLOUT, 0}, {stop_->fd(), POLLIN, 0}}};
+  if (cppu::PollUntil(entries, {}) < 0) return false;
+  if (entries[0].revents != 0) return true;
+  const auto limit = std::chrono::steady_clock::now() + kPatienceWithStalledPeer;
+  return cppu::PollUntil(std::span(entries).first(1), limit) > 0;
+}
+
+}  // namespace qvio

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <span>
+
+#include "io/io_device.h"
+#include "util/stop_signal.h"
+#include "util/thread.h"
+#include "util/unique_fd.h"
+
+namespace qvio {
+
+/// What tells the descriptor channels apart.
+struct DescriptorKind {
+  uint32_t nothingReady;       ///< notice when readable with 0 bytes waiting; QV_IO_OK: no notice
+  uint32_t peerReset;          ///< result of a send that fails with ECONNRESET
+  std::size_t largestWrite;    ///< bytes in one write
+  bool socket;                 ///< written without the broken-pipe signal, shut down before it is closed
+  bool failedReadIsDelivered;  ///< without an error callback the receive callback gets the -1
+};
+
+/// A channel over a descriptor: the one send loop and the one receive loop of serial ports and TCP. The kinds
+/// add how the descriptor is opened, and their properties.
+///
+/// The descriptor stays non-blocking; waiting is done in poll, together with the stop signal, so that every
+/// state can be closed. Callers see what a blocking descriptor would show.
+class DescriptorChannel : public IoDevice {
+ public:
+  uint32_t open(std::shared_ptr<IoDevice> self) final;
+  void close(bool wait) final;
+  uint32_t send(const void* data, std::size_t length) final;
+
+ protected:
+  DescriptorChannel(const DescriptorKind& kind, ChannelArguments arguments);
+
+  /// Opens and sets up the device and returns its descriptor, non-blocking. Throws Failure or OptionsError.
+  [[nodiscard]] virtual cppu::UniqueFd openDescriptor() const = 0;
+
+ private:
+  void start(std::shared_ptr<IoDevice> self);
+
+  // Receive thread.
+  void run();
+  [[nodiscard]] bool receiveOnce(std::span<uint8_t> buffer);
+  [[nodiscard]] bool receiveBytes(std::span<uint8_t> buffer, long waiting);
+  void deliverInChunks(std::span<const uint8_t> bytes) const;
+  [[nodiscard]] bool fault(uint32_t notice) const;
+  void releaseDescriptor();
+
+  // Sending; caller holds sendMutex_.
+  [[nodiscard]] long writeSome(std::span<const uint8_t> bytes) const;
+  [[nodiscard]] bool waitWritable() const;
+
+  const DescriptorKind& kind_;
+  /// Guards the descriptor against being closed during a send, and keeps sends apart. Held for a whole send;
+  /// the receive thread takes it only to close the descriptor. Nothing else is locked while it is held.
+  std::mutex sendMutex_;
+  cppu::UniqueFd fd_;                     ///< closed by the receive thread under sendMutex_
+  std::optional<cppu::StopSignal> stop_;  ///< there from open on, for the channel's whole life
+  std::shared_ptr<IoDevice> keepAlive_;   ///< from open to the first moment of the receive thread
+  cppu::Thread thread_;
+};
+
+}  // namespace qvio

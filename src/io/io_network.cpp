@@ -1,0 +1,86 @@
+#include "io/io_network.h"
+
+#include <chrono>
+#include <exception>
+#include <limits>
+#include <utility>
+
+#include "io/tcp_connect.h"
+#include "nd/discovery.h"
+#include "options/locator.h"
+#include "options/option_sets.h"
+#include "options/result.h"
+#include "util/number.h"
+#include "util/text_out.h"
+
+namespace qvio {
+namespace {
+
+constexpr DescriptorKind kNetworkKind{.nothingReady = QV_IO_ERROR_CONNECTION_LOST,
+                                      .peerReset = QV_IO_ERROR_CONNECTION_LOST,
+                                      .largestWrite = std::numeric_limits<int32_t>::max(),
+                                      .socket = true,
+                                      .failedReadIsDelivered = false};
+
+constexpr uint32_t kLargestPort = std::numeric_limits<uint16_t>::max();
+
+uint16_t ReadPort(std::string_view field) {
+  uint32_t port = kLargestPort + 1;
+  try {
+    port = cppu::ToUint32(std::string(field));
+  } catch (const std::exception&) {
+    throw Failure(QV_IO_ERROR_INVALID_ARGUMENT);
+  }
+  Require(port <= kLargestPort, QV_IO_ERROR_INVALID_ARGUMENT);
+  return static_cast<uint16_t>(port);
+}
+
+uint16_t FirstSet(uint16_t first, uint32_t second, uint16_t third) {
+  if (first != 0) return first;
+  return second != 0 ? static_cast<uint16_t>(second) : third;
+}
+
+Endpoint Resolve(const NetworkTarget& target, const NetworkOptions& options) {
+  Endpoint endpoint{target.host, 0};
+  if (!target.serialNumber.empty()) {
+    const auto device =
+        FindDevice(target.serialNumber, options.ifaces, std::chrono::milliseconds(options.discoveryTimeout));
+    Require(device.has_value(), QV_IO_ERROR_DEVICE_NOT_FOUND);
+    endpoint = *device;
+  }
+  endpoint.port = FirstSet(target.port, options.port, endpoint.port);
+  Require(endpoint.port != 0, QV_IO_ERROR_INVALID_ARGUMENT);
+  return endpoint;
+}
+
+}  // namespace
+
+NetworkTarget ReadNetworkTarget(std::string_view locator) {
+  const auto fields = LocatorFields(locator);
+  Require(fields.size() >= 2 && fields[0] == "network", QV_IO_ERROR_INVALID_LOCATOR);
+  const bool bySerial = fields[1] == "sn" && fields.size() > 2;  // "network:sn" alone names a host
+  const std::size_t portField = bySerial ? 3 : 2;
+  Require(fields.size() <= portField + 1, QV_IO_ERROR_INVALID_LOCATOR);
+
+  NetworkTarget target;
+  (bySerial ? target.serialNumber : target.host) = fields[portField - 1];
+  if (fields.size() > portField) target.port = ReadPort(fields[portField]);
+  return target;
+}
+
+IoNetwork::IoNetwork(ChannelArguments arguments) : DescriptorChannel(kNetworkKind, std::move(arguments)) {}
+
+cppu::UniqueFd IoNetwork::openDescriptor() const {
+  const auto settings = ReadNetworkOptions(options());
+  Require(settings.port <= kLargestPort, QV_IO_ERROR_INVALID_ARGUMENT);
+  const auto endpoint = Resolve(ReadNetworkTarget(locator()), settings);
+  return ConnectTcp(endpoint.host, endpoint.port, std::chrono::milliseconds(settings.connectTimeout));
+}
+
+uint32_t IoNetwork::getProperty(const char* /*key*/, char* buffer, std::size_t* size) {
+  if (*size != 0) buffer[0] = '\0';
+  *size = 0;
+  return QV_IO_ERROR_PROPERTY_UNAVAILABLE;
+}
+
+}  // namespace qvio

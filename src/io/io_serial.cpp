@@ -1,0 +1,99 @@
+#include "io/io_serial.h"
+
+#include <fcntl.h>
+
+#include <array>
+#include <limits>
+#include <string>
+#include <utility>
+
+#include "options/locator.h"
+#include "options/option_sets.h"
+#include "options/result.h"
+#include "util/system_call.h"
+#include "util/text_out.h"
+
+namespace qvio {
+namespace {
+
+constexpr DescriptorKind kSerialKind{.nothingReady = QV_IO_OK,
+                                     .peerReset = QV_IO_ERROR_TRANSMIT_FAILED,
+                                     .largestWrite = std::numeric_limits<std::ptrdiff_t>::max(),
+                                     .socket = false,
+                                     .failedReadIsDelivered = true};
+
+struct Speed {
+  uint32_t baud;
+  speed_t constant;
+};
+constexpr std::array<Speed, 18> kSpeeds{{{50, B50},
+                                         {75, B75},
+                                         {110, B110},
+                                         {134, B134},
+                                         {150, B150},
+                                         {200, B200},
+                                         {300, B300},
+                                         {600, B600},
+                                         {1200, B1200},
+                                         {1800, B1800},
+                                         {2400, B2400},
+                                         {4800, B4800},
+                                         {9600, B9600},
+                                         {19200, B19200},
+                                         {38400, B38400},
+                                         {57600, B57600},
+                                         {115200, B115200},
+                                         {230400, B230400}}};
+
+constexpr tcflag_t kControlFlags = CS8 | CREAD | CLOCAL;
+
+// The values of IXON | IXOFF, but in the control word, where they read as HUPCL | CBAUDEX: applications were
+// built against lines set up like this, and an input flag here would change what they receive.
+constexpr tcflag_t kXonXoffControlFlags = 0x1400;
+
+speed_t SpeedConstant(uint32_t baudrate) {
+  auto constant = kSpeeds.front().constant;
+  for (const auto& speed : kSpeeds) {
+    if (speed.baud <= baudrate) constant = speed.constant;
+  }
+  return constant;
+}
+
+std::string DevicePath(std::string_view locator) {
+  const auto fields = LocatorFields(locator);
+  Require(fields.size() == 2 && fields[0] == "serial", QV_IO_ERROR_INVALID_LOCATOR);
+  return std::string(fields[1]);
+}
+
+}  // namespace
+
+termios LineSettings(uint32_t baudrate, bool xonxoff) {
+  termios settings{};  // raw: no input, output or local flag; VMIN and VTIME 0
+  const auto speed = SpeedConstant(baudrate);
+  ::cfsetispeed(&settings, speed);
+  ::cfsetospeed(&settings, speed);
+  settings.c_cflag |= kControlFlags | (xonxoff ? kXonXoffControlFlags : 0);
+  return settings;
+}
+
+IoSerial::IoSerial(ChannelArguments arguments) : DescriptorChannel(kSerialKind, std::move(arguments)) {}
+
+cppu::UniqueFd IoSerial::openDescriptor() const {
+  const auto path = DevicePath(locator());
+  const auto settings = ReadSerialOptions(options());
+  Require(settings.baudrate != 0, QV_IO_ERROR_INVALID_ARGUMENT);
+
+  cppu::UniqueFd fd(
+      cppu::Uninterrupted([&] { return ::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC); }));
+  Require(static_cast<bool>(fd), QV_IO_ERROR_DRIVER_FAILURE);
+  const auto line = LineSettings(settings.baudrate, settings.xonxoff);
+  const auto applied = cppu::Uninterrupted([&] { return ::tcsetattr(fd.get(), TCSAFLUSH, &line); });
+  Require(applied == 0, QV_IO_ERROR_DRIVER_FAILURE);
+  return fd;
+}
+
+uint32_t IoSerial::getProperty(const char* /*key*/, char* buffer, std::size_t* size) {
+  return cppu::CopyProperty("", buffer, *size) ? QV_IO_OK : QV_IO_ERROR_BUFFER_TOO_SMALL;
+}
+
+}  // namespace qvio

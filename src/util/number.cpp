@@ -1,0 +1,35 @@
+#include "util/number.h"
+
+#include <array>
+#include <limits>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+
+namespace cppu {
+
+uint32_t ToUint32(const std::string& text) {
+  const auto first = text.find_first_not_of(" \t\n\v\f\r");
+  if (first != std::string::npos && text[first] == '-') throw std::invalid_argument("Negative number");
+  const auto value = std::stoul(text);
+  if (value > std::numeric_limits<uint32_t>::max()) throw std::out_of_range("Number above 32 bits");
+  return static_cast<uint32_t>(value);
+}
+
+int32_t ToInt32(const std::string& text) { return std::stoi(text); }
+
+bool ToBool(const std::string& text) {
+  static constexpr std::array<std::pair<std::string_view, bool>, 7> kLiterals{{{"", true},
+                                                                               {"true", true},
+                                                                               {"on", true},
+                                                                               {"1", true},
+                                                                               {"false", false},
+                                                                               {"off", false},
+                                                                               {"0", false}}};
+  for (const auto& [literal, value] : kLiterals) {
+    if (text == literal) return value;
+  }
+  throw std::invalid_argument("Invalid boolean literal");
+}
+
+}  // namespace cppu

@@ -1,0 +1,27 @@
+#include "util/stop_signal.h"
+
+#include <sys/eventfd.h>
+
+#include <array>
+#include <cerrno>
+#include <system_error>
+
+#include "util/system_call.h"
+
+namespace cppu {
+
+StopSignal::StopSignal() : event_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+  if (!event_) throw std::system_error(errno, std::generic_category(), "eventfd");
+}
+
+void StopSignal::request() noexcept {
+  requested_.store(true, std::memory_order_release);
+  ::eventfd_write(event_.get(), 1);  // cannot fail: one writer adds 1 to a counter that nobody drains
+}
+
+void StopSignal::wait(std::chrono::milliseconds time) const {
+  std::array<pollfd, 1> entry{{{event_.get(), POLLIN, 0}}};
+  PollUntil(entry, std::chrono::steady_clock::now() + time);
+}
+
+}  // namespace cppu

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+
+#include "util/unique_fd.h"
+
+namespace cppu {
+
+/// A stop flag that wakes a poll. Set once, never cleared. Any thread.
+class StopSignal {
+ public:
+  /// Throws std::system_error when no descriptor can be had.
+  StopSignal();
+
+  void request() noexcept;
+  [[nodiscard]] bool requested() const noexcept { return requested_.load(std::memory_order_acquire); }
+
+  /// Readable from the request on, for ever.
+  [[nodiscard]] int fd() const noexcept { return event_.get(); }
+
+  /// Rests for the given time; a stop request ends the rest at once.
+  void wait(std::chrono::milliseconds time) const;
+
+ private:
+  std::atomic<bool> requested_ = false;
+  UniqueFd event_;
+};
+
+}  // namespace cppu
