@@ -10,7 +10,7 @@
 /// and reads the rest through the accessors.
 struct QV_IO_Event {
   uint32_t type;
-  uint32_t errorCode = 0;       ///< QV_IO_EVENT_ERROR
-  std::string message;          ///< QV_IO_EVENT_ERROR
-  qvio::PropertyRecord device;  ///< QV_IO_EVENT_DEVICE_FOUND, QV_IO_EVENT_DEVICE_LOST
+  uint32_t errorCode = 0;            ///< QV_IO_EVENT_ERROR
+  std::string message = {};          ///< QV_IO_EVENT_ERROR
+  qvio::PropertyRecord device = {};  ///< QV_IO_EVENT_DEVICE_FOUND, QV_IO_EVENT_DEVICE_LOST
 };
