@@ -1,0 +1,187 @@
+// Bad input at the exported functions: every one has its result code, and nothing is written where nothing
+// may be.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/fsuid.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "quorvio/quorvio.h"
+#include "support/channel.h"
+
+namespace qvtest {
+namespace {
+
+TEST(Version, IsTwoOneTwo) {
+  uint32_t version[3] = {};
+  EXPECT_EQ(QV_IO_GetVersion(&version[0], &version[1], &version[2]), QV_IO_OK);
+  EXPECT_EQ(version[0] * 100 + version[1] * 10 + version[2], 212U);
+}
+
+TEST(Open, JudgesLocatorAndOptionsBeforeTouchingADevice) {
+  const struct {
+    const char* locator;
+    const char* options;
+    uint32_t result;
+  } rows[] = {{"usb", "", 2},
+              {"", "", 2},
+              {"Serial:/dev/ttyS0", "", 2},
+              {"usb:sn:X", "", 14},
+              {"serial:", "baudrate 9600", 2},
+              {"serial:a:b", "baudrate 9600", 2},
+              {"serial:/nonexistent", "", 4},
+              {"serial:/nonexistent", "baudrate 0", 4},
+              {"serial:/nonexistent", "baudrate x", 4},
+              {"serial:/nonexistent", "baudrate 9600\nxonxoff maybe", 4},
+              {"serial:/nonexistent", "strict\nbaudrate 9600\nspeed 1", 4},
+              {"serial:/nonexistent", "baudrate 9600\nspeed 1", 5},
+              {"serial:/dev", "baudrate 9600", 5},
+              {"serial:/dev/null", "baudrate 9600", 5},
+              {"network:", "port 1", 2},
+              {"network:a:b:c", "", 2},
+              {"network:127.0.0.1", "", 4},
+              {"network:127.0.0.1:0", "", 4},
+              {"network:127.0.0.1:70000", "", 4},
+              {"network:127.0.0.1:abc", "", 4},
+              {"network:127.0.0.1:1", "port 65536", 4},
+              {"network:127.0.0.1:1", "connect-timeout soon", 4},
+              {"network:127.0.0.1:1", "strict\nfoo", 4},
+              {"network:sn:NOBODY", "", 3},
+              {"network:sn:NOBODY:5000", "port 1", 3},
+              {"network:sn:A:B:C", "", 2},
+              {"network:no-such-host.invalid:1", "", 3}};
+  for (const auto& row : rows) {
+    uint32_t handle = 99;
+    EXPECT_EQ(QV_IO_Open(&handle, row.locator, row.options, nullptr, nullptr, nullptr), row.result)
+        << row.locator << " " << row.options;
+    EXPECT_EQ(handle, 0U) << row.locator;
+  }
+}
+
+/// A file that the calling thread must not open, also where the tests run as root.
+class ForbiddenFile {
+ public:
+  ForbiddenFile() {
+    ::close(::mkstemp(path_));
+    ::chmod(path_, 0);
+    ::setfsuid(kNobody);
+  }
+  ForbiddenFile(const ForbiddenFile&) = delete;
+  ForbiddenFile& operator=(const ForbiddenFile&) = delete;
+  ~ForbiddenFile() {
+    ::setfsuid(::geteuid());
+    ::unlink(path_);
+  }
+  [[nodiscard]] const char* path() const { return path_; }
+
+ private:
+  static constexpr uid_t kNobody = 65534;
+  char path_[32] = "/tmp/qvio-forbidden-XXXXXX";
+};
+
+TEST(Open, ReportsAForbiddenDeviceFile) {
+  const ForbiddenFile file;
+  ASSERT_EQ(::open(file.path(), O_RDWR | O_CLOEXEC), -1);
+  EXPECT_EQ(Channel(std::string("serial:") + file.path(), kAnySpeed).result(), QV_IO_ERROR_DRIVER_FAILURE);
+}
+
+TEST(NullPointers, HaveTheirResults) {
+  uint32_t number = 7;
+  std::size_t size = 8;
+  char text[8] = "#";
+  EXPECT_EQ(QV_IO_GetVersion(&number, nullptr, &number), 4U);
+  EXPECT_EQ(QV_IO_GetLocatorInterfaceType(nullptr, "usb:"), 4U);
+  EXPECT_EQ(number, 7U);
+  EXPECT_EQ(QV_IO_GetLocatorInterfaceType(&number, nullptr), 2U);
+  EXPECT_EQ(number, 0U);
+  EXPECT_EQ(QV_IO_CanEnumerateDevices(1, nullptr), 4U);
+  EXPECT_EQ(QV_IO_SetGlobalOptions(nullptr), 0U);
+  EXPECT_EQ(QV_IO_Open(nullptr, "serial:x", "", nullptr, nullptr, nullptr), 4U);
+  EXPECT_EQ(QV_IO_Open(&number, nullptr, "", nullptr, nullptr, nullptr), 2U);
+  EXPECT_EQ(QV_IO_Open(&number, "serial:x", nullptr, nullptr, nullptr, nullptr), 4U);
+  EXPECT_EQ(QV_IO_EnumerateDevices(9999, nullptr, text, &size), 4U);
+  EXPECT_EQ(QV_IO_EnumerateDevices(9999, "iface-type network\nonly-locator", nullptr, &size), 4U);
+  EXPECT_EQ(QV_IO_EnumerateDevices(9999, "iface-type network\nonly-locator", text, nullptr), 4U);
+  EXPECT_EQ(QV_IO_EnumerateInterfaces("iface-type network\nonly-name", nullptr, &size), 4U);
+}
+
+TEST(Handles, ThatAreNotOpenAreRefused) {
+  std::size_t size = 0;
+  for (const uint32_t handle : {0U, 63U, 64U, 4294967295U}) {
+    EXPECT_EQ(QV_IO_Send(handle, "x", 1), QV_IO_ERROR_INVALID_HANDLE);
+    EXPECT_EQ(QV_IO_GetProperty(handle, "k", nullptr, &size), QV_IO_ERROR_INVALID_HANDLE);
+    EXPECT_EQ(QV_IO_Close(handle, 1), QV_IO_ERROR_INVALID_HANDLE);
+  }
+}
+
+TEST(CanEnumerate, OnlyUsb) {
+  for (const uint32_t type : {0U, 1U, 2U, 3U, 9999U}) {
+    uint32_t can = 9;
+    EXPECT_EQ(QV_IO_CanEnumerateDevices(type, &can), QV_IO_OK);
+    EXPECT_EQ(can, type == 1 ? 1U : 0U) << type;
+  }
+}
+
+TEST(Enumeration, AnswersForEveryKind) {
+  const struct {
+    uint32_t type;
+    const char* options;
+    uint32_t result;
+  } rows[] = {{1, "", 14},
+              {2, "", 10},
+              {3, "", 10},
+              {3, "force-rescan", 10},
+              {0, "", 10},
+              {9999, "iface-type all", 4},
+              {9999, "only-locator", 4},
+              {9999, "iface-type usb\nonly-locator", 14},
+              {9999, "iface-type serial\nonly-locator", 10},
+              {9999, "iface-type network\nonly-locator", 0},
+              {9999, "iface-type martian\ninclude-all", 0},
+              {9999, "iface-type network\nonly-locator\nlocator-format-network ix", 4},
+              {9999, "iface-type network\nonly-locator\nfind-usb-pid x", 4}};
+  for (const auto& row : rows) {
+    char text[64] = "#";
+    std::size_t size = sizeof text;
+    EXPECT_EQ(QV_IO_EnumerateDevices(row.type, row.options, text, &size), row.result) << row.options;
+    const bool emptied =
+        row.result == 0 || row.type == 1;  // without a driver the USB list is empty, not untouched
+    EXPECT_STREQ(text, emptied ? "" : "#") << row.options;
+    EXPECT_EQ(size, emptied ? 0 : sizeof text) << row.options;
+  }
+  std::size_t none = 0;
+  EXPECT_EQ(QV_IO_EnumerateDevices(9999, "iface-type network\nonly-locator", nullptr, &none), 12U);
+  EXPECT_EQ(none, 1U);
+}
+
+TEST(InterfaceEnumeration, KnowsOnlyNetworkInterfaces) {
+  const struct {
+    const char* options;
+    uint32_t result;
+  } rows[] = {{"", 4},
+              {"iface-type all\nonly-name", 10},
+              {"iface-type serial\nonly-name", 10},
+              {"iface-type usb\nonly-name", 10},
+              {"iface-type network\nonly-name\nonly-serial-port", 4},
+              {"iface-type network\nonly-name", 0}};
+  for (const auto& row : rows) {
+    char text[4096];
+    std::size_t size = sizeof text;
+    EXPECT_EQ(QV_IO_EnumerateInterfaces(row.options, text, &size), row.result) << row.options;
+  }
+}
+
+TEST(GlobalOptions, AreRefusedAsAWhole) {
+  for (const auto* options : {"strict\nfoo", "locator-format-network ix", "strict maybe"}) {
+    EXPECT_EQ(QV_IO_SetGlobalOptions(options), QV_IO_ERROR_INVALID_ARGUMENT) << options;
+  }
+  EXPECT_EQ(QV_IO_SetGlobalOptions("locator-format-network host\ndiscovery-iface network:none"), QV_IO_OK);
+  EXPECT_EQ(QV_IO_SetGlobalOptions("locator-format-network sn"), QV_IO_OK);
+}
+
+}  // namespace
+}  // namespace qvtest
