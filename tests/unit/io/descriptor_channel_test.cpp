@@ -1,0 +1,116 @@
+// Faults of a descriptor that no real device gives on demand: reads and writes that fail while bytes are
+// reported.
+
+#include "io/descriptor_channel.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <memory>
+#include <utility>
+
+#include "support/wait.h"
+
+namespace qvio {
+namespace {
+
+using qvtest::Eventually;
+
+constexpr DescriptorKind kDelivering{.nothingReady = QV_IO_OK,
+                                     .peerReset = QV_IO_ERROR_TRANSMIT_FAILED,
+                                     .largestWrite = 4,
+                                     .socket = false,
+                                     .failedReadIsDelivered = true};
+constexpr DescriptorKind kReporting{.nothingReady = QV_IO_ERROR_CONNECTION_LOST,
+                                    .peerReset = QV_IO_ERROR_CONNECTION_LOST,
+                                    .largestWrite = 4,
+                                    .socket = false,
+                                    .failedReadIsDelivered = false};
+
+/// A channel over any descriptor.
+class AnyChannel final : public DescriptorChannel {
+ public:
+  AnyChannel(const DescriptorKind& kind, ChannelArguments arguments, cppu::UniqueFd fd)
+      : DescriptorChannel(kind, std::move(arguments)), given_(std::move(fd)) {}
+  uint32_t getProperty(const char* /*key*/, char* /*buffer*/, std::size_t* /*size*/) override {
+    return QV_IO_OK;
+  }
+
+ private:
+  [[nodiscard]] cppu::UniqueFd openDescriptor() const override { return cppu::UniqueFd(::dup(given_.get())); }
+
+  cppu::UniqueFd given_;
+};
+
+struct Counts {
+  std::atomic<int> failedReads = 0;
+  std::atomic<int> notices = 0;
+  std::atomic<uint32_t> lastNotice = 0;
+};
+
+void CountRead(void* counts, const uint8_t* /*data*/, std::size_t length) {
+  if (length == static_cast<std::size_t>(-1)) ++static_cast<Counts*>(counts)->failedReads;
+}
+
+void CountNotice(void* counts, uint32_t code) {
+  static_cast<Counts*>(counts)->lastNotice = code;
+  ++static_cast<Counts*>(counts)->notices;
+}
+
+/// The writing end of a pipe without a reader, with 5 bytes in it: it polls ready, reports 5 bytes, and every
+/// read fails.
+cppu::UniqueFd UnreadableDescriptor() {
+  std::array<int, 2> ends{};
+  EXPECT_EQ(::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK), 0);
+  EXPECT_EQ(::write(ends[1], "12345", 5), 5);
+  ::close(ends[0]);
+  return cppu::UniqueFd(ends[1]);
+}
+
+TEST(DescriptorChannel, FailedReadsAreToldAndNeverKeepItFromClosing) {
+  const struct {
+    const DescriptorKind& kind;
+    QV_IO_ErrorCallback onError;
+    bool delivered;
+  } rows[] = {{kDelivering, nullptr, true},
+              {kDelivering, CountNotice, false},
+              {kReporting, nullptr, false},
+              {kReporting, CountNotice, false}};
+  for (const auto& row : rows) {
+    Counts counts;
+    const auto channel = std::make_shared<AnyChannel>(
+        row.kind, ChannelArguments{"serial:x", "", &counts, CountRead, row.onError}, UnreadableDescriptor());
+    ASSERT_EQ(channel->open(channel), QV_IO_OK);
+    // More than the 5 bytes that wait: the -1 counts on like any other result.
+    EXPECT_TRUE(!row.delivered || Eventually([&] { return counts.failedReads >= 8; }));
+    EXPECT_TRUE(row.onError == nullptr || Eventually([&] { return counts.notices >= 2; }));
+    channel->close(true);
+    EXPECT_EQ(counts.failedReads > 0, row.delivered);
+    EXPECT_EQ(counts.lastNotice, row.onError != nullptr ? uint32_t{QV_IO_ERROR_RECEIVE_FAILED} : 0U);
+  }
+}
+
+TEST(DescriptorChannel, SendsInPiecesAndReportsAFailedWrite) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()), 0);
+  cppu::UniqueFd peer(ends[1]);
+  const auto channel = std::make_shared<AnyChannel>(
+      kDelivering, ChannelArguments{"serial:x", "", nullptr, nullptr, nullptr}, cppu::UniqueFd(ends[0]));
+  ASSERT_EQ(channel->open(channel), QV_IO_OK);
+  EXPECT_EQ(channel->send("123456789", 9), QV_IO_OK);
+  std::array<char, 16> got{};
+  EXPECT_EQ(::read(peer.get(), got.data(), got.size()), 9);
+  EXPECT_STREQ(got.data(), "123456789");
+  channel->close(true);
+  EXPECT_EQ(channel->send("x", 1), QV_IO_ERROR_TRANSMIT_FAILED)
+      << "a send that comes too late writes nowhere";
+  EXPECT_EQ(::read(peer.get(), got.data(), got.size()), -1)
+      << "the test still holds the other descriptor open";
+}
+
+}  // namespace
+}  // namespace qvio
