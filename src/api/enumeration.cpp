@@ -30,8 +30,8 @@ std::string Write(const RecordList& records, bool onlyLocator, const Selection& 
   return onlyLocator ? WriteValues(records, "locator") : WriteRecordList(records, include);
 }
 
-std::string ListAllDevices(std::string_view text) {
-  const auto options = ReadDeviceListOptions(text);
+std::string ListAllDevices(std::string_view optionText) {
+  const auto options = ReadDeviceListOptions(optionText);
   Require(options.onlyLocator || !options.include.empty(), QV_IO_ERROR_INVALID_ARGUMENT);
   const auto kinds = ReadKinds(options.ifaceTypes);
   RecordList records;
@@ -51,20 +51,20 @@ std::string ListDevices(uint32_t interfaceType, std::string_view options) {
   return ListUsbLocators(options);
 }
 
-std::string ListInterfaces(std::string_view text) {
-  const auto options = ReadInterfaceListOptions(text);
-  const auto kinds = ReadKinds(options.ifaceTypes);
+std::string ListInterfaces(std::string_view options) {
+  const auto selected = ReadInterfaceListOptions(options);
+  const auto kinds = ReadKinds(selected.ifaceTypes);
   RecordList records;
   if (kinds.network) AppendNetworkInterfaces(records);
   // There is no list of serial ports or USB interfaces, and applications know "all" by this answer.
   Require(!kinds.serial && !kinds.usb, QV_IO_ERROR_NOT_SUPPORTED);
-  if (!options.only.empty()) return WriteValues(records, *options.only.begin());
-  return WriteRecordList(records, options.include);
+  if (!selected.only.empty()) return WriteValues(records, *selected.only.begin());
+  return WriteRecordList(records, selected.include);
 }
 
-std::string EventDeviceText(const QV_IO_Event& event, std::string_view text) {
-  const auto options = ReadEventOptions(text);
-  return Write({event.device}, options.onlyLocator, options.include);
+std::string EventDeviceText(const QV_IO_Event& event, std::string_view options) {
+  const auto selected = ReadEventOptions(options);
+  return Write({event.device}, selected.onlyLocator, selected.include);
 }
 
 }  // namespace qvio

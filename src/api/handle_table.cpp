@@ -1,7 +1,6 @@
 #include "api/handle_table.h"
 
 #include <algorithm>
-#include <ranges>
 #include <utility>
 
 #include "options/result.h"
@@ -31,10 +30,10 @@ std::shared_ptr<IoDevice> HandleTable::take(uint32_t handle) {
 }
 
 void HandleTable::clear() {
-  for (auto& slot : slots_ | std::views::reverse) {
+  for (auto slot = slots_.rbegin(); slot != slots_.rend(); ++slot) {
     std::shared_ptr<IoDevice> dropped;  // destroyed after the lock is let go
     const std::lock_guard lock(globalMutex_);
-    dropped.swap(slot);
+    dropped.swap(*slot);
   }
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <algorithm>
-#include <concepts>
+#include <array>
 #include <cstdint>
 #include <exception>
 #include <optional>
@@ -31,6 +31,8 @@ struct Key {
 
   [[nodiscard]] bool knows(std::string_view key) const { return key == name; }
 };
+template <class Set, class Value>
+Key(std::string_view, Value Set::*) -> Key<Set, Value>;
 
 /// One boolean option PREFIX + K for each key K of the tables; the member collects those that are true, in
 /// the order of the tables. A key in two tables is one option.
@@ -47,6 +49,9 @@ struct KeyFamily {
     });
   }
 };
+template <class Set, std::size_t TableCount>
+KeyFamily(std::string_view, std::array<std::span<const std::string_view>, TableCount>, Selection Set::*)
+    -> KeyFamily<Set, TableCount>;
 
 namespace detail {
 
