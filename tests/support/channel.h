@@ -50,6 +50,9 @@ class Channel {
   [[nodiscard]] std::string received() const {
     return locked([&] { return bytes_; });
   }
+  [[nodiscard]] std::size_t receivedSize() const {
+    return locked([&] { return bytes_.size(); });
+  }
   [[nodiscard]] int notices(uint32_t code) const {
     return locked([&] { return notices_.contains(code) ? notices_.at(code) : 0; });
   }

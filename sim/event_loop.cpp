@@ -1,0 +1,84 @@
+#include "sim/event_loop.h"
+
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+
+#include <array>
+#include <csignal>
+#include <future>
+#include <utility>
+
+#include "sim/checked.h"
+
+namespace qvsim {
+
+EventLoop::EventLoop()
+    : epoll_(Checked(::epoll_create1(EPOLL_CLOEXEC), "epoll_create1")),
+      wakeUp_(Checked(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd")) {
+  watch(wakeUp_.get(), EPOLLIN, [this](uint32_t) { runActions(); });
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  thread_ = std::thread([this] { serve(); });
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+EventLoop::~EventLoop() {
+  run([this] { ended_ = true; });
+  thread_.join();
+}
+
+void EventLoop::run(const std::function<void()>& action) {
+  std::packaged_task<void()> task(action);
+  auto done = task.get_future();
+  {
+    const std::lock_guard lock(mutex_);
+    actions_.emplace_back([&task] { task(); });
+  }
+  ::eventfd_write(wakeUp_.get(), 1);
+  done.get();
+}
+
+void EventLoop::watch(int fd, uint32_t events, Handler handler) {
+  handlers_[fd] = std::move(handler);
+  epoll_event event{events, {.fd = fd}};
+  Checked(::epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, fd, &event), "epoll_ctl");
+}
+
+void EventLoop::change(int fd, uint32_t events) {
+  epoll_event event{events, {.fd = fd}};
+  Checked(::epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, fd, &event), "epoll_ctl");
+}
+
+void EventLoop::forget(int fd) {
+  ::epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, fd, nullptr);
+  handlers_.erase(fd);
+}
+
+void EventLoop::serve() {
+  std::array<epoll_event, 64> events{};
+  while (!ended_) {
+    const int ready = ::epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()), -1);
+    for (int i = 0; i < ready; ++i) {
+      const auto& event = events.at(static_cast<std::size_t>(i));
+      const auto found = handlers_.find(event.data.fd);
+      if (found == handlers_.end()) continue;  // forgotten by a handler before this one
+      const auto handler = found->second;      // a copy: the handler may forget itself
+      handler(event.events);
+    }
+  }
+}
+
+void EventLoop::runActions() {
+  eventfd_t ignored = 0;
+  ::eventfd_read(wakeUp_.get(), &ignored);
+  std::vector<std::function<void()>> actions;
+  {
+    const std::lock_guard lock(mutex_);
+    actions.swap(actions_);
+  }
+  for (const auto& action : actions) action();
+}
+
+}  // namespace qvsim

@@ -1,0 +1,262 @@
+// Traffic and link faults of serial ports and TCP, through the shared library against simulated devices. What
+// must hold for both kinds is one test over both.
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "quorvio/quorvio.h"
+#include "support/channel.h"
+#include "support/links.h"
+#include "support/process.h"
+#include "util/unique_fd.h"
+
+namespace qvtest {
+namespace {
+
+std::string Pattern(std::size_t length) {
+  std::string bytes(length, '\0');
+  uint32_t state = 1;
+  for (auto& byte : bytes) {
+    state = state * 1664525 + 1013904223;
+    byte = static_cast<char>(state >> 24);
+  }
+  return bytes;
+}
+
+/// A listener whose queue is full: connects to it are never answered.
+class SilentListener {
+ public:
+  SilentListener() {
+    name_.sin_family = AF_INET;
+    name_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    auto* const name = reinterpret_cast<sockaddr*>(&name_);
+    socklen_t size = sizeof name_;
+    EXPECT_EQ(::bind(listener_.get(), name, size), 0);
+    EXPECT_EQ(::listen(listener_.get(), 0), 0);
+    EXPECT_EQ(::getsockname(listener_.get(), name, &size), 0);
+    for (auto& filler : fillers_) {
+      filler = cppu::UniqueFd(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+      ::connect(filler.get(), name, size);
+    }
+  }
+  [[nodiscard]] std::string locator() const {
+    return "network:127.0.0.1:" + std::to_string(ntohs(name_.sin_port));
+  }
+
+ private:
+  cppu::UniqueFd listener_{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+  std::array<cppu::UniqueFd, 3> fillers_;
+  sockaddr_in name_{};
+};
+
+class BothKinds : public testing::TestWithParam<LinkKind> {
+ protected:
+  EchoLink echo_{GetParam()};
+};
+INSTANTIATE_TEST_SUITE_P(Channels, BothKinds, testing::Values(LinkKind::Serial, LinkKind::Tcp),
+                         [](const auto& kind) { return kind.param == LinkKind::Serial ? "Serial" : "Tcp"; });
+
+TEST_P(BothKinds, CarryEveryByteBothWays) {
+  const Channel channel(echo_.locator(), echo_.options());
+  ASSERT_EQ(channel.result(), QV_IO_OK);
+  const auto bytes = Pattern(100000);
+  EXPECT_EQ(channel.send(bytes), QV_IO_OK);
+  EXPECT_TRUE(channel.receives(bytes));
+  EXPECT_LE(channel.largestChunk(), std::size_t{QV_IO_RECEIVE_CHUNK});
+  EXPECT_EQ(QV_IO_Send(channel.handle(), nullptr, 0), QV_IO_OK);
+  EXPECT_EQ(QV_IO_Send(channel.handle(), nullptr, 1), QV_IO_ERROR_INVALID_ARGUMENT);
+}
+
+TEST_P(BothKinds, KeepSendsOfSeveralThreadsApart) {
+  const Channel channel(echo_.locator(), echo_.options());
+  std::vector<std::thread> senders;
+  for (const char letter : {'a', 'b', 'c'}) {
+    senders.emplace_back([&, letter] { EXPECT_EQ(channel.send(std::string(200000, letter)), QV_IO_OK); });
+  }
+  for (auto& sender : senders) sender.join();
+  ASSERT_TRUE(Eventually([&] { return channel.received().size() == 600000; }));
+  auto order = channel.received();
+  order.erase(std::unique(order.begin(), order.end()), order.end());
+  EXPECT_EQ(order.size(), 3U) << "each sender's bytes are one run";
+}
+
+TEST_P(BothKinds, SurviveASignalStorm) {
+  static std::atomic<int> signals;
+  signals = 0;
+  struct sigaction count {};
+  count.sa_handler = [](int) { ++signals; };  // without SA_RESTART: every blocking call is interrupted
+  struct sigaction before {};
+  ::sigaction(SIGALRM, &count, &before);
+  const itimerval everyMillisecond{{0, 1000}, {0, 1000}};
+  ::setitimer(ITIMER_REAL, &everyMillisecond, nullptr);
+  {
+    const Channel channel(echo_.locator(), echo_.options());
+    const auto bytes = Pattern(300000);
+    std::string sent;
+    do {  // until the storm has really blown through the traffic
+      EXPECT_EQ(channel.send(bytes), QV_IO_OK);
+      sent += bytes;
+      EXPECT_TRUE(channel.receives(sent));
+    } while (signals < 50 && sent.size() < 100 * bytes.size());
+    EXPECT_EQ(channel.notices(QV_IO_ERROR_RECEIVE_FAILED), 0);
+  }
+  ::setitimer(ITIMER_REAL, nullptr, nullptr);
+  ::sigaction(SIGALRM, &before, nullptr);
+}
+
+TEST_P(BothKinds, WorkWithDescriptorsAboveWhatSelectCanTake) {
+  rlimit before{};
+  ::getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit more{std::min<rlim_t>(before.rlim_max, 2048), before.rlim_max};
+  ASSERT_GE(more.rlim_cur, 1200U);
+  ::setrlimit(RLIMIT_NOFILE, &more);
+  std::vector<int> held;
+  while (held.empty() || held.back() < 1100) held.push_back(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0));
+  {
+    const Channel channel(echo_.locator(), echo_.options());
+    EXPECT_EQ(channel.send("high"), QV_IO_OK);
+    EXPECT_TRUE(channel.receives("high"));
+  }
+  for (const int fd : held) ::close(fd);
+  ::setrlimit(RLIMIT_NOFILE, &before);
+}
+
+TEST_P(BothKinds, LeaveNoDescriptorToAChildProcess) {
+  const auto before = EntriesOf("/proc/self/fd");
+  const Channel channel(echo_.locator(), echo_.options());
+  EXPECT_EQ(channel.send("x"), QV_IO_OK);
+  EXPECT_TRUE(channel.receives("x"));
+  int ours = 0;
+  for (const auto& name : EntriesOf("/proc/self/fd")) {
+    if (std::ranges::find(before, name) != before.end()) continue;
+    const int flags = ::fcntl(std::stoi(name), F_GETFD);
+    EXPECT_TRUE((flags & FD_CLOEXEC) != 0) << name;
+    ++ours;
+  }
+  EXPECT_GE(ours, 2) << "the device and the stop event";
+}
+
+TEST(TcpChannel, Brings64MiBSentInOneCallBackWhole) {
+  EchoLink echo(LinkKind::Tcp);
+  const Channel channel(echo.locator());
+  const auto bytes = Pattern(std::size_t{64} << 20);
+  EXPECT_EQ(channel.send(bytes), QV_IO_OK);
+  EXPECT_TRUE(Eventually([&] { return channel.receivedSize() == bytes.size(); }));
+  EXPECT_TRUE(channel.received() == bytes);
+}
+
+TEST(TcpChannel, HasNoProperties) {
+  EchoLink echo(LinkKind::Tcp);
+  const Channel channel(echo.locator());
+  for (const std::size_t capacity : {0U, 1U, 64U}) {
+    char text[64] = "#";
+    std::size_t size = capacity;
+    EXPECT_EQ(QV_IO_GetProperty(channel.handle(), "any", text, &size), QV_IO_ERROR_PROPERTY_UNAVAILABLE);
+    EXPECT_EQ(size, 0U);
+    EXPECT_STREQ(text, capacity == 0 ? "#" : "");
+  }
+}
+
+TEST(SerialChannel, GivesTheEmptyTextForEveryProperty) {
+  EchoLink echo(LinkKind::Serial);
+  const Channel channel(echo.locator(), echo.options());
+  char text[64] = "#";
+  std::size_t size = 0;
+  EXPECT_EQ(QV_IO_GetProperty(channel.handle(), "", nullptr, &size), QV_IO_ERROR_BUFFER_TOO_SMALL);
+  EXPECT_EQ(size, 0U);
+  size = sizeof text;
+  EXPECT_EQ(QV_IO_GetProperty(channel.handle(), "", text, &size), QV_IO_OK);
+  EXPECT_EQ(size, 0U);
+  EXPECT_STREQ(text, "");
+  EXPECT_EQ(QV_IO_GetProperty(channel.handle(), nullptr, text, &size), QV_IO_ERROR_INVALID_ARGUMENT);
+}
+
+TEST(TcpChannel, UsesThePortOptionOnlyWhereTheLocatorGivesNone) {
+  EchoLink echo(LinkKind::Tcp);
+  const auto port = std::to_string(echo.tcp().port());
+  EXPECT_EQ(Channel("network:127.0.0.1", "port " + port).result(), QV_IO_OK);
+  EXPECT_EQ(Channel("network:localhost:0", "port " + port).result(), QV_IO_OK);
+  EXPECT_EQ(Channel("network:127.0.0.1:" + port + "x", "port 1").result(), QV_IO_OK);
+}
+
+TEST(TcpChannel, TellsARefusalAtTheOpenOrSoonAfter) {
+  uint16_t port = 0;
+  { port = EchoLink(LinkKind::Tcp).tcp().port(); }
+  const Channel channel("network:127.0.0.1:" + std::to_string(port));
+  // A connect that is under way counts as done once the socket is writable, as a refused one is.
+  if (channel.result() == QV_IO_OK) {
+    EXPECT_TRUE(channel.isNotified(QV_IO_ERROR_CONNECTION_LOST, 2));
+    EXPECT_EQ(channel.send("x"), QV_IO_ERROR_TRANSMIT_FAILED);
+  } else {
+    EXPECT_EQ(channel.result(), QV_IO_ERROR_DEVICE_NOT_FOUND);
+  }
+}
+
+TEST(TcpChannel, GivesUpOnAPeerThatNeverAnswers) {
+  const SilentListener silent;
+  const auto started = std::chrono::steady_clock::now();
+  EXPECT_EQ(Channel(silent.locator(), "connect-timeout 50").result(), QV_IO_ERROR_DEVICE_NOT_FOUND);
+  EXPECT_GE(std::chrono::steady_clock::now() - started, std::chrono::milliseconds(50));
+}
+
+TEST(TcpChannel, TellsAgainAndAgainThatThePeerHasClosed) {
+  EchoLink echo(LinkKind::Tcp);
+  const Channel channel(echo.locator());
+  EXPECT_EQ(channel.send("x"), QV_IO_OK);
+  EXPECT_TRUE(channel.receives("x"));
+  echo.hangUp();
+  EXPECT_TRUE(channel.isNotified(QV_IO_ERROR_CONNECTION_LOST, 3));
+  EXPECT_EQ(channel.notices(QV_IO_ERROR_RECEIVE_FAILED), 0);
+}
+
+TEST(TcpChannel, TellsAResetToTheNextSendToo) {
+  EchoLink echo(LinkKind::Tcp);
+  const Channel channel(echo.locator());
+  EXPECT_EQ(channel.send("x"), QV_IO_OK);
+  EXPECT_TRUE(channel.receives("x"));
+  echo.tcp().resetAll();
+  EXPECT_TRUE(channel.isNotified(QV_IO_ERROR_CONNECTION_LOST, 3));
+  EXPECT_EQ(channel.send("y"), QV_IO_ERROR_CONNECTION_LOST);
+  EXPECT_EQ(channel.send("y"), QV_IO_ERROR_TRANSMIT_FAILED) << "and no broken-pipe signal";
+}
+
+TEST(TcpChannel, StillSendsToAPeerThatHasHalfClosed) {
+  EchoLink sink(LinkKind::Tcp);
+  const Channel channel(sink.locator());
+  EXPECT_EQ(channel.send("x"), QV_IO_OK);
+  EXPECT_TRUE(channel.receives("x"));
+  sink.tcp().halfCloseAll();
+  EXPECT_TRUE(channel.isNotified(QV_IO_ERROR_CONNECTION_LOST, 2));
+  EXPECT_EQ(channel.send("still taken"), QV_IO_OK);
+}
+
+TEST(SerialChannel, TellsThatTheOtherEndIsGone) {
+  for (const auto notices : {Channel::Notices::Recorded, Channel::Notices::NoCallback}) {
+    EchoLink echo(LinkKind::Serial);
+    Channel channel(echo.locator(), echo.options(), notices);
+    EXPECT_EQ(channel.send("x"), QV_IO_OK);
+    EXPECT_TRUE(channel.receives("x"));
+    echo.hangUp();
+    const bool told =
+        notices == Channel::Notices::NoCallback || channel.isNotified(QV_IO_ERROR_RECEIVE_FAILED, 3);
+    EXPECT_TRUE(told);
+    EXPECT_TRUE(Eventually([&] { return channel.send("y") == QV_IO_ERROR_TRANSMIT_FAILED; }));
+    EXPECT_EQ(channel.close(1), QV_IO_OK);
+  }
+}
+
+}  // namespace
+}  // namespace qvtest
