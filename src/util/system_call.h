@@ -2,8 +2,11 @@
 
 #include <poll.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
+#include <limits>
 #include <optional>
 #include <span>
 
@@ -22,6 +25,15 @@ auto Uninterrupted(Call call) {
 
 /// `poll` until an entry is ready or the deadline has passed, whatever signals arrive.
 /// Returns the number of ready entries, 0 at the deadline, below 0 on failure (errno set).
-int PollUntil(std::span<pollfd> entries, Deadline deadline);
+inline int PollUntil(std::span<pollfd> entries, Deadline deadline) {
+  const auto milliseconds = [&] {
+    if (!deadline) return -1;
+    // Rounded up: a wait that ends early would spin through the last millisecond.
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(*deadline - std::chrono::steady_clock::now());
+    return static_cast<int>(std::clamp<int64_t>(left.count(), 0, std::numeric_limits<int>::max()));
+  };
+  return Uninterrupted([&] { return ::poll(entries.data(), entries.size(), milliseconds()); });
+}
 
 }  // namespace cppu

@@ -1,0 +1,31 @@
+// qvio: the command-line tool.
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+
+#include "commands.h"
+
+int main(int argc, char** argv) try {
+  using namespace qvio_tool;
+  std::signal(SIGPIPE, SIG_DFL);  // whoever reads our output may leave early; that ends the program, quietly
+
+  CLI::App app("Exchange bytes with motion controllers and sensors", "qvio");
+  app.require_subcommand(1);
+  app.footer(
+      "Example:\n  qvio send network:192.168.0.10:5000 \"*IDN?\"\n\"qvio COMMAND --help\" tells more.");
+  Run run;
+  AddOpenCommand(app, run);
+  AddSendCommand(app, run);
+  AddVersionCommand(app, run);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? Done : WrongUsage;
+  }
+  return run();
+} catch (const std::exception& failure) {
+  std::fprintf(stderr, "qvio: %s\n", failure.what());
+  return qvio_tool::Refused;
+}
