@@ -1,0 +1,25 @@
+# What an installation holds: the library, its header, the programs, and what CMake and pkg-config need to find them.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS quorvio EXPORT quorvioTargets)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ TYPE INCLUDE)
+if(QUORVIO_BUILD_TOOLS)
+  install(TARGETS qvio qvio-sim)
+  # The programs find the library of their own installation wherever that is moved to.
+  file(RELATIVE_PATH to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+  set_target_properties(qvio PROPERTIES INSTALL_RPATH "$ORIGIN/${to_lib}")
+endif()
+
+set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/quorvio)
+install(EXPORT quorvioTargets NAMESPACE quorvio:: DESTINATION ${package_folder})
+configure_package_config_file(
+  ${PROJECT_SOURCE_DIR}/packaging/quorvioConfig.cmake.in ${PROJECT_BINARY_DIR}/quorvioConfig.cmake
+  INSTALL_DESTINATION ${package_folder})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/quorvioConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/quorvioConfig.cmake ${PROJECT_BINARY_DIR}/quorvioConfigVersion.cmake
+  DESTINATION ${package_folder})
+
+# Relative to the .pc file itself, so that an installation may be moved.
+file(RELATIVE_PATH QUORVIO_PC_TO_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+configure_file(${PROJECT_SOURCE_DIR}/packaging/quorvio.pc.in ${PROJECT_BINARY_DIR}/quorvio.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/quorvio.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
