@@ -29,7 +29,10 @@ class Channel {
   }
   Channel(const Channel&) = delete;
   Channel& operator=(const Channel&) = delete;
-  ~Channel() { close(1); }
+  ~Channel() {
+    close(1);
+    locked([] {});  // after a close without wait: what the ended receive thread did comes before this
+  }
 
   [[nodiscard]] uint32_t result() const { return result_; }
   [[nodiscard]] uint32_t handle() const { return handle_; }

@@ -83,9 +83,7 @@ LineEditor::Event LineEditor::readKey() {
 
 void LineEditor::printAbove(std::string_view text, int fd) {
   std::fflush(stdout);
-  std::string lines = "\r\x1b[K";
-  for (const char character : text) lines.append(character == '\n' ? "\r\n" : std::string(1, character));
-  WriteAll(fd, lines);
+  WriteAll(fd, "\r\x1b[K" + std::string(text));
   ::el_set(editor_.get(), EL_REFRESH);
   std::fflush(stdout);
 }

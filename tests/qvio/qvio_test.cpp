@@ -1,0 +1,169 @@
+// The built program against simulated devices.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <string>
+#include <vector>
+
+#include "qvio/runner.h"
+#include "sim/controller.h"
+#include "sim/event_loop.h"
+#include "sim/network_device.h"
+#include "sim/serial_device.h"
+#include "tools/qvio/notices.h"
+#include "util/unique_fd.h"
+
+namespace qvtest {
+namespace {
+
+using Words = std::vector<std::string>;
+
+class Qvio : public testing::Test {
+ protected:
+  qvsim::EventLoop loop_;
+  qvsim::NetworkDevice controller_{loop_, "127.0.0.1", 0, qvsim::ServeController({.serialNumber = "T-1"})};
+  qvsim::NetworkDevice echo_{loop_, "127.0.0.1", 0, qvsim::MakeEcho};
+  qvsim::SerialDevice stage_{loop_, qvsim::ServeController({.serialNumber = "T-2"})};
+
+  const std::string net_ = "network:127.0.0.1:" + std::to_string(controller_.port());
+  const std::string echoing_ = "network:127.0.0.1:" + std::to_string(echo_.port());
+  const std::string tty_ = "serial:" + stage_.path();
+};
+
+TEST_F(Qvio, AnswersEveryWayOfAsking) {
+  const std::string bytes("\0\xff\r\n\x1b", 5);
+  const struct {
+    Words arguments;
+    std::string input;
+    int status;
+    std::string output;
+  } rows[] = {
+      {{"version"}, "", 0, "qvio with libquorvio 2.1.2\n"},
+      {{"send", net_, "*IDN?"}, "", 0, "QUORVI,DRV-SIM,T-1,1.0\r\n"},
+      {{"send", net_, "POS?", "--eol", "crlf", "--until", "\\r\\n"}, "", 0, "0.000\r\n"},
+      {{"send", net_, "POS?\\x0a", "--eol", "none", "--bytes", "7"}, "", 0, "0.000\r\n"},
+      {{"send", net_, "50 4f53 3F0a", "--hex"}, "", 0, "30 2E 30 30 30 0D 0A\n"},
+      {{"send", net_, "POS?", "--wait", "0"}, "", 0, ""},
+      {{"send", net_, "POS?", "--until", "never", "--wait", "50"}, "", 124, "0.000\r\n"},
+      {{"send", net_, "POS?", "--eol", "none", "--wait", "50"}, "", 124, ""},
+      {{"send", tty_, "*IDN?", "-o", "baudrate 115200"}, "", 0, "QUORVI,DRV-SIM,T-2,1.0\r\n"},
+      {{"open", net_, "--quiet-ms", "200"}, "MOV 3\nPOS?\n", 0, "OK\r\n3.000\r\n"},
+      {{"open", echoing_, "--quiet-ms", "200"}, bytes, 0, bytes},
+      {{"open", echoing_, "--quiet-ms", "200", "--hex"}, "00 ff\n0d", 0, "00 FF 0D\n"},
+  };
+  for (const auto& row : rows) {
+    const auto outcome = RunQvio(row.arguments, row.input);
+    EXPECT_EQ(outcome.status, row.status) << testing::PrintToString(row.arguments) << outcome.errors;
+    EXPECT_EQ(outcome.output, row.output) << testing::PrintToString(row.arguments);
+  }
+}
+
+TEST_F(Qvio, SaysWhatIsWrongAndWhatHelps) {
+  const struct {
+    Words arguments;
+    int status;
+    std::string error;
+  } rows[] = {
+      {{}, 2, "subcommand is required"},
+      {{"fly"}, 2, ""},
+      {{"send", net_}, 2, "text is required"},
+      {{"send", net_, "x", "--eol", "tab"}, 2, "--eol"},
+      {{"send", net_, "\\q"}, 1, "unknown escape"},
+      {{"send", net_, "4x", "--hex"}, 1, "not hexadecimal: 4x"},
+      {{"send", "tty", "x"}, 1, "cannot open tty: invalid locator (result 2): a locator is"},
+      {{"send", tty_, "x"}, 1, "invalid argument (result 4): give the speed"},
+      {{"send", "network:127.0.0.1", "x"}, 1, "invalid argument (result 4): give a port"},
+      {{"send", "serial:/nonexistent", "x", "-o", "baudrate 9600"},
+       1,
+       "(result 5): /nonexistent: No such file"},
+      {{"send", "serial:/dev", "x", "-o", "baudrate 9600"}, 1, "(result 5): /dev is a directory"},
+      {{"send", "serial:/dev/null", "x", "-o", "baudrate 9600"},
+       1,
+       "(result 5): /dev/null is not a serial port"},
+      {{"send", "usb:sn:1", "x"}, 1, "driver unavailable (result 14)"},
+      {{"send", "network:no-such-host.invalid:5", "x"},
+       1,
+       "device not found (result 3): no-such-host.invalid"},
+      {{"send", "network:sn:NOBODY", "x"}, 1, "no device with this serial number"},
+      {{"send", tty_, "POS?", "-o", "baudrate 500000"}, 0, "runs at 230400 baud, not at 500000"},
+      {{"send", tty_, "POS?", "-o", "baudrate 9600", "-o", "xonxoff"},
+       0,
+       "xonxoff switches no flow control on"},
+  };
+  for (const auto& row : rows) {
+    const auto outcome = RunQvio(row.arguments);
+    EXPECT_EQ(outcome.status, row.status) << testing::PrintToString(row.arguments);
+    EXPECT_NE((outcome.errors + outcome.output).find(row.error), std::string::npos)
+        << outcome.errors << outcome.output;
+  }
+  for (const auto* command : {"open", "send", "version"}) {
+    const auto help = RunQvio({command, "--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_NE(help.output.find("Example:"), std::string::npos) << command;
+  }
+}
+
+TEST_F(Qvio, NamesTheProcessThatHoldsTheSerialPort) {
+  const cppu::UniqueFd holder(::open(stage_.path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+  ASSERT_EQ(::flock(holder.get(), LOCK_EX | LOCK_NB), 0);
+  const auto outcome = RunQvio({"send", tty_, "POS?", "-o", "baudrate 9600"});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_NE(outcome.errors.find("is in use by qvio_test (pid " + std::to_string(::getpid()) + ")"),
+            std::string::npos)
+      << outcome.errors;
+}
+
+TEST_F(Qvio, TellsALostConnectionOnceBesideTheLineBeingEdited) {
+  TerminalSession session({"open", net_});
+  EXPECT_TRUE(session.shows("is open"));
+  session.type("POS?\n");
+  EXPECT_TRUE(session.shows("0.000"));
+  controller_.closeAll();
+  EXPECT_TRUE(session.shows("connection lost (result 7)"));
+  session.type("half a line");
+  EXPECT_TRUE(session.shows("half a line"));
+  session.type("\x1d");
+  EXPECT_EQ(session.waitForEnd(), 0);
+  EXPECT_EQ(session.screen().find("connection lost (result 7)\r\n", session.screen().find("half a line")),
+            std::string::npos)
+      << "told once";
+}
+
+TEST(Notices, AreCountedInsteadOfRepeated) {
+  qvio_tool::Notices notices;
+  EXPECT_EQ(notices.note(7), "qvio: connection lost (result 7)\n");
+  EXPECT_EQ(notices.note(7) + notices.note(7), "");
+  EXPECT_EQ(notices.note(8),
+            "qvio: connection lost (result 7) came 2 more times\nqvio: receive failed (result 8)\n");
+  EXPECT_EQ(notices.takeCount(), "");
+}
+
+TEST_F(Qvio, EditsLinesAndShowsWhatArrivesHarmlessly) {
+  TerminalSession session({"open", echoing_});
+  EXPECT_TRUE(session.shows("> "));
+  session.type(
+      "axx\x7f\x7f"
+      "bc\n");  // rubbed out, and entered
+  EXPECT_TRUE(session.shows("\x1b[Kabc\r\n")) << "the echo" << session.screen();
+  session.type("\x16\x1b[31m\n");  // Ctrl-V takes the escape as a character
+  EXPECT_TRUE(session.shows("\\x1B[31m"));
+  session.type("\x04");  // Ctrl-D on the empty line
+  EXPECT_EQ(session.waitForEnd(), 0);
+}
+
+TEST_F(Qvio, LeavesAtASignalAlsoWhenTheDeviceTakesNothing) {
+  TerminalSession session({"open", echoing_});
+  EXPECT_TRUE(session.shows("> "));
+  session.type("x\n");
+  EXPECT_TRUE(session.shows("x\r\n"));
+  echo_.setReading(qvsim::Reading::Stalled);
+  ::kill(session.pid(), SIGTERM);
+  EXPECT_EQ(session.waitForEnd(), 128 + SIGTERM);
+}
+
+}  // namespace
+}  // namespace qvtest
