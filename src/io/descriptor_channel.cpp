@@ -72,8 +72,7 @@ void DescriptorChannel::run() {
 bool DescriptorChannel::receiveOnce(std::span<uint8_t> buffer) {
   std::array<pollfd, 2> entries{{{fd_.get(), POLLIN, 0}, {stop_->fd(), POLLIN, 0}}};
   if (cppu::PollUntil(entries, {}) < 0) return fault(QV_IO_ERROR_RECEIVE_FAILED);
-  if (entries[0].revents == 0)
-    return true;  // only the stop signal; an error or hang-up mark counts as readable
+  if (entries[0].revents == 0) return true;  // only the stop signal; an error or hang-up counts as readable
 
   // Asked before every read: a reset connection thus shows as 0 bytes, and its error stays for the next send.
   int waiting = 0;
@@ -84,8 +83,8 @@ bool DescriptorChannel::receiveOnce(std::span<uint8_t> buffer) {
 
 bool DescriptorChannel::receiveBytes(std::span<uint8_t> buffer, long waiting) {
   while (waiting > 0 && !stop_->requested()) {
-    const auto wanted = std::min(buffer.size(), static_cast<std::size_t>(waiting));
-    const auto got = cppu::Uninterrupted([&] { return ::read(fd_.get(), buffer.data(), wanted); });
+    // More than was waiting is as welcome: it would have been the next pass's.
+    const auto got = cppu::Uninterrupted([&] { return ::read(fd_.get(), buffer.data(), buffer.size()); });
     if (got < 0 && WouldBlock(errno)) return true;  // another reader of the device was faster
     if (got < 0 && (reportsErrors() || !kind_.failedReadIsDelivered))
       return fault(QV_IO_ERROR_RECEIVE_FAILED);
@@ -129,13 +128,12 @@ uint32_t DescriptorChannel::send(const void* data, std::size_t length) {
   while (!rest.empty()) {
     const auto piece = rest.first(std::min(rest.size(), kind_.largestWrite));
     const auto written = writeSome(piece);
-    if (written < 0 && WouldBlock(errno)) {
-      if (!waitWritable()) return QV_IO_ERROR_TRANSMIT_FAILED;
-      continue;
-    }
-    if (written < 0 && errno == ECONNRESET) return kind_.peerReset;
-    if (written < 1 || static_cast<std::size_t>(written) > piece.size()) return QV_IO_ERROR_TRANSMIT_FAILED;
-    rest = rest.subspan(static_cast<std::size_t>(written));
+    const bool full = written < 0 ? WouldBlock(errno) : static_cast<std::size_t>(written) < piece.size();
+    if (written < 0 && !full && errno == ECONNRESET) return kind_.peerReset;
+    if ((written < 0 && !full) || written == 0 || written > std::ssize(piece))
+      return QV_IO_ERROR_TRANSMIT_FAILED;
+    if (written > 0) rest = rest.subspan(static_cast<std::size_t>(written));
+    if (full && !waitWritable()) return QV_IO_ERROR_TRANSMIT_FAILED;
   }
   return QV_IO_OK;
 }
