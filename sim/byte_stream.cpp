@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cerrno>
+#include <string>
 #include <utility>
 
 namespace qvsim {
@@ -32,6 +33,11 @@ bool ByteStream::hasUnread() const {
 
 void ByteStream::setReading(Reading reading) {
   reading_ = reading;
+  updateInterest();
+}
+
+void ByteStream::send(SharedBytes bytes) {
+  output_.addSending(std::move(bytes));
   updateInterest();
 }
 
@@ -62,23 +68,23 @@ bool ByteStream::receive(bool broken) {
   if (got < 0) return errno == EAGAIN || errno == EINTR;
   if (got == 0) peerEnded_ = true;  // what it asked for before is still answered
   if (reading_ == Reading::Answering)
-    output_ += responder_->answer({buffer.data(), static_cast<std::size_t>(got)});
+    output_.addAnswer(responder_->answer({buffer.data(), static_cast<std::size_t>(got)}));
   return true;
 }
 
 bool ByteStream::reads() const {
-  return reading_ != Reading::Stalled && !peerEnded_ && output_.size() - sent_ < kLargestBacklog;
+  return reading_ != Reading::Stalled && !peerEnded_ && output_.answerBytes() < kLargestBacklog;
 }
 
 bool ByteStream::flush() {
-  if (sendsForever_ && output_.empty()) output_.assign(kReadSize, '.');
-  while (sent_ < output_.size()) {
-    const auto written = ::write(fd_.get(), output_.data() + sent_, output_.size() - sent_);
+  static const auto kFiller = std::make_shared<const std::string>(kReadSize, '.');
+  if (sendsForever_ && output_.empty()) output_.addSending(kFiller);
+  while (!output_.empty()) {
+    const auto bytes = output_.next();
+    const auto written = ::write(fd_.get(), bytes.data(), bytes.size());
     if (written < 0) return errno == EAGAIN || errno == EINTR;
-    sent_ += static_cast<std::size_t>(written);
+    output_.remove(static_cast<std::size_t>(written));
   }
-  output_.clear();
-  sent_ = 0;
   return true;
 }
 

@@ -3,10 +3,9 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <string>
-#include <string_view>
 
 #include "sim/event_loop.h"
+#include "sim/output_queue.h"
 #include "sim/responder.h"
 #include "util/unique_fd.h"
 
@@ -36,6 +35,9 @@ class ByteStream {
 
   void setReading(Reading reading);
 
+  /// Sends the bytes after what is on its way already, as fast as the peer takes them.
+  void send(SharedBytes bytes);
+
   /// Sends without end, as fast as the peer takes it.
   void sendForever();
 
@@ -56,8 +58,7 @@ class ByteStream {
   Reading reading_ = Reading::Answering;
   bool peerEnded_ = false;
   bool sendsForever_ = false;
-  std::string output_;
-  std::size_t sent_ = 0;  ///< bytes of output_ that are gone
+  OutputQueue output_;
 };
 
 }  // namespace qvsim

@@ -6,6 +6,7 @@
 #include <array>
 #include <csignal>
 #include <future>
+#include <memory>
 #include <utility>
 
 #include "sim/checked.h"
@@ -30,11 +31,12 @@ EventLoop::~EventLoop() {
 }
 
 void EventLoop::run(const std::function<void()>& action) {
-  std::packaged_task<void()> task(action);
-  auto done = task.get_future();
+  // Shared: the loop's thread may still be returning from the task when its result is here.
+  const auto task = std::make_shared<std::packaged_task<void()>>(action);
+  auto done = task->get_future();
   {
     const std::lock_guard lock(mutex_);
-    actions_.emplace_back([&task] { task(); });
+    actions_.emplace_back([task] { (*task)(); });
   }
   ::eventfd_write(wakeUp_.get(), 1);
   done.get();

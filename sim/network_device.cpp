@@ -4,7 +4,10 @@
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
+#include <cerrno>
+#include <chrono>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 #include "sim/checked.h"
@@ -29,6 +32,12 @@ cppu::UniqueFd Listen(const sockaddr_in& name) {
   Checked(::bind(fd.get(), reinterpret_cast<const sockaddr*>(&name), sizeof name), "cannot listen");
   Checked(::listen(fd.get(), SOMAXCONN), "listen");
   return fd;
+}
+
+/// The connection that could not be taken is told again at once: that must not cost a core. With any other
+/// error the peer has given up meanwhile.
+void RestIfOutOfDescriptors(int error) {
+  if (error == EMFILE || error == ENFILE) std::this_thread::sleep_for(std::chrono::milliseconds(10));
 }
 
 uint16_t LocalPort(int fd) {
@@ -58,10 +67,11 @@ NetworkDevice::~NetworkDevice() {
 
 void NetworkDevice::accept() {
   cppu::UniqueFd fd(::accept4(listener_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-  if (!fd) return;  // the peer has given up meanwhile
+  if (!fd) return RestIfOutOfDescriptors(errno);
   const int key = fd.get();
   streams_[key] = std::make_unique<ByteStream>(loop_, std::move(fd), makeResponder_(),
                                                [this, key] { streams_.erase(key); });
+  streams_[key]->setReading(reading_);
 }
 
 template <class Action>
@@ -84,7 +94,13 @@ bool NetworkDevice::hasUnread() {
 }
 
 void NetworkDevice::setReading(Reading reading) {
+  loop_.run([&] { reading_ = reading; });
   forEach([=](ByteStream& stream) { stream.setReading(reading); });
+}
+
+void NetworkDevice::send(std::string bytes) {
+  const auto shared = std::make_shared<const std::string>(std::move(bytes));  // one copy for all connections
+  forEach([&](ByteStream& stream) { stream.send(shared); });
 }
 
 void NetworkDevice::sendForever() {

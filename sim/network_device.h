@@ -31,8 +31,9 @@ class NetworkDevice {
   /// Whether a connection has bytes waiting that it does not read.
   [[nodiscard]] bool hasUnread();
 
-  /// Faults; each is done to all connections that there are.
-  void setReading(Reading reading);
+  /// Faults, of the connections that there are.
+  void setReading(Reading reading);  ///< and of later ones
+  void send(std::string bytes);      ///< after what is on its way already; returns before it is all out
   void sendForever();
   void closeAll();      ///< orderly
   void resetAll();      ///< the peers see a reset
@@ -47,7 +48,9 @@ class NetworkDevice {
   MakeResponder makeResponder_;
   cppu::UniqueFd listener_;
   uint16_t port_ = 0;
-  std::map<int, std::unique_ptr<ByteStream>> streams_;  ///< loop's thread only
+  // Loop's thread only:
+  Reading reading_ = Reading::Answering;
+  std::map<int, std::unique_ptr<ByteStream>> streams_;
 };
 
 }  // namespace qvsim

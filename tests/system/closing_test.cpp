@@ -31,6 +31,8 @@ struct State {
 void Idle(EchoLink& /*link*/, Channel& /*channel*/) {}
 
 void Receiving(EchoLink& link, Channel& channel) {
+  EXPECT_EQ(channel.send("x"), QV_IO_OK);
+  EXPECT_TRUE(channel.receives("x")) << "the device knows of the connection";
   link.sendForever();
   EXPECT_TRUE(Eventually([&] { return channel.receivedSize() > 10000; }));
 }
@@ -165,8 +167,9 @@ TEST(Exit, WithOpenChannelsEndsTheProcess) {
         auto* const first = new Channel(tcp.locator());                        // never closed
         auto* const second = new Channel(serial.locator(), serial.options());  // never closed
         const bool open = first->result() == QV_IO_OK && second->result() == QV_IO_OK;
+        const bool both = first->send("x") == QV_IO_OK && first->receives("x");
         tcp.sendForever();
-        std::exit(open ? 0 : 1);
+        std::exit(open && both ? 0 : 1);
       },
       testing::ExitedWithCode(0), "");
 }
