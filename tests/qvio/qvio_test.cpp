@@ -127,7 +127,7 @@ TEST_F(Qvio, TellsALostConnectionOnceBesideTheLineBeingEdited) {
   session.type("half a line");
   EXPECT_TRUE(session.shows("half a line"));
   session.type("\x1d");
-  EXPECT_EQ(session.waitForEnd(), 0);
+  EXPECT_EQ(session.waitForEnd(), 0) << session.screen();
   EXPECT_EQ(session.screen().find("connection lost (result 7)\r\n", session.screen().find("half a line")),
             std::string::npos)
       << "told once";
@@ -152,7 +152,7 @@ TEST_F(Qvio, EditsLinesAndShowsWhatArrivesHarmlessly) {
   session.type("\x16\x1b[31m\n");  // Ctrl-V takes the escape as a character
   EXPECT_TRUE(session.shows("\\x1B[31m"));
   session.type("\x04");  // Ctrl-D on the empty line
-  EXPECT_EQ(session.waitForEnd(), 0);
+  EXPECT_EQ(session.waitForEnd(), 0) << session.screen();
 }
 
 TEST_F(Qvio, LeavesAtASignalAlsoWhenTheDeviceTakesNothing) {

@@ -32,6 +32,12 @@ int StatusOf(int pid) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
+bool HasEnded(int pid) {
+  siginfo_t info{};
+  return ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+         info.si_pid == pid;
+}
+
 struct Pipe {
   Pipe() {
     std::array<int, 2> ends{};
@@ -129,6 +135,7 @@ bool TerminalSession::shows(const std::string& text) {
 int TerminalSession::waitForEnd() {
   while (readMore()) {
   }
+  if (!Eventually([&] { return HasEnded(pid_); })) ::kill(pid_, SIGKILL);
   return StatusOf(std::exchange(pid_, -1));
 }
 

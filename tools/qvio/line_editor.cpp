@@ -4,14 +4,19 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cwchar>
 #include <filesystem>
 
 #include "conversation.h"
+#include "util/system_call.h"
 
 namespace qvio_tool {
 namespace {
 
 constexpr int kHistoryLength = 500;
+constexpr char kLeave = '\x1d';                          // Ctrl-]
+constexpr auto kInvalid = static_cast<std::size_t>(-1);  // of mbrtowc, as the next
+constexpr auto kIncomplete = static_cast<std::size_t>(-2);
 
 std::string HistoryFile() {
   const auto* const state = std::getenv("XDG_STATE_HOME");
@@ -40,12 +45,11 @@ LineEditor::LineEditor()
   ::history(history_.get(), &event, H_SETUNIQUE, 1);
   ::history(history_.get(), &event, H_LOAD, historyFile_.c_str());
   auto* const editor = editor_.get();
-  ::el_set(editor, EL_CLIENTDATA, this);
   ::el_set(editor, EL_EDITOR, "emacs");
   ::el_set(editor, EL_PROMPT, Prompt);
   ::el_set(editor, EL_HIST, ::history, history_.get());
-  ::el_set(editor, EL_ADDFN, "qvio-leave", "Leave the terminal", &LineEditor::onLeave);
-  ::el_set(editor, EL_BIND, "^]", "qvio-leave", nullptr);
+  ::el_set(editor, EL_CLIENTDATA, this);
+  ::el_set(editor, EL_GETCFN, &LineEditor::readCharacter);
   ::el_source(editor, nullptr);
   ::el_set(editor, EL_UNBUFFERED, 1);
 }
@@ -58,11 +62,21 @@ LineEditor::~LineEditor() {
   ::history(history_.get(), &event, H_SAVE, historyFile_.c_str());
 }
 
-unsigned char LineEditor::onLeave(EditLine* editor, int /*key*/) {
+/// Reads one character for the editor. Ctrl-] is taken here, since it leaves whatever stands on the line.
+int LineEditor::readCharacter(EditLine* editor, wchar_t* character) {
   LineEditor* self = nullptr;
   ::el_get(editor, EL_CLIENTDATA, &self);
-  self->leaving_ = true;
-  return CC_EOF;
+  std::mbstate_t state{};
+  char byte = 0;
+  while (cppu::Uninterrupted([&] { return ::read(STDIN_FILENO, &byte, 1); }) == 1) {
+    self->leaving_ = byte == kLeave;
+    if (self->leaving_) return 0;
+    const auto converted = std::mbrtowc(character, &byte, 1, &state);
+    if (converted == kIncomplete) continue;
+    if (converted == kInvalid) *character = L'?';
+    return 1;
+  }
+  return 0;
 }
 
 LineEditor::Event LineEditor::readKey() {

@@ -31,7 +31,7 @@ class LineEditor {
   void printAbove(std::string_view text, int fd);
 
  private:
-  static unsigned char onLeave(EditLine* editor, int key);
+  static int readCharacter(EditLine* editor, wchar_t* character);
 
   bool leaving_ = false;
   std::string line_;

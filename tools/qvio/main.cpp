@@ -1,6 +1,7 @@
 // qvio: the command-line tool.
 
 #include <CLI/CLI.hpp>
+#include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -9,6 +10,7 @@
 
 int main(int argc, char** argv) try {
   using namespace qvio_tool;
+  std::setlocale(LC_CTYPE, "");   // for the line editor
   std::signal(SIGPIPE, SIG_DFL);  // whoever reads our output may leave early; that ends the program, quietly
 
   CLI::App app("Exchange bytes with motion controllers and sensors", "qvio");
