@@ -1,0 +1,107 @@
+#include "cases.h"
+
+#include <benchmark/benchmark.h>
+
+#include <array>
+#include <cstdint>
+#include <thread>
+#include <vector>
+
+#include "contestants.h"
+#include "peer.h"
+
+namespace qvbench {
+namespace {
+
+constexpr std::size_t kLargeMessage = std::size_t{64} << 20U;
+
+template <class Contestant>
+void RoundTrip(benchmark::State& state, Line line) {
+  const Peer peer(line, Echo);
+  Contestant contestant(peer.address());
+  const std::array<uint8_t, 64> request{};
+  for (auto _ : state) {
+    contestant.send(request);
+    contestant.receive(request.size());
+  }
+}
+
+template <class Contestant>
+void Receive(benchmark::State& state) {
+  const Peer peer(Line::Tcp, Flood);
+  Contestant contestant(peer.address());
+  const std::array<uint8_t, 1> start{};
+  for (auto _ : state) {
+    contestant.send(start);
+    contestant.receive(kBulk);
+  }
+}
+
+template <class Contestant>
+void Send(benchmark::State& state) {
+  const Peer peer(Line::Tcp, Swallow);
+  Contestant contestant(peer.address());
+  const std::vector<uint8_t> piece(kLargePiece);
+  for (auto _ : state) {
+    for (std::size_t sent = 0; sent < kBulk; sent += piece.size()) contestant.send(piece);
+    contestant.receive(1);
+  }
+}
+
+/// All bytes in one send while they come back; plain code needs a second thread for that.
+template <class Contestant>
+void SendAndReceive(Contestant& contestant, const std::vector<uint8_t>& message) {
+  if constexpr (Contestant::kReceivesByItself) {
+    contestant.send(message);
+    contestant.receive(message.size());
+  } else {
+    const std::jthread sender([&] { contestant.send(message); });
+    contestant.receive(message.size());
+  }
+}
+
+template <class Contestant>
+void EchoLargeMessage(benchmark::State& state) {
+  const Peer peer(Line::Tcp, Echo);
+  Contestant contestant(peer.address());
+  const std::vector<uint8_t> message(kLargeMessage);
+  for (auto _ : state) SendAndReceive(contestant, message);
+}
+
+template <class Contestant, class Run>
+auto* Register(const char* name, Run run) {
+  return benchmark::RegisterBenchmark(RunName(name, Contestant::kName).c_str(), run)->UseRealTime();
+}
+
+template <class Contestant>
+void RegisterRoundTrip(const char* name, Line line) {
+  constexpr int kRoundTrips = 500;  // short, so that a disturbance does not meet one contestant alone
+  Register<Contestant>(name, [line](auto& state) { RoundTrip<Contestant>(state, line); })
+      ->Unit(benchmark::kMicrosecond)
+      ->Iterations(kRoundTrips);
+}
+
+template <class Contestant>
+void RegisterTransfer(const char* name, void (*run)(benchmark::State&)) {
+  Register<Contestant>(name, run)->Unit(benchmark::kMillisecond)->Iterations(1);
+}
+
+template <class Contestant>
+void RegisterContestant() {
+  RegisterRoundTrip<Contestant>(kRoundTripTcp, Line::Tcp);
+  RegisterRoundTrip<Contestant>(kRoundTripTerminal, Line::PseudoTerminal);
+  RegisterTransfer<Contestant>(kReceiving, Receive<Contestant>);
+  RegisterTransfer<Contestant>(kSending, Send<Contestant>);
+  RegisterTransfer<Contestant>(kEchoing, EchoLargeMessage<Contestant>);
+}
+
+}  // namespace
+
+void RegisterCases() {
+  RegisterContestant<BareDescriptor>();
+  RegisterContestant<HandWrittenThread>();
+  RegisterContestant<AsioStream>();
+  RegisterContestant<Quorvio>();
+}
+
+}  // namespace qvbench

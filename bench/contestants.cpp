@@ -1,0 +1,87 @@
+#include "contestants.h"
+
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+namespace qvbench {
+namespace {
+
+constexpr std::size_t kSmallRead = 1024;
+constexpr int kLookForStopMs = 20;
+
+void SendAll(int fd, std::span<const uint8_t> bytes) {
+  while (!bytes.empty()) {
+    const auto written = ::write(fd, bytes.data(), bytes.size());
+    Require(written > 0, "write");
+    bytes = bytes.subspan(static_cast<std::size_t>(written));
+  }
+}
+
+void CountBytes(void* inbox, const uint8_t* /*data*/, std::size_t length) {
+  static_cast<Inbox*>(inbox)->add(length);
+}
+
+}  // namespace
+
+void BareDescriptor::send(std::span<const uint8_t> bytes) const { SendAll(fd_.get(), bytes); }
+
+void BareDescriptor::receive(std::size_t bytes) {
+  while (bytes > 0) {
+    const auto got = ::read(fd_.get(), buffer_.data(), std::min(buffer_.size(), bytes));
+    Require(got > 0, "read");
+    bytes -= static_cast<std::size_t>(got);
+  }
+}
+
+HandWrittenThread::HandWrittenThread(const Address& address)
+    : fd_(address.open()), callback_(CountBytes), thread_([this](const auto& stop) { run(stop); }) {}
+
+void HandWrittenThread::send(std::span<const uint8_t> bytes) const { SendAll(fd_.get(), bytes); }
+
+void HandWrittenThread::run(const std::stop_token& stop) {
+  while (!stop.stop_requested()) {
+    pollfd entry{fd_.get(), POLLIN, 0};
+    if (::poll(&entry, 1, kLookForStopMs) > 0) readWaiting();
+  }
+}
+
+void HandWrittenThread::readWaiting() {
+  int waiting = 0;
+  Require(::ioctl(fd_.get(), FIONREAD, &waiting) == 0, "FIONREAD");
+  auto left = static_cast<std::size_t>(waiting);
+  std::array<uint8_t, kSmallRead> buffer;
+  while (left > 0) {
+    const auto got = ::read(fd_.get(), buffer.data(), std::min(buffer.size(), left));
+    Require(got > 0, "read");
+    callback_(&inbox_, buffer.data(), static_cast<std::size_t>(got));
+    left -= static_cast<std::size_t>(got);
+  }
+}
+
+AsioStream::AsioStream(const Address& address) : stream_(context_, address.open().release()) {
+  readSome();
+  thread_ = std::jthread([this] { context_.run(); });
+}
+
+void AsioStream::send(std::span<const uint8_t> bytes) {
+  asio::write(stream_, asio::buffer(bytes.data(), bytes.size()));
+}
+
+void AsioStream::readSome() {
+  stream_.async_read_some(asio::buffer(buffer_), [this](const asio::error_code& error, std::size_t got) {
+    if (error) return;
+    inbox_.add(got);
+    readSome();
+  });
+}
+
+Quorvio::Quorvio(const Address& address) : channel_(address, &inbox_, CountBytes) {}
+
+void Quorvio::send(std::span<const uint8_t> bytes) const {
+  Require(channel_.send(bytes) == QV_IO_OK, "QV_IO_Send");
+}
+
+}  // namespace qvbench

@@ -1,0 +1,94 @@
+#pragma once
+
+#include <array>
+#include <asio.hpp>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <thread>
+
+#include "channel.h"
+#include "inbox.h"
+#include "line.h"
+#include "peer.h"
+
+namespace qvbench {
+
+/// Each contestant opens the near end of a line and closes it with its end. send() returns when the system
+/// has taken all bytes, receive() when that many bytes more have come; both for the one thread that owns it.
+
+/// Plain code on a bare descriptor: it receives only while receive() is called.
+class BareDescriptor {
+ public:
+  static constexpr const char* kName = "bare descriptor";
+  static constexpr bool kReceivesByItself = false;
+
+  explicit BareDescriptor(const Address& address) : fd_(address.open()) {}
+  void send(std::span<const uint8_t> bytes) const;
+  void receive(std::size_t bytes);
+
+ private:
+  Descriptor fd_;
+  std::array<uint8_t, kLargePiece> buffer_;
+};
+
+/// The receive thread that applications write by hand: poll, ask for the number of bytes, read at most 1024
+/// at a time, call back.
+class HandWrittenThread {
+ public:
+  static constexpr const char* kName = "hand-written thread";
+  static constexpr bool kReceivesByItself = true;
+
+  explicit HandWrittenThread(const Address& address);
+  void send(std::span<const uint8_t> bytes) const;
+  void receive(std::size_t bytes) { inbox_.await(bytes); }
+
+ private:
+  void run(const std::stop_token& stop);
+  void readWaiting();
+
+  Descriptor fd_;
+  void (*callback_)(void* user, const uint8_t* data, std::size_t length);
+  Inbox inbox_;
+  std::jthread thread_;
+};
+
+/// Standalone Asio: one thread runs the context, reads are asynchronous and large.
+class AsioStream {
+ public:
+  static constexpr const char* kName = "Asio";
+  static constexpr bool kReceivesByItself = true;
+
+  explicit AsioStream(const Address& address);
+  AsioStream(const AsioStream&) = delete;
+  AsioStream& operator=(const AsioStream&) = delete;
+  ~AsioStream() { context_.stop(); }
+  void send(std::span<const uint8_t> bytes);
+  void receive(std::size_t bytes) { inbox_.await(bytes); }
+
+ private:
+  void readSome();
+
+  asio::io_context context_{1};
+  asio::posix::stream_descriptor stream_;
+  std::array<uint8_t, kLargePiece> buffer_;
+  Inbox inbox_;
+  std::jthread thread_;
+};
+
+/// The library.
+class Quorvio {
+ public:
+  static constexpr const char* kName = "libquorvio";
+  static constexpr bool kReceivesByItself = true;
+
+  explicit Quorvio(const Address& address);
+  void send(std::span<const uint8_t> bytes) const;
+  void receive(std::size_t bytes) { inbox_.await(bytes); }
+
+ private:
+  Inbox inbox_;
+  Channel channel_;
+};
+
+}  // namespace qvbench
