@@ -36,11 +36,6 @@ void ByteStream::setReading(Reading reading) {
   updateInterest();
 }
 
-void ByteStream::send(SharedBytes bytes) {
-  output_.addSending(std::move(bytes));
-  updateInterest();
-}
-
 void ByteStream::sendForever() {
   sendsForever_ = true;
   updateInterest();
@@ -68,24 +63,31 @@ bool ByteStream::receive(bool broken) {
   if (got < 0) return errno == EAGAIN || errno == EINTR;
   if (got == 0) peerEnded_ = true;  // what it asked for before is still answered
   if (reading_ == Reading::Answering)
-    output_.addAnswer(responder_->answer({buffer.data(), static_cast<std::size_t>(got)}));
+    output_ += responder_->answer({buffer.data(), static_cast<std::size_t>(got)});
   return true;
 }
 
 bool ByteStream::reads() const {
-  return reading_ != Reading::Stalled && !peerEnded_ && output_.answerBytes() < kLargestBacklog;
+  return reading_ != Reading::Stalled && !peerEnded_ && output_.size() - sent_ < kLargestBacklog;
 }
 
 bool ByteStream::flush() {
-  static const auto kFiller = std::make_shared<const std::string>(kReadSize, '.');
-  if (sendsForever_ && output_.empty()) output_.addSending(kFiller);
-  while (!output_.empty()) {
-    const auto bytes = output_.next();
-    const auto written = ::write(fd_.get(), bytes.data(), bytes.size());
-    if (written < 0) return errno == EAGAIN || errno == EINTR;
-    output_.remove(static_cast<std::size_t>(written));
+  if (sendsForever_ && output_.empty()) output_.assign(kReadSize, '.');
+  while (sent_ < output_.size()) {
+    const auto written = ::write(fd_.get(), output_.data() + sent_, output_.size() - sent_);
+    if (written < 0) break;
+    sent_ += static_cast<std::size_t>(written);
   }
-  return true;
+  const bool alive = sent_ == output_.size() || errno == EAGAIN || errno == EINTR;
+  dropSent();
+  return alive;
+}
+
+/// Gives back what is gone, now and then: a stream that never runs dry must not grow.
+void ByteStream::dropSent() {
+  if (sent_ < output_.size() && sent_ < kLargestBacklog) return;
+  output_.erase(0, sent_);
+  sent_ = 0;
 }
 
 void ByteStream::updateInterest() {

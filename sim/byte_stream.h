@@ -5,7 +5,6 @@
 #include <memory>
 
 #include "sim/event_loop.h"
-#include "sim/output_queue.h"
 #include "sim/responder.h"
 #include "util/unique_fd.h"
 
@@ -35,9 +34,6 @@ class ByteStream {
 
   void setReading(Reading reading);
 
-  /// Sends the bytes after what is on its way already, as fast as the peer takes them.
-  void send(SharedBytes bytes);
-
   /// Sends without end, as fast as the peer takes it.
   void sendForever();
 
@@ -49,6 +45,7 @@ class ByteStream {
   [[nodiscard]] bool receive(bool broken);
   [[nodiscard]] bool reads() const;
   [[nodiscard]] bool flush();
+  void dropSent();
   void updateInterest();
 
   EventLoop& loop_;
@@ -58,7 +55,8 @@ class ByteStream {
   Reading reading_ = Reading::Answering;
   bool peerEnded_ = false;
   bool sendsForever_ = false;
-  OutputQueue output_;
+  std::string output_;
+  std::size_t sent_ = 0;  ///< bytes of output_ that are gone
 };
 
 }  // namespace qvsim

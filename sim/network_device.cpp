@@ -98,11 +98,6 @@ void NetworkDevice::setReading(Reading reading) {
   forEach([=](ByteStream& stream) { stream.setReading(reading); });
 }
 
-void NetworkDevice::send(std::string bytes) {
-  const auto shared = std::make_shared<const std::string>(std::move(bytes));  // one copy for all connections
-  forEach([&](ByteStream& stream) { stream.send(shared); });
-}
-
 void NetworkDevice::sendForever() {
   forEach([](ByteStream& stream) { stream.sendForever(); });
 }

@@ -33,7 +33,6 @@ class NetworkDevice {
 
   /// Faults, of the connections that there are.
   void setReading(Reading reading);  ///< and of later ones
-  void send(std::string bytes);      ///< after what is on its way already; returns before it is all out
   void sendForever();
   void closeAll();      ///< orderly
   void resetAll();      ///< the peers see a reset

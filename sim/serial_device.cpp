@@ -64,13 +64,6 @@ void SerialDevice::setReading(Reading reading) {
   });
 }
 
-void SerialDevice::send(std::string bytes) {
-  const auto shared = std::make_shared<const std::string>(std::move(bytes));
-  loop_.run([&] {
-    if (stream_) stream_->send(shared);
-  });
-}
-
 void SerialDevice::sendForever() {
   loop_.run([&] {
     if (stream_) stream_->sendForever();

@@ -27,7 +27,6 @@ class SerialDevice {
 
   /// Faults.
   void setReading(Reading reading);
-  void send(std::string bytes);  ///< after what is on its way already; returns before it is all out
   void sendForever();
   void hangUp();  ///< as if the cable was pulled; for good
 

@@ -80,6 +80,14 @@ TEST_P(BothKinds, CarryEveryByteBothWays) {
   EXPECT_EQ(QV_IO_Send(channel.handle(), nullptr, 1), QV_IO_ERROR_INVALID_ARGUMENT);
 }
 
+TEST_P(BothKinds, OpenTheSameDeviceAgain) {
+  for (const auto* text : {"first", "second"}) {
+    const Channel channel(echo_.locator(), echo_.options());
+    EXPECT_EQ(channel.send(text), QV_IO_OK);
+    EXPECT_TRUE(channel.receives(text));
+  }
+}
+
 TEST_P(BothKinds, KeepSendsOfSeveralThreadsApart) {
   const Channel channel(echo_.locator(), echo_.options());
   std::vector<std::thread> senders;
