@@ -95,6 +95,14 @@ LineEditor::Event LineEditor::readKey() {
   return Event::Line;
 }
 
+void LineEditor::redraw() {
+  ::el_resize(editor_.get());
+  ::el_set(editor_.get(), EL_PREP_TERM, 0);  // else it believes that nothing has changed
+  ::el_set(editor_.get(), EL_PREP_TERM, 1);
+  ::el_set(editor_.get(), EL_REFRESH);
+  std::fflush(stdout);
+}
+
 void LineEditor::printAbove(std::string_view text, int fd) {
   std::fflush(stdout);
   WriteAll(fd, "\r\x1b[K" + std::string(text));

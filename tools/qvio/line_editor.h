@@ -30,6 +30,9 @@ class LineEditor {
   /// @param fd  standard output or standard error
   void printAbove(std::string_view text, int fd);
 
+  /// After the terminal has another size, or was given to another program for a while.
+  void redraw();
+
  private:
   static int readCharacter(EditLine* editor, wchar_t* character);
 

@@ -49,12 +49,19 @@ class Terminal {
       if (cppu::PollUntil(entries, deadline) == 0) showUnfinished();
       if (entries[1].revents != 0) receive();
       const bool hungUp = (entries[0].revents & (POLLHUP | POLLERR)) != 0;
-      if (hungUp || entries[2].revents != 0 || (entries[0].revents != 0 && !typed())) break;
+      if (hungUp || (entries[2].revents != 0 && !signalled()) || (entries[0].revents != 0 && !typed())) break;
     }
     tell(notices_.takeCount());
   }
 
  private:
+  /// False when the program is to end.
+  bool signalled() {
+    if (signals_.take() == TerminalSignals::Event::End) return false;
+    editor_.redraw();
+    return true;
+  }
+
   /// False when the user leaves.
   bool typed() {
     const auto event = editor_.readKey();
@@ -97,7 +104,7 @@ class Terminal {
 
   Channel& channel_;
   const ChannelOptions& options_;
-  EndSignals signals_;  // before the sender's thread starts, which would take the signals otherwise
+  TerminalSignals signals_;  // before the sender's thread starts, which would take the signals otherwise
   BackgroundSender sender_{channel_};
   LineEditor editor_;
   Notices notices_;
