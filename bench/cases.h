@@ -10,6 +10,10 @@ inline constexpr const char* kReceiving = "receive 512 MiB, TCP";
 inline constexpr const char* kSending = "send 512 MiB in 64-KiB pieces, TCP";
 inline constexpr const char* kEchoing = "64 MiB in one send and back, TCP";
 
+/// The statistics that are compared.
+inline constexpr const char* kMedian = "median";
+inline constexpr const char* kQuarter = "quarter";
+
 /// The name of a case as one contestant runs it.
 inline std::string RunName(const char* name, const char* contestant) {
   return std::string(name) + " | " + contestant;

@@ -2,9 +2,9 @@
 
 #include <array>
 #include <iomanip>
-#include <limits>
+#include <optional>
 #include <ostream>
-#include <string_view>
+#include <sstream>
 
 #include "cases.h"
 #include "contestants.h"
@@ -39,18 +39,28 @@ constexpr std::array<Row, 15> kRows{{{kRoundTripTcp, kThread, false, 1.05},
                                      {kEchoing, kBare, true, 0.8},
                                      {kEchoing, kAsio, true, 0}}};
 
+using Statistic = std::map<std::string, double>;
+
+/// None when a filter left out one of the two.
+std::optional<double> Ratio(const Row& row, const Statistic& times) {
+  const auto ours = times.find(RunName(row.name, Quorvio::kName));
+  const auto theirs = times.find(RunName(row.name, row.against));
+  if (ours == times.end() || theirs == times.end()) return {};
+  return row.throughput ? theirs->second / ours->second : ours->second / theirs->second;
+}
+
 std::string Verdict(const Row& row, double ratio) {
   if (row.wanted == 0) return "";
   const bool met = row.throughput ? ratio >= row.wanted : ratio <= row.wanted;
-  return met ? "met" : "MISSED";
+  std::ostringstream text;
+  text << (row.throughput ? ">= " : "<= ") << row.wanted << (met ? "  met" : "  MISSED");
+  return text.str();
 }
 
-void PrintWanted(std::ostream& out, const Row& row) {
-  if (row.wanted == 0) {
-    out << std::setw(9) << "";
-  } else {
-    out << (row.throughput ? ">= " : "<= ") << std::left << std::setw(6) << row.wanted;
-  }
+void Print(std::ostream& out, const Row& row, double medians, double quarters) {
+  out << std::left << std::setw(36) << row.name << std::setw(21) << row.against << std::setw(7)
+      << (row.throughput ? "speed" : "time") << std::right << std::fixed << std::setprecision(2)
+      << std::setw(8) << medians << std::setw(10) << quarters << "   " << Verdict(row, medians) << '\n';
 }
 
 }  // namespace
@@ -58,25 +68,22 @@ void PrintWanted(std::ostream& out, const Row& row) {
 void RatioTable::ReportRuns(const std::vector<Run>& runs) {
   std::vector<Run> shown;
   for (const auto& run : runs) {
-    if (run.aggregate_name == "median") medians_[run.run_name.function_name] = run.GetAdjustedRealTime();
-    if (run.aggregate_name == "median" || run.aggregate_name == "cv") shown.push_back(run);
+    statistics_[run.aggregate_name][run.run_name.function_name] = run.GetAdjustedRealTime();
+    if (run.aggregate_name == kMedian || run.aggregate_name == "cv") shown.push_back(run);
   }
   ConsoleReporter::ReportRuns(shown);
 }
 
 void RatioTable::Finalize() {
   auto& out = GetOutputStream();
-  out << "\nlibquorvio against the others (medians; time: smaller is better, speed: larger)\n\n";
+  out << "\nlibquorvio against the others (of the times the smaller ratio is better, of the speeds the "
+         "larger)\n\n"
+      << std::setw(72) << "medians" << std::setw(10) << "quarters"
+      << "   wanted of the medians\n";
   for (const auto& row : kRows) {
-    const auto ours = medians_.find(RunName(row.name, Quorvio::kName));
-    const auto theirs = medians_.find(RunName(row.name, row.against));
-    if (ours == medians_.end() || theirs == medians_.end()) continue;  // left out by a filter
-    const auto ratio = row.throughput ? theirs->second / ours->second : ours->second / theirs->second;
-    out << std::left << std::setw(36) << row.name << std::setw(21) << row.against << std::setw(7)
-        << (row.throughput ? "speed" : "time") << std::right << std::fixed << std::setprecision(2)
-        << std::setw(6) << ratio << "   ";
-    PrintWanted(out, row);
-    out << Verdict(row, ratio) << '\n';
+    const auto medians = Ratio(row, statistics_[kMedian]);
+    const auto quarters = Ratio(row, statistics_[kQuarter]);
+    if (medians && quarters) Print(out, row, *medians, *quarters);
   }
 }
 

@@ -141,6 +141,7 @@ TEST(Handles, OpenAndCloseFromSixteenThreads) {
   EchoLink tcp(LinkKind::Tcp);
   const auto descriptors = Descriptors();
   std::vector<std::thread> threads;
+  threads.reserve(16);
   for (int thread = 0; thread < 16; ++thread) {
     threads.emplace_back([&, thread] {
       for (int round = 0; round < 30; ++round) {

@@ -66,7 +66,7 @@ void AddSendCommand(CLI::App& app, Run& run) {
   auto* const command = app.add_subcommand("send", "Send one request and print the answer");
   options->channel.addTo(*command);
   options->channel.addLineEnd(*command, "lf");
-  command->add_option("text", options->text, "The request; \\n, \\r, \\t, \\\\ and \\xNN are read as such")
+  command->add_option("text", options->text, R"(The request; \n, \r, \t, \\ and \xNN are read as such)")
       ->required();
   command->add_option("--wait", options->waitMs, "Milliseconds to wait for the answer; 0: do not wait")
       ->capture_default_str();

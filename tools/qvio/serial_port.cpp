@@ -46,7 +46,7 @@ std::string HolderOf(int fd) {
     std::string command = "a process";
     std::ifstream comm("/proc/" + pid + "/comm");
     std::getline(comm, command);
-    return command + " (pid " + pid + ")";
+    return command.append(" (pid ").append(pid).append(")");
   }
   return "another process";
 }

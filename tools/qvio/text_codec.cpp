@@ -62,7 +62,7 @@ std::string FromEscaped(std::string_view text) {
     const auto known = kEscapes.find(escape);
     if (known == kEscapes.end() && escape != 'x') {
       throw CommandFailure("unknown escape in \"" + std::string(text) +
-                           "\"; there are \\n, \\r, \\t, \\\\ and \\xNN");
+                           R"("; there are \n, \r, \t, \\ and \xNN)");
     }
     plain += escape == 'x' ? ByteOf(text.substr(2)) : known->second;
     text.remove_prefix(escape == 'x' ? 4 : 2);
