@@ -118,17 +118,17 @@ TEST_F(Qvio, NamesTheProcessThatHoldsTheSerialPort) {
 }
 
 TEST_F(Qvio, TellsALostConnectionOnceBesideTheLineBeingEdited) {
-  TerminalSession session({"open", net_});
-  EXPECT_TRUE(session.shows("is open"));
-  session.type("POS?\n");
-  EXPECT_TRUE(session.shows("0.000"));
+  QvioTerminal terminal({"open", net_});
+  EXPECT_TRUE(terminal.shows("is open"));
+  terminal.type("POS?\n");
+  EXPECT_TRUE(terminal.shows("0.000"));
   controller_.closeAll();
-  EXPECT_TRUE(session.shows("connection lost (result 7)"));
-  session.type("half a line");
-  EXPECT_TRUE(session.shows("half a line"));
-  session.type("\x1d");
-  EXPECT_EQ(session.waitForEnd(), 0) << session.screen();
-  EXPECT_EQ(session.screen().find("connection lost (result 7)\r\n", session.screen().find("half a line")),
+  EXPECT_TRUE(terminal.shows("connection lost (result 7)"));
+  terminal.type("half a line");
+  EXPECT_TRUE(terminal.shows("half a line"));
+  terminal.type("\x1d");
+  EXPECT_EQ(terminal.waitForEnd(), 0) << terminal.screen();
+  EXPECT_EQ(terminal.screen().find("connection lost (result 7)\r\n", terminal.screen().find("half a line")),
             std::string::npos)
       << "told once";
 }
@@ -143,26 +143,26 @@ TEST(Notices, AreCountedInsteadOfRepeated) {
 }
 
 TEST_F(Qvio, EditsLinesAndShowsWhatArrivesHarmlessly) {
-  TerminalSession session({"open", echoing_});
-  EXPECT_TRUE(session.shows("> "));
-  session.type(
+  QvioTerminal terminal({"open", echoing_});
+  EXPECT_TRUE(terminal.shows("> "));
+  terminal.type(
       "axx\x7f\x7f"
       "bc\n");  // rubbed out, and entered
-  EXPECT_TRUE(session.shows("\x1b[Kabc\r\n")) << "the echo" << session.screen();
-  session.type("\x16\x1b[31m\n");  // Ctrl-V takes the escape as a character
-  EXPECT_TRUE(session.shows("\\x1B[31m"));
-  session.type("\x04");  // Ctrl-D on the empty line
-  EXPECT_EQ(session.waitForEnd(), 0) << session.screen();
+  EXPECT_TRUE(terminal.shows("\x1b[Kabc\r\n")) << "the echo" << terminal.screen();
+  terminal.type("\x16\x1b[31m\n");  // Ctrl-V takes the escape as a character
+  EXPECT_TRUE(terminal.shows("\\x1B[31m"));
+  terminal.type("\x04");  // Ctrl-D on the empty line
+  EXPECT_EQ(terminal.waitForEnd(), 0) << terminal.screen();
 }
 
 TEST_F(Qvio, LeavesAtASignalAlsoWhenTheDeviceTakesNothing) {
-  TerminalSession session({"open", echoing_});
-  EXPECT_TRUE(session.shows("> "));
-  session.type("x\n");
-  EXPECT_TRUE(session.shows("x\r\n"));
+  QvioTerminal terminal({"open", echoing_});
+  EXPECT_TRUE(terminal.shows("> "));
+  terminal.type("x\n");
+  EXPECT_TRUE(terminal.shows("x\r\n"));
   echo_.setReading(qvsim::Reading::Stalled);
-  ::kill(session.pid(), SIGTERM);
-  EXPECT_EQ(session.waitForEnd(), 128 + SIGTERM);
+  ::kill(terminal.pid(), SIGTERM);
+  EXPECT_EQ(terminal.waitForEnd(), 128 + SIGTERM);
 }
 
 }  // namespace

@@ -87,9 +87,9 @@ Outcome RunQvio(const std::vector<std::string>& arguments, const std::string& in
   return {StatusOf(pid), output.get(), errors.get()};
 }
 
-TerminalSession::TerminalSession(const std::vector<std::string>& arguments) {
+QvioTerminal::QvioTerminal(const std::vector<std::string>& arguments) {
   const winsize size{30, 100, 0, 0};
-  pid_ = ::forkpty(&terminal_, nullptr, nullptr, &size);
+  pid_ = ::forkpty(&master_, nullptr, nullptr, &size);
   if (pid_ == 0) {
     ::setenv("TERM", "xterm", 1);
     ::setenv("XDG_STATE_HOME", "/dev/null", 1);  // no history is kept
@@ -97,31 +97,31 @@ TerminalSession::TerminalSession(const std::vector<std::string>& arguments) {
   }
 }
 
-TerminalSession::~TerminalSession() {
+QvioTerminal::~QvioTerminal() {
   if (pid_ > 0) {
     ::kill(pid_, SIGKILL);
     StatusOf(pid_);
   }
-  ::close(terminal_);
+  ::close(master_);
 }
 
-void TerminalSession::type(const std::string& keys) const {
-  if (::write(terminal_, keys.data(), keys.size()) != static_cast<ssize_t>(keys.size())) {
+void QvioTerminal::type(const std::string& keys) const {
+  if (::write(master_, keys.data(), keys.size()) != static_cast<ssize_t>(keys.size())) {
     throw std::runtime_error("the terminal takes no keys");
   }
 }
 
-bool TerminalSession::readMore() {
-  std::array<pollfd, 1> entry{{{terminal_, POLLIN, 0}}};
+bool QvioTerminal::readMore() {
+  std::array<pollfd, 1> entry{{{master_, POLLIN, 0}}};
   if (cppu::PollUntil(entry, std::chrono::steady_clock::now() + kGenerous) <= 0) return false;
   std::array<char, 4096> buffer{};
-  const auto got = ::read(terminal_, buffer.data(), buffer.size());
+  const auto got = ::read(master_, buffer.data(), buffer.size());
   if (got <= 0) return false;
   screen_.append(buffer.data(), static_cast<std::size_t>(got));
   return true;
 }
 
-bool TerminalSession::shows(const std::string& text) {
+bool QvioTerminal::shows(const std::string& text) {
   for (;;) {
     const auto found = screen_.find(text, seen_);
     if (found != std::string::npos) {
@@ -132,7 +132,7 @@ bool TerminalSession::shows(const std::string& text) {
   }
 }
 
-int TerminalSession::waitForEnd() {
+int QvioTerminal::waitForEnd() {
   while (readMore()) {
   }
   if (!Eventually([&] { return HasEnded(pid_); })) ::kill(pid_, SIGKILL);

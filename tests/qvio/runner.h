@@ -15,12 +15,12 @@ struct Outcome {
 Outcome RunQvio(const std::vector<std::string>& arguments, const std::string& input = "");
 
 /// qvio on a terminal of its own.
-class TerminalSession {
+class QvioTerminal {
  public:
-  explicit TerminalSession(const std::vector<std::string>& arguments);
-  TerminalSession(const TerminalSession&) = delete;
-  TerminalSession& operator=(const TerminalSession&) = delete;
-  ~TerminalSession();
+  explicit QvioTerminal(const std::vector<std::string>& arguments);
+  QvioTerminal(const QvioTerminal&) = delete;
+  QvioTerminal& operator=(const QvioTerminal&) = delete;
+  ~QvioTerminal();
 
   void type(const std::string& keys) const;
 
@@ -36,7 +36,7 @@ class TerminalSession {
  private:
   [[nodiscard]] bool readMore();
 
-  int terminal_ = -1;
+  int master_ = -1;
   int pid_ = -1;
   std::string screen_;
   std::size_t seen_ = 0;
