@@ -36,7 +36,7 @@ std::string ListAllDevices(std::string_view optionText) {
   const auto kinds = ReadKinds(options.ifaceTypes);
   RecordList records;
   if (kinds.usb) AppendUsbDevices(options, records);
-  if (kinds.network) AppendNetworkDevices(options, records);
+  if (kinds.network) quorvind::AppendNetworkDevices(options, records);
   if (kinds.serial) TheLibrary().serialPorts.appendRecords(options.forceRescan, records);
   return Write(records, options.onlyLocator, options.include);
 }
@@ -55,7 +55,7 @@ std::string ListInterfaces(std::string_view options) {
   const auto selected = ReadInterfaceListOptions(options);
   const auto kinds = ReadKinds(selected.ifaceTypes);
   RecordList records;
-  if (kinds.network) AppendNetworkInterfaces(records);
+  if (kinds.network) quorvind::AppendNetworkInterfaces(records);
   // There is no list of serial ports or USB interfaces, and applications know "all" by this answer.
   Require(!kinds.serial && !kinds.usb, QV_IO_ERROR_NOT_SUPPORTED);
   if (!selected.only.empty()) return WriteValues(records, *selected.only.begin());

@@ -1,13 +1,18 @@
 #pragma once
 
+#include <pthread.h>
+
+#include <atomic>
+#include <functional>
 #include <mutex>
 
+#include "nd/discovery_events.h"
 #include "quorvio/quorvio.h"
 
 namespace qvio {
 
 /// The application's callback for global events. Any thread.
-class EventDispatcher {
+class EventDispatcher final : public quorvind::DiscoveryEvents {
  public:
   constexpr explicit EventDispatcher(std::mutex& globalMutex) : globalMutex_(globalMutex) {}
 
@@ -18,10 +23,17 @@ class EventDispatcher {
   /// Calls the callback, if there is one, with the global mutex held: that is what makes set() a barrier.
   void dispatch(const QV_IO_Event& event);
 
+  void raise(quorvind::DiscoveryEvent event, PropertyRecord device,
+             const std::function<bool()>& isStillWanted) override;
+  [[nodiscard]] bool isDelivering() const override;
+
  private:
-  std::mutex& globalMutex_;  ///< guards what follows
+  void call(const QV_IO_Event& event);  // caller holds the global mutex
+
+  std::mutex& globalMutex_;  ///< guards callback and user data
   QV_IO_EventCallback callback_ = nullptr;
   void* userData_ = nullptr;
+  std::atomic<pthread_t> deliveringThread_{};  ///< 0: none; no thread has that number
 };
 
 }  // namespace qvio

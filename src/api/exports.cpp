@@ -125,8 +125,9 @@ uint32_t QV_IO_EnumerateInterfaces(const char* options, char* buffer, size_t* si
 
 uint32_t QV_IO_SetGlobalOptions(const char* options) {
   return ResultOf([&] {
+    quorvind::ReleasedChannels released;  // destroyed after the lock is let go: that waits for their threads
     const std::lock_guard lock(TheLibrary().globalMutex);
-    AdoptGlobalOptions(ReadGlobalOptions(TextOrEmpty(options)));
+    quorvind::AdoptGlobalOptions(ReadGlobalOptions(TextOrEmpty(options)), TheLibrary().events, released);
   });
 }
 

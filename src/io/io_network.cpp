@@ -40,11 +40,11 @@ uint16_t FirstSet(uint16_t first, uint32_t second, uint16_t third) {
   return second != 0 ? static_cast<uint16_t>(second) : third;
 }
 
-Endpoint Resolve(const NetworkTarget& target, const NetworkOptions& options) {
-  Endpoint endpoint{target.host, 0};
+quorvind::Endpoint Resolve(const NetworkTarget& target, const NetworkOptions& options) {
+  quorvind::Endpoint endpoint{target.host, 0};
   if (!target.serialNumber.empty()) {
-    const auto device =
-        FindDevice(target.serialNumber, options.ifaces, std::chrono::milliseconds(options.discoveryTimeout));
+    const auto device = quorvind::FindDevice(target.serialNumber, options.ifaces,
+                                             std::chrono::milliseconds(options.discoveryTimeout));
     Require(device.has_value(), QV_IO_ERROR_DEVICE_NOT_FOUND);
     endpoint = *device;
   }

@@ -2,14 +2,19 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
+#include "nd/discovery_events.h"
 #include "options/option_sets.h"
 #include "options/record_list.h"
 
-namespace qvio {
+/// All that the layers above may call of discovery. Its state is one for the process. Any thread, with no
+/// lock held but the global mutex where it is said.
+namespace quorvind {
 
 /// Where a network device takes TCP connections.
 struct Endpoint {
@@ -23,15 +28,28 @@ struct Endpoint {
 std::optional<Endpoint> FindDevice(const std::string& serialNumber, std::span<const std::string> ifaces,
                                    std::chrono::milliseconds searchTime);
 
-/// Appends a record for each network device that a search finds and that passes the filters.
+/// Searches the interfaces of the options and appends a record for each network device that is known then and
+/// passes the filters, whatever the search did. On a thread that is delivering an event it does not search,
+/// since it would wait for itself: it gives what is known.
 /// Throws Failure or OptionsError for invalid interface texts and locator formats.
-void AppendNetworkDevices(const DeviceListOptions& options, RecordList& records);
+void AppendNetworkDevices(const qvio::DeviceListOptions& options, qvio::RecordList& records);
 
 /// Appends a record for each local interface that can be searched.
-void AppendNetworkInterfaces(RecordList& records);
+void AppendNetworkInterfaces(qvio::RecordList& records);
 
-/// Adopts the interfaces to watch and the locator format of events. Throws Failure or OptionsError, after
-/// which the format or the interfaces may be unchanged.
-void AdoptGlobalOptions(const GlobalOptions& options);
+/// Discovery channels that are no longer wanted. Destroying them waits for their threads, so that has to be
+/// done with no lock held at all.
+using ReleasedChannels = std::vector<std::shared_ptr<void>>;
 
-}  // namespace qvio
+/// Adopts the interfaces to watch and the locator format of events. Caller holds the global mutex.
+/// @param events    hears of the devices on these interfaces; must live as long as the process
+/// @param released  gets the channels of the interfaces that are watched no more, also when this throws
+/// Throws Failure or OptionsError; the format and a part of the interfaces may be adopted then.
+void AdoptGlobalOptions(const qvio::GlobalOptions& options, DiscoveryEvents& events,
+                        ReleasedChannels& released);
+
+/// Tells all threads of watched interfaces to end, without waiting: they are among the retired ones. What is
+/// returned is in use until they have ended.
+std::shared_ptr<void> TakeDiscoveryDown();
+
+}  // namespace quorvind

@@ -30,20 +30,23 @@ std::optional<Thread> RetiredThreads::takeEnded() {
   return thread;
 }
 
-void RetiredThreads::joinAll(std::chrono::milliseconds patience) {
+bool RetiredThreads::joinAll(std::chrono::milliseconds patience) {
   std::vector<Thread> all;
   {
     const std::lock_guard lock(mutex_);
     all.swap(threads_);
   }
   const auto deadline = std::chrono::steady_clock::now() + patience;
+  bool allEnded = true;
   for (auto& retired : all) {
     if (retired.endsBefore(deadline)) {
       retired.join();
     } else {
       retired.detach();
+      allEnded = false;
     }
   }
+  return allEnded;
 }
 
 RetiredThreads& Retired() {

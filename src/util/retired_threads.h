@@ -16,8 +16,9 @@ class RetiredThreads {
   /// Takes the thread over and joins those that have ended since.
   void add(Thread thread) noexcept;
 
-  /// Joins all. A thread that is stuck in a callback of the application is let go after the given time.
-  void joinAll(std::chrono::milliseconds patience);
+  /// Joins all. A thread that is stuck in a callback of the application is let go after the given time; false
+  /// when there was one.
+  bool joinAll(std::chrono::milliseconds patience);
 
  private:
   std::optional<Thread> takeEnded();

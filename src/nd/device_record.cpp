@@ -1,0 +1,43 @@
+#include "nd/device_record.h"
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+namespace quorvind {
+namespace {
+
+std::string LocatorOf(const DiscoverInfo& info, qvio::NetworkLocatorFormat format) {
+  if (format == qvio::NetworkLocatorFormat::SerialNumber) return "network:sn:" + info.SerialNumber;
+  return "network:" + IP4ToString(info.Address) + ":" + std::to_string(info.Port);
+}
+
+template <class Value>
+bool Allows(const std::vector<Value>& list, const Value& value) {
+  return list.empty() || std::ranges::find(list, value) != list.end();
+}
+
+}  // namespace
+
+qvio::PropertyRecord MakeDeviceRecord(const DiscoverInfo& info, qvio::NetworkLocatorFormat format,
+                                      const IP4& local) {
+  return {{"iface-type", "network"},
+          {"network-host", IP4ToString(info.Address)},
+          {"network-port", std::to_string(info.Port)},
+          {"device-type", std::to_string(info.DeviceType)},
+          {"device-sn", info.SerialNumber},
+          {"available", info.Available ? "1" : "0"},
+          {"protocol-id", std::to_string(info.ProtocolId)},
+          {"locator", LocatorOf(info, format)},
+          {"iface", "network:" + IP4ToString(local)},
+          {"device-info", info.Info}};
+}
+
+bool IsAskedFor(const DiscoverInfo& info, const qvio::DeviceListOptions& options) {
+  return Allows(options.findDeviceSns, info.SerialNumber) &&
+         Allows(options.findDeviceTypes, info.DeviceType) &&
+         Allows(options.findProtocolIds, uint32_t{info.ProtocolId}) &&
+         (info.Available || !options.findOnlyAvailable);
+}
+
+}  // namespace quorvind
