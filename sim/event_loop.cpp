@@ -3,6 +3,7 @@
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <future>
@@ -34,12 +35,14 @@ void EventLoop::run(const std::function<void()>& action) {
   // Shared: the loop's thread may still be returning from the task when its result is here.
   const auto task = std::make_shared<std::packaged_task<void()>>(action);
   auto done = task->get_future();
-  {
-    const std::lock_guard lock(mutex_);
-    actions_.emplace_back([task] { (*task)(); });
-  }
-  ::eventfd_write(wakeUp_.get(), 1);
+  post([task] { (*task)(); });
   done.get();
+}
+
+void EventLoop::post(std::function<void()> action) {
+  const std::lock_guard lock(mutex_);
+  actions_.push_back(std::move(action));
+  ::eventfd_write(wakeUp_.get(), 1);
 }
 
 void EventLoop::watch(int fd, uint32_t events, Handler handler) {
@@ -58,10 +61,30 @@ void EventLoop::forget(int fd) {
   handlers_.erase(fd);
 }
 
+void EventLoop::after(std::chrono::milliseconds time, std::function<void()> action) {
+  timers_.emplace(Clock::now() + time, std::move(action));
+}
+
+/// In milliseconds, as epoll wants it; rounded up, so that the loop does not spin through the last one.
+int EventLoop::timeToNextTimer() const {
+  if (timers_.empty()) return -1;
+  const auto time = std::chrono::ceil<std::chrono::milliseconds>(timers_.begin()->first - Clock::now());
+  return static_cast<int>(std::max<int64_t>(time.count(), 0));
+}
+
+void EventLoop::runDueTimers() {
+  const auto now = Clock::now();
+  while (!timers_.empty() && timers_.begin()->first <= now) {
+    const auto timer = timers_.extract(timers_.begin());  // out of the table: the action may add others
+    timer.mapped()();
+  }
+}
+
 void EventLoop::serve() {
   std::array<epoll_event, 64> events{};
   while (!ended_) {
-    const int ready = ::epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()), -1);
+    const int ready =
+        ::epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()), timeToNextTimer());
     for (int i = 0; i < ready; ++i) {
       const auto& event = events.at(static_cast<std::size_t>(i));
       const auto found = handlers_.find(event.data.fd);
@@ -69,6 +92,7 @@ void EventLoop::serve() {
       const auto handler = found->second;      // a copy: the handler may forget itself
       handler(event.events);
     }
+    runDueTimers();
   }
 }
 
