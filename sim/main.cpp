@@ -1,19 +1,25 @@
 // qvio-sim: devices that need no hardware.
 
+#include <sys/resource.h>
 #include <CLI/CLI.hpp>
+
 #include <algorithm>
-#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <iostream>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
 #include <utility>
+#include <vector>
 
+#include "sim/control_lines.h"
 #include "sim/controller.h"
+#include "sim/controller_group.h"
 #include "sim/event_loop.h"
+#include "sim/main_loop.h"
 #include "sim/network_device.h"
 #include "sim/serial_device.h"
 
@@ -34,24 +40,15 @@ struct Settings {
   std::string link;
   std::string address = "127.0.0.1";
   uint16_t port = 0;
-};
-
-/// Blocks the signals that end the program, before any thread starts.
-class EndSignals {
- public:
-  EndSignals() {
-    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));  // a reader that is gone is a failure to tell
-    sigemptyset(&signals_);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&signals_, signal);
-    pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
-  }
-  void wait() const {
-    int signal = 0;
-    sigwait(&signals_, &signal);
-  }
-
- private:
-  sigset_t signals_{};
+  // Discovery:
+  std::optional<std::string> iface;
+  unsigned count = 1;
+  qvsim::DiscoverySide::Identity identity;
+  unsigned spreadMs = 20;
+  uint32_t seed = 1;
+  unsigned delayMs = 0;
+  std::optional<uint16_t> refusal;
+  qvsim::DiscoveryFaults faults;
 };
 
 /// A symbolic link that is there while the device is.
@@ -76,40 +73,86 @@ class DeviceLink {
   std::string link_;
 };
 
-/// Whoever started the program waits for this line, hence the flush.
-void Announce(const std::string& place) {
-  std::cout << place << std::endl;
+/// Whoever started the program waits for these lines, hence the flush.
+void Announce(const std::string& lines) {
+  std::cout << lines << std::endl;
   if (!std::cout) throw std::runtime_error("cannot write to standard output");
 }
 
-/// Part of the answer to *IDN?, whose fields are split at commas.
+/// Part of the answer to *IDN?, whose fields are split at commas, and of locators.
 std::string CheckSerialNumber(const std::string& text) {
-  const auto isAllowed = [](char c) { return c > ' ' && c <= '~' && c != ','; };
-  if (!text.empty() && std::all_of(text.begin(), text.end(), isAllowed)) return {};
-  return "must be printable, without blanks and commas";
+  const auto isAllowed = [](char c) { return c > ' ' && c <= '~' && c != ',' && c != ':'; };
+  if (!text.empty() && text.size() <= 63 && std::all_of(text.begin(), text.end(), isAllowed)) return {};
+  return "must be at most 63 printable characters, without blanks, commas and colons";
 }
 
 std::string UsageFailure(const CLI::App* /*app*/, const CLI::Error& error) {
   return std::string("qvio-sim: ") + error.what() + "\nTry \"qvio-sim --help\".\n";
 }
 
-qvsim::MakeResponder ResponderOf(const Settings& settings) {
-  return settings.echo ? qvsim::MakeResponder(qvsim::MakeEcho) : qvsim::ServeController(settings.controller);
+qvsim::MakeResponder ResponderOf(const Settings& settings, const qvsim::ControllerSettings& controller) {
+  return settings.echo ? qvsim::MakeResponder(qvsim::MakeEcho) : qvsim::ServeController(controller);
 }
 
-void ServeSerial(const Settings& settings, const EndSignals& end) {
+void ServeSerial(const Settings& settings, const qvsim::MainLoop& mainLoop) {
   qvsim::EventLoop loop;
-  const qvsim::SerialDevice device(loop, ResponderOf(settings));
+  const qvsim::SerialDevice device(loop, ResponderOf(settings, settings.controller));
   const DeviceLink link(device.path(), settings.link);
   Announce(device.path());
-  end.wait();
+  mainLoop.run();
 }
 
-void ServeNetwork(const Settings& settings, const EndSignals& end) {
+void ServeNetwork(const Settings& settings, const qvsim::MainLoop& mainLoop) {
   qvsim::EventLoop loop;
-  const qvsim::NetworkDevice device(loop, settings.address, settings.port, ResponderOf(settings));
+  const qvsim::NetworkDevice device(loop, settings.address, settings.port,
+                                    ResponderOf(settings, settings.controller));
   Announce(settings.address + ':' + std::to_string(device.port()));
-  end.wait();
+  mainLoop.run();
+}
+
+/// Every controller needs a descriptor, and the usual limit is 1024.
+void AllowManyDescriptors() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  limit.rlim_cur = limit.rlim_max;
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+/// The serial number itself for one controller, else numbered from 1.
+std::string SerialNumberOf(const Settings& settings, unsigned index) {
+  if (settings.count == 1) return settings.controller.serialNumber;
+  std::string number = std::to_string(index + 1);
+  number.insert(0, number.size() < 4 ? 4 - number.size() : 0, '0');
+  return settings.controller.serialNumber + '-' + number;
+}
+
+/// Returns the line that tells of it.
+std::string AddController(qvsim::ControllerGroup& group, const Settings& settings, unsigned index) {
+  auto controller = settings.controller;
+  auto identity = settings.identity;
+  identity.serialNumber = controller.serialNumber = SerialNumberOf(settings, index);
+  const auto port = settings.port == 0 ? 0 : settings.port + index;
+  if (port > 65535) throw std::invalid_argument("there are no ports above 65535");
+  const auto taken = group.add(identity, ResponderOf(settings, controller), static_cast<uint16_t>(port));
+  return "network:sn:" + identity.serialNumber + ' ' + *settings.iface + ':' + std::to_string(taken);
+}
+
+void ServeGroup(const Settings& settings, const qvsim::MainLoop& mainLoop) {
+  AllowManyDescriptors();
+  qvsim::EventLoop loop;
+  auto faults = settings.faults;
+  faults.delay = std::chrono::milliseconds(settings.delayMs);
+  if (settings.refusal) faults.refusal = static_cast<quorvind::ResultCode>(*settings.refusal);
+  qvsim::ControllerGroup group(
+      loop, {*settings.iface, std::chrono::milliseconds(settings.spreadMs), settings.seed, faults});
+  std::string lines;
+  for (unsigned index = 0; index < settings.count; ++index)
+    lines += (index == 0 ? "" : "\n") + AddController(group, settings, index);
+  Announce(lines);
+  mainLoop.run([&](std::string_view line) {
+    const auto failure = qvsim::Control(group, line);
+    if (!failure.empty()) std::fprintf(stderr, "qvio-sim: %s\n", failure.c_str());
+  });
 }
 
 void AddDeviceOptions(CLI::App& command, Settings& settings) {
@@ -122,6 +165,65 @@ void AddDeviceOptions(CLI::App& command, Settings& settings) {
       ->capture_default_str();
 }
 
+CLI::App* AddSerialCommand(CLI::App& app, Settings& settings) {
+  auto* const serial = app.add_subcommand("serial", "A device behind a pseudo terminal; prints its path");
+  AddDeviceOptions(*serial, settings);
+  serial->add_option("--link", settings.link, "Also make this symbolic link to it, removed at the end");
+  serial->footer(std::string(kProtocol) +
+                 "Example:\n  qvio-sim serial --link /tmp/stage &\n"
+                 "  qvio send serial:/tmp/stage \"*IDN?\" -o \"baudrate 115200\"");
+  return serial;
+}
+
+/// What makes a controller take part in discovery; all of it needs --iface.
+void AddDiscoveryOptions(CLI::App& network, Settings& settings, CLI::Option* iface) {
+  const std::vector<CLI::Option*> options{
+      network
+          .add_option("--count", settings.count, "Number of controllers; they are numbered, as SIM-0001-0042")
+          ->check(CLI::PositiveNumber)
+          ->capture_default_str(),
+      network.add_option("--type", settings.identity.deviceType, "Device type")->capture_default_str(),
+      network.add_option("--protocol", settings.identity.protocolId, "Protocol id, 0 to 255")
+          ->capture_default_str(),
+      network.add_option("--info", settings.identity.info, "Device info text")->capture_default_str(),
+      network.add_option("--spread", settings.spreadMs, "Answers are spread over this many milliseconds")
+          ->capture_default_str(),
+      network.add_option("--seed", settings.seed, "Of the random moments and losses")->capture_default_str(),
+      network.add_option("--drop", settings.faults.drop, "Fault: probability that a request is not heard")
+          ->check(CLI::Range(0.0, 1.0)),
+      network.add_option("--delay", settings.delayMs, "Fault: answers are this many milliseconds late"),
+      network.add_flag("--duplicate", settings.faults.duplicate, "Fault: every answer is sent twice"),
+      network.add_flag("--malformed", settings.faults.malformed,
+                       "Fault: a malformed datagram goes before every answer"),
+      network.add_flag("--wrong-token", settings.faults.wrongToken, "Fault: answers bear a wrong token"),
+      network.add_option("--refuse", settings.refusal,
+                         "Fault: refuse to be configured, with this result code (31: PermissionDenied)")};
+  for (auto* const option : options) option->needs(iface);
+}
+
+CLI::App* AddNetworkCommand(CLI::App& app, Settings& settings) {
+  auto* const network =
+      app.add_subcommand("network", "Network controllers; prints a line with address and port for each");
+  AddDeviceOptions(*network, settings);
+  network->add_option("--port", settings.port, "TCP port, of the first controller; 0: the system chooses")
+      ->capture_default_str();
+  auto* const listen = network->add_option("--listen", settings.address, "Address of a local interface")
+                           ->check(CLI::ValidIPV4)
+                           ->capture_default_str();
+  auto* const iface = network
+                          ->add_option("--iface", settings.iface,
+                                       "Take part in discovery on this local address, and listen there")
+                          ->check(CLI::ValidIPV4)
+                          ->excludes(listen);
+  AddDiscoveryOptions(*network, settings, iface);
+  network->footer(std::string(kProtocol) + "With --iface: " + qvsim::kControlHelp +
+                  "Example:\n  qvio-sim network --port 5000 &\n"
+                  "  qvio send network:127.0.0.1:5000 \"POS?\"\n"
+                  "  qvio-sim network --iface 127.0.0.1 --count 3 &\n"
+                  "  qvio list --iface 127.0.0.1");
+  return network;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) try {
@@ -131,32 +233,21 @@ int main(int argc, char** argv) try {
   app.failure_message(UsageFailure);
   app.footer(
       "Examples:\n  qvio-sim serial --echo\n  qvio-sim network --port 5000\n"
+      "  qvio-sim network --iface 127.0.0.1 --count 3\n"
       "\"qvio-sim COMMAND --help\" tells more. Exit status: 0 ended by a signal, 1 failure, 2 wrong usage.");
-
-  auto* const serial = app.add_subcommand("serial", "A device behind a pseudo terminal; prints its path");
-  AddDeviceOptions(*serial, settings);
-  serial->add_option("--link", settings.link, "Also make this symbolic link to it, removed at the end");
-  serial->footer(std::string(kProtocol) +
-                 "Example:\n  qvio-sim serial --link /tmp/stage &\n"
-                 "  qvio send serial:/tmp/stage \"*IDN?\" -o \"baudrate 115200\"");
-
-  auto* const network = app.add_subcommand("network", "A controller's TCP side; prints its address and port");
-  AddDeviceOptions(*network, settings);
-  network->add_option("--port", settings.port, "TCP port; 0: the system chooses")->required();
-  network->add_option("--listen", settings.address, "Address of a local interface")
-      ->check(CLI::ValidIPV4)
-      ->capture_default_str();
-  network->footer(std::string(kProtocol) +
-                  "Example:\n  qvio-sim network --port 5000 &\n"
-                  "  qvio send network:127.0.0.1:5000 \"POS?\"");
-
+  auto* const serial = AddSerialCommand(app, settings);
+  AddNetworkCommand(app, settings);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : 2;
   }
-  const EndSignals end;
-  serial->parsed() ? ServeSerial(settings, end) : ServeNetwork(settings, end);
+  const qvsim::MainLoop mainLoop;
+  if (serial->parsed()) {
+    ServeSerial(settings, mainLoop);
+  } else {
+    settings.iface ? ServeGroup(settings, mainLoop) : ServeNetwork(settings, mainLoop);
+  }
   return 0;
 } catch (const std::exception& error) {
   std::fprintf(stderr, "qvio-sim: %s\n", error.what());

@@ -91,7 +91,8 @@ TEST(Program, LinksToItsTerminalWhileItRuns) {
 TEST(Program, TellsWrongUsage) {
   const std::vector<std::string> rows[] = {{},
                                            {"other"},
-                                           {"network"},
+                                           {"network", "--count", "3"},
+                                           {"network", "--iface", "127.0.0.1", "--drop", "2"},
                                            {"network", "--port", "65536"},
                                            {"network", "--port", "0", "--listen", "host"},
                                            {"serial", "--speed", "-1"},
