@@ -12,12 +12,12 @@ namespace qvsim {
 
 /// What goes wrong when a device answers.
 struct DiscoveryFaults {
-  double drop = 0;                              ///< probability that a request is not heard
-  std::chrono::milliseconds delay{0};           ///< added to every answer
-  bool duplicate = false;                       ///< every answer is sent twice
-  bool malformed = false;                       ///< a malformed datagram goes before every answer
-  bool wrongToken = false;                      ///< answers carry another token than their request
-  std::optional<quorvind::ResultCode> refusal;  ///< to every request but the discovery
+  double drop = 0;                                   ///< probability that a request is not heard
+  std::chrono::milliseconds delay{0};                ///< added to every answer
+  bool duplicate = false;                            ///< every answer is sent twice
+  bool malformed = false;                            ///< a malformed datagram goes before every answer
+  bool wrongToken = false;                           ///< answers carry another token than their request
+  std::optional<quorvind::ResultCode> refusal = {};  ///< to every request but the discovery
 };
 
 /// The discovery side of one network controller: what it tells of itself, and what can be set. Pure: it turns

@@ -22,16 +22,19 @@ inline std::vector<std::string> EntriesOf(const char* folder) {
 
 inline std::size_t Descriptors() { return EntriesOf("/proc/self/fd").size(); }
 
-/// The receive threads of the library. A joined thread may be seen a moment longer.
-inline int ReceiveThreads() {
+/// Threads with this name. A joined thread may be seen a moment longer.
+inline int ThreadsNamed(const std::string& wanted) {
   int threads = 0;
   for (const auto& task : EntriesOf("/proc/self/task")) {
     std::ifstream file("/proc/self/task/" + task + "/comm");
     std::string name;
-    if (std::getline(file, name) && name == "qvio-rx") ++threads;
+    if (std::getline(file, name) && name == wanted) ++threads;
   }
   return threads;
 }
+
+/// The receive threads of channels.
+inline int ReceiveThreads() { return ThreadsNamed("qvio-rx"); }
 
 inline bool IsMapped(const std::string& fileName) {
   std::ifstream maps("/proc/self/maps");

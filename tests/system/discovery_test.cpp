@@ -1,0 +1,262 @@
+// Network devices are found, listed, opened by serial number and watched.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "quorvio/quorvio.h"
+#include "support/channel.h"
+#include "support/discovery.h"
+
+namespace qvtest {
+namespace {
+
+using namespace std::chrono_literals;
+
+std::string Port(uint16_t port) { return std::to_string(port); }
+
+TEST(Discovery, ListsEveryPropertyOfADevice) {
+  Controllers controllers;
+  const auto serial = OwnSerial("list");
+  const auto port = controllers.add(serial, 4711, 9, "X|Y=1%");
+  const auto only = "discovery-timeout 500\nfind-device-sn " + serial + '\n';
+  EXPECT_EQ(ListDevices(kLoopback, only + "include-all").text,
+            "available=1|device-info=X%7CY%3D1%25|device-sn=" + serial +
+                "|device-type=4711|iface=network:127.0.0.1|iface-type=network|locator=network:sn:" + serial +
+                "|network-host=127.0.0.1|network-port=" + Port(port) + "|protocol-id=9");
+  EXPECT_EQ(ListDevices(kLoopback, only + "only-locator\nlocator-format-network host").text,
+            "network:127.0.0.1:" + Port(port));
+}
+
+TEST(Discovery, ListsWhatTheFiltersAskFor) {
+  Controllers controllers;
+  const auto a = OwnSerial("filter-a");
+  const auto b = OwnSerial("filter-b");
+  controllers.add(a, 100001, 1);
+  controllers.add(b, 100002, 2);
+  controllers->setAvailable(b, false);
+  const auto locatorA = "network:sn:" + a;
+  const auto locatorB = "network:sn:" + b;
+  const auto both = "find-device-sn " + a + "\nfind-device-sn " + b + '\n';
+  const struct {
+    std::string options;
+    std::vector<std::string> locators;
+  } rows[] = {{both, {locatorA}},
+              {both + "find-only-available false", {locatorA, locatorB}},
+              {both + "find-only-available false\nfind-device-type 100002", {locatorB}},
+              {both + "find-only-available false\nfind-protocol-id 1\nfind-protocol-id 3", {locatorA}},
+              {"find-device-sn nobody", {}}};
+  for (const auto& row : rows) {
+    auto text = ListDevices(kLoopback, row.options + "\nonly-locator\ndiscovery-timeout 300").text + '\n';
+    for (const auto& locator : row.locators) {
+      const auto at = text.find(locator + '\n');
+      ASSERT_NE(at, std::string::npos) << row.options << '\n' << text;
+      text.erase(at, locator.size() + 1);
+    }
+    EXPECT_EQ(text.find("network:"), std::string::npos) << row.options << '\n' << text;
+  }
+}
+
+TEST(Discovery, AnswersEveryOptionWithItsResult) {
+  const struct {
+    std::string iface;
+    std::string options;
+    uint32_t result;
+  } rows[] = {{"0.0.0.0", "only-locator", QV_IO_ERROR_INVALID_ARGUMENT},
+              {"256.1.1.1", "only-locator", QV_IO_ERROR_INVALID_ARGUMENT},
+              {"", "only-locator", QV_IO_ERROR_INVALID_ARGUMENT},
+              {"none", "only-locator", QV_IO_ERROR_INVALID_ARGUMENT},
+              {kLoopback, "only-locator\nlocator-format-network ip", QV_IO_ERROR_INVALID_ARGUMENT},
+              {kLoopback, "only-locator\ndiscovery-timeout x", QV_IO_ERROR_INVALID_ARGUMENT},
+              {"127.0.0.1:whatever", "only-locator\nfind-device-sn nobody", QV_IO_OK},
+              {"127.0.0.1\niface serial:x", "only-locator\nfind-device-sn nobody", QV_IO_OK},
+              {"198.51.100.7", "only-locator", QV_IO_OK}};  // no local address: nothing can be searched
+  for (const auto& row : rows) {
+    const auto listing = ListDevices(row.iface, row.options);
+    EXPECT_EQ(listing.result, row.result) << row.iface << ' ' << row.options;
+    EXPECT_EQ(listing.text, "") << row.iface;
+  }
+}
+
+TEST(Discovery, OpensByASerialNumberThatASearchOrTheCacheKnows) {
+  Controllers controllers;
+  const auto serial = OwnSerial("open");
+  controllers.add(serial);
+  const auto locator = "network:sn:" + serial;
+  EXPECT_EQ(Channel(locator).result(), QV_IO_ERROR_DEVICE_NOT_FOUND) << "no interface, no search";
+  EXPECT_EQ(Channel(locator, "iface network:x").result(), QV_IO_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(Channel("network:sn:nobody", "iface network:127.0.0.1").result(), QV_IO_ERROR_DEVICE_NOT_FOUND);
+
+  for (const auto* options : {"iface network:127.0.0.1\ndiscovery-timeout 500", ""}) {
+    const Channel channel(locator, options);
+    ASSERT_EQ(channel.result(), QV_IO_OK) << options;
+    EXPECT_EQ(channel.send("*IDN?\n"), QV_IO_OK);
+    EXPECT_TRUE(channel.receives("QUORVI,DRV-SIM," + serial + ",1.0\r\n"));
+  }
+
+  const auto otherPort = controllers.add(OwnSerial("other"));
+  const Channel other(locator + ':' + Port(otherPort));
+  EXPECT_EQ(other.send("*IDN?\n"), QV_IO_OK);
+  EXPECT_TRUE(other.receives("QUORVI,DRV-SIM," + OwnSerial("other") + ",1.0\r\n"));
+}
+
+TEST(Discovery, FindsADeviceWhateverElseComesAlong) {
+  const qvsim::DiscoveryFaults rows[] = {{.duplicate = true},
+                                         {.malformed = true},
+                                         {.wrongToken = true},  // a reply counts, whoever has asked
+                                         {.delay = 200ms}};
+  for (const auto& faults : rows) {
+    Controllers controllers(kLoopback, faults);
+    const auto serial = OwnSerial("fault");
+    controllers.add(serial);
+    EXPECT_EQ(ListDevices(kLoopback, "only-locator\ndiscovery-timeout 800\nfind-device-sn " + serial).text,
+              "network:sn:" + serial);
+  }
+}
+
+TEST(Discovery, DoesNotListWhatAnswersTooLate) {
+  Controllers controllers(kLoopback, {.delay = 2s});
+  const auto serial = OwnSerial("late");
+  controllers.add(serial);
+  EXPECT_EQ(ListDevices(kLoopback, "only-locator\ndiscovery-timeout 50\nfind-device-sn " + serial).text, "");
+}
+
+TEST(Watching, TellsOfDevicesAsTheyComeChangeAndGo) {
+  const auto serial = OwnSerial("watch");
+  const EventRecorder recorder(serial);
+  ASSERT_EQ(QV_IO_SetGlobalOptions("discovery-iface network:127.0.0.1"), QV_IO_OK);
+  Controllers controllers;
+  const auto port = Port(controllers.add(serial));
+  const auto found = "found available=1|network-port=" + port;
+  const auto away = "lost available=0|network-port=" + port;
+  std::vector<std::string> wanted{found};
+  EXPECT_TRUE(recorder.eventually(wanted));
+  const auto next = [&](const std::string& event) {
+    wanted.push_back(event);
+    return recorder.eventually(wanted);
+  };
+  controllers->setAvailable(serial, false);
+  EXPECT_TRUE(next(away));
+  EXPECT_EQ(Channel("network:sn:" + serial).result(), QV_IO_ERROR_DEVICE_NOT_FOUND) << "it left the cache";
+  controllers->setAvailable(serial, true);
+  EXPECT_TRUE(next(found));
+  controllers->leave(serial);
+  EXPECT_TRUE(next(away));
+  controllers->comeBack(serial);
+  EXPECT_TRUE(next(found));
+
+  // A device that moves to another port is a new one; a search finds that the old one is gone.
+  controllers->changePort(serial);
+  EXPECT_TRUE(Eventually([&] { return recorder.events().size() == wanted.size() + 1; }));
+  wanted.push_back(recorder.events().back());
+  EXPECT_NE(wanted.back(), found);
+  ListDevices(kLoopback, "only-locator\ndiscovery-timeout 500");
+  EXPECT_TRUE(next("lost available=1|network-port=" + port));
+
+  controllers->vanish(serial);
+  ListDevices(kLoopback, "only-locator\ndiscovery-timeout 100");
+  EXPECT_TRUE(next("lost" + wanted[wanted.size() - 2].substr(5)));
+
+  ASSERT_EQ(QV_IO_SetGlobalOptions("discovery-iface network:none"), QV_IO_OK);
+  controllers->comeBack(serial);
+  EXPECT_NE(ListDevices(kLoopback, "only-locator\ndiscovery-timeout 500").text.find(serial),
+            std::string::npos);
+  EXPECT_EQ(recorder.events(), wanted) << "a listing makes no events";
+}
+
+TEST(Watching, AnswersEveryOptionWithItsResult) {
+  const EventRecorder restoresTheSettings("nobody");
+  const struct {
+    const char* options;
+    uint32_t result;
+  } rows[] = {{"discovery-iface network:127.0.0.1", QV_IO_OK},
+              {"discovery-iface network:127.0.0.1\ndiscovery-iface network:127.0.0.2", QV_IO_OK},
+              {"discovery-iface network:198.51.100.7", QV_IO_ERROR_INVALID_ARGUMENT},  // not local
+              {"discovery-iface network:0.0.0.0", QV_IO_ERROR_INVALID_ARGUMENT},
+              {"discovery-iface network:", QV_IO_ERROR_INVALID_ARGUMENT},
+              {"discovery-iface network:none\ndiscovery-iface network:x", QV_IO_OK},
+              {"discovery-iface network:x\ndiscovery-iface network:none", QV_IO_ERROR_INVALID_ARGUMENT},
+              {"discovery-iface serial:x", QV_IO_OK},
+              {"locator-format-network host", QV_IO_OK},
+              {"locator-format-network ip", QV_IO_ERROR_INVALID_ARGUMENT},
+              {"locator-format-network sn\nstrict\nx", QV_IO_ERROR_INVALID_ARGUMENT},
+              {"locator-format-network sn", QV_IO_OK},
+              {nullptr, QV_IO_OK}};
+  for (const auto& row : rows) EXPECT_EQ(QV_IO_SetGlobalOptions(row.options), row.result) << row.options;
+}
+
+/// What the callbacks below have in common: whether they may still be entered.
+struct Permission {
+  std::atomic<bool> granted = true;
+  std::atomic<int> entered = 0;
+  std::atomic<int> forbidden = 0;
+
+  static void onEvent(void* self, uint32_t /*type*/, const QV_IO_Event* /*event*/) {
+    auto& permission = *static_cast<Permission*>(self);
+    ++permission.entered;
+    if (!permission.granted) ++permission.forbidden;
+  }
+};
+
+TEST(Watching, EntersNoCallbackThatWasReplacedAndNoneThatWasSwitchedOff) {
+  const EventRecorder restoresTheSettings("nobody");
+  Controllers controllers;
+  const auto serial = OwnSerial("barrier");
+  controllers.add(serial);
+  ASSERT_EQ(QV_IO_SetGlobalOptions("discovery-iface network:127.0.0.1"), QV_IO_OK);
+  std::atomic<bool> done = false;
+  std::thread blinking([&] {
+    for (bool on = false; !done; on = !on) controllers->setAvailable(serial, on);
+  });
+  for (int round = 0; round < 20; ++round) {
+    Permission first;
+    Permission second;
+    QV_IO_SetEventCallback(Permission::onEvent, &first);
+    EXPECT_TRUE(Eventually([&] { return first.entered > 0; }));
+    QV_IO_SetEventCallback(Permission::onEvent, &second);
+    first.granted = false;
+    EXPECT_TRUE(Eventually([&] { return second.entered > 0; }));
+    if (round % 2 == 0) {
+      QV_IO_SetEventCallback(nullptr, nullptr);
+    } else {
+      QV_IO_SetGlobalOptions("discovery-iface network:none");
+    }
+    second.granted = false;
+    std::this_thread::sleep_for(5ms);  // time for what must not happen
+    EXPECT_EQ(first.forbidden + second.forbidden, 0);
+    QV_IO_SetEventCallback(nullptr, nullptr);
+    ASSERT_EQ(QV_IO_SetGlobalOptions("discovery-iface network:127.0.0.1"), QV_IO_OK);
+  }
+  done = true;
+  blinking.join();
+}
+
+TEST(Watching, ListsWhatIsKnownFromWithinTheEventCallback) {
+  struct Inside {
+    std::string serial = OwnSerial("inside");
+    std::atomic<int> listed = 0;
+    static void onEvent(void* self, uint32_t /*type*/, const QV_IO_Event* /*event*/) {
+      auto& inside = *static_cast<Inside*>(self);
+      const auto options = "only-locator\ndiscovery-timeout 100\nfind-device-sn " + inside.serial;
+      if (ListDevices("127.0.0.1\niface network:127.0.0.2", options).text.find(inside.serial) !=
+          std::string::npos)
+        ++inside.listed;
+    }
+  } inside;
+  const EventRecorder restoresTheSettings("nobody");
+  QV_IO_SetEventCallback(Inside::onEvent, &inside);
+  ASSERT_EQ(QV_IO_SetGlobalOptions("discovery-iface network:127.0.0.1\ndiscovery-iface network:127.0.0.2"),
+            QV_IO_OK);
+  Controllers controllers;
+  controllers.add(inside.serial);
+  EXPECT_TRUE(Eventually([&] { return inside.listed >= 2; })) << "one for each interface";
+  controllers->vanish(inside.serial);
+  ListDevices(kLoopback);  // its sweep raises an event on the searching thread
+  QV_IO_SetGlobalOptions("");
+}
+
+}  // namespace
+}  // namespace qvtest
