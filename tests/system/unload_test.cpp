@@ -4,10 +4,13 @@
 #include <gtest/gtest.h>
 #include <malloc.h>
 
+#include <cstdlib>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "quorvio/quorvio.h"
+#include "support/discovery.h"
 #include "support/links.h"
 #include "support/process.h"
 #include "support/wait.h"
@@ -60,6 +63,65 @@ TEST(Unload, LeavesNoThreadDescriptorOrMemory) {
     EXPECT_EQ(Descriptors(), descriptors);
     EXPECT_LE(::mallinfo2().uordblks, memory + 4096) << "200 rounds would show a leak of 21 bytes each";
   }
+}
+
+TEST(Unload, EndsDiscoveryWhileDevicesTalk) {
+  Controllers controllers;
+  const auto serial = OwnSerial("unload");
+  controllers.add(serial);
+  std::atomic<bool> done = false;
+  std::thread blinking([&] {
+    for (bool on = false; !done; on = !on) controllers->setAvailable(serial, on);
+  });
+  for (int round = 0; round < 30; ++round) {
+    std::atomic<int> events = 0;
+    const LoadedLibrary library;
+    const auto count = [](void* counter, uint32_t, const QV_IO_Event*) {
+      ++*static_cast<std::atomic<int>*>(counter);
+    };
+    library.find<decltype(QV_IO_SetEventCallback)>("QV_IO_SetEventCallback")(count, &events);
+    EXPECT_EQ(library.find<decltype(QV_IO_SetGlobalOptions)>("QV_IO_SetGlobalOptions")(
+                  "discovery-iface network:127.0.0.1"),
+              QV_IO_OK);
+    EXPECT_TRUE(Eventually([&] { return events > 0; }));
+  }
+  done = true;
+  blinking.join();
+  EXPECT_FALSE(IsMapped("libquorvio"));
+  EXPECT_TRUE(Eventually([] { return ThreadsNamed("qvio-nd") == 0; }));
+}
+
+/// Ends the process from within the event callback, which runs with a lock held that unloading needs.
+[[noreturn]] void ExitInsideEvent() {
+  Controllers controllers;
+  const auto serial = OwnSerial("exit");
+  const LoadedLibrary library;
+  library.find<decltype(QV_IO_SetEventCallback)>("QV_IO_SetEventCallback")(
+      [](void*, uint32_t, const QV_IO_Event*) { std::exit(3); }, nullptr);
+  library.find<decltype(QV_IO_SetGlobalOptions)>("QV_IO_SetGlobalOptions")(
+      "discovery-iface network:127.0.0.1");
+  controllers.add(serial);
+  for (;;) ::pause();
+}
+
+TEST(Unload, LetsAnApplicationEndInsideItsEventCallback) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(ExitInsideEvent(), testing::ExitedWithCode(3), "");
+}
+
+/// Ends the process with everything on: the exit must not wait for what never ends.
+[[noreturn]] void ExitWithDiscoveryOn() {
+  Controllers controllers;
+  controllers.add(OwnSerial("exit"));
+  const LoadedLibrary library;
+  library.find<decltype(QV_IO_SetGlobalOptions)>("QV_IO_SetGlobalOptions")(
+      "discovery-iface network:127.0.0.1");
+  std::exit(4);
+}
+
+TEST(Unload, LetsAnApplicationEndWithDiscoveryOn) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(ExitWithDiscoveryOn(), testing::ExitedWithCode(4), "");
 }
 
 }  // namespace
