@@ -23,7 +23,7 @@ struct GroupSettings {
   std::string address = "127.0.0.1";     ///< of the local interface they are on
   std::chrono::milliseconds spread{20};  ///< answers come at random moments within this time
   uint32_t seed = 1;                     ///< of these moments and of what is dropped
-  DiscoveryFaults faults;
+  DiscoveryFaults faults = {};
 };
 
 /// Any number of network controllers on one interface: they answer discovery, announce themselves when they

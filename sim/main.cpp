@@ -2,7 +2,6 @@
 
 #include <sys/resource.h>
 #include <CLI/CLI.hpp>
-
 #include <algorithm>
 #include <cstdio>
 #include <exception>
@@ -18,6 +17,7 @@
 #include "sim/control_lines.h"
 #include "sim/controller.h"
 #include "sim/controller_group.h"
+#include "sim/descriptor_limit.h"
 #include "sim/event_loop.h"
 #include "sim/main_loop.h"
 #include "sim/network_device.h"
@@ -110,14 +110,6 @@ void ServeNetwork(const Settings& settings, const qvsim::MainLoop& mainLoop) {
   mainLoop.run();
 }
 
-/// Every controller needs a descriptor, and the usual limit is 1024.
-void AllowManyDescriptors() {
-  rlimit limit{};
-  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
-  limit.rlim_cur = limit.rlim_max;
-  ::setrlimit(RLIMIT_NOFILE, &limit);
-}
-
 /// The serial number itself for one controller, else numbered from 1.
 std::string SerialNumberOf(const Settings& settings, unsigned index) {
   if (settings.count == 1) return settings.controller.serialNumber;
@@ -138,7 +130,7 @@ std::string AddController(qvsim::ControllerGroup& group, const Settings& setting
 }
 
 void ServeGroup(const Settings& settings, const qvsim::MainLoop& mainLoop) {
-  AllowManyDescriptors();
+  qvsim::AllowManyDescriptors();
   qvsim::EventLoop loop;
   auto faults = settings.faults;
   faults.delay = std::chrono::milliseconds(settings.delayMs);

@@ -1,0 +1,10 @@
+#pragma once
+
+namespace qvbench {
+
+/// Each prints its lines of the table of network discovery.
+void MeasureSearches();
+void MeasureDatagrams();
+void MeasureFlood();
+
+}  // namespace qvbench
