@@ -22,7 +22,8 @@
  *     QV_IO_GetVersion                  yes                           yes
  *     QV_IO_GetLocatorInterfaceType     yes                           yes
  *     QV_IO_CanEnumerateDevices         yes                           yes
- *     QV_IO_EnumerateDevices            yes                           USB only; not network
+ *     QV_IO_EnumerateDevices            yes                           yes; network devices as they are
+ *                                                                     known, without a search
  *     QV_IO_EnumerateInterfaces         yes                           yes
  *     QV_IO_SetGlobalOptions            yes                           no: deadlock
  *     QV_IO_SetEventCallback            yes                           no: deadlock
@@ -37,8 +38,8 @@
  *     QV_IO_GetProperty                 yes                           no: deadlock
  *
  * The event callback runs with the lock held that the functions marked "deadlock" need; that makes
- * QV_IO_SetEventCallback a barrier. For the same reason it should return soon, and an enumeration of
- * network devices inside it would wait for itself.
+ * QV_IO_SetEventCallback a barrier. For the same reason it should return soon. An enumeration of network
+ * devices inside it does not search, since it would wait for itself.
  *
  * Signals and fork. Signal handlers of the application run on its own threads; interrupted system calls
  * are repeated. No function raises a signal. Every descriptor is close-on-exec. */
@@ -177,7 +178,9 @@ uint32_t QV_IO_CanEnumerateDevices(uint32_t interfaceType, uint32_t* canEnumerat
  * usb-pid, usb-vid, usb-desc (USB); device-type, device-info, iface, network-host, network-port (network).
  * Filters: `find-only-available` (default true), `find-protocol-id`, `find-usb-pid`, `find-usb-vid`,
  * `find-usb-product-name`, `find-device-sn`, `find-device-type`. Network search: `iface` "network:ADDRESS"
- * or "network:all", `discovery-timeout` ms (default 100). `force-rescan`: ask the devices afresh.
+ * (of a local interface) or "network:all", one line each; all are searched at once, and the call takes the
+ * whole `discovery-timeout` ms (default 100). One datagram may get lost: ask again where that matters. An
+ * address that is not local finds nothing. `force-rescan`: ask the devices afresh.
  * `locator-format-usb` "sn" or "id", `locator-format-network` "sn" or "host".
  * Serial ports cannot be listed: a list that includes them answers QV_IO_ERROR_NOT_SUPPORTED as a whole.
  *
@@ -197,11 +200,20 @@ uint32_t QV_IO_EnumerateDevices(uint32_t interfaceType, const char* options, cha
  * @return as QV_IO_EnumerateDevices. */
 uint32_t QV_IO_EnumerateInterfaces(const char* options, char* buffer, size_t* size);
 
-/** Sets the options that hold for the whole process: `discovery-iface` "network:ADDRESS", "network:all" or
- * "network:none": where network devices are watched, each coming and going raising a global event;
- * `locator-format-network` "sn" or "host": the locators in those events. Rejected options change nothing.
- * @param options  may be null (the empty text: no interface is watched)
- * @return QV_IO_OK; QV_IO_ERROR_INVALID_ARGUMENT: options rejected, or an interface cannot be watched. */
+/** Sets the options that hold for the whole process.
+ *
+ * `discovery-iface` "network:ADDRESS" (of a local interface), "network:all" or "network:none", one line each:
+ * where network devices are watched. Each call replaces the list, so that one without `discovery-iface`
+ * watches nothing. A watched device that appears, becomes available or unavailable, or does not answer a
+ * search raises a global event; a device that falls silent is noticed by a search only
+ * (QV_IO_EnumerateDevices). On return no event comes from an interface that is watched no more.
+ *
+ * `locator-format-network` "sn" or "host": the locators in those events; stays as it is without the line.
+ *
+ * @param options  may be null (the empty text)
+ * @return QV_IO_OK; QV_IO_ERROR_INVALID_ARGUMENT: options rejected, after which nothing has changed but the
+ *         locator format if only the interfaces were wrong, or an interface cannot be watched, such as one
+ *         that is not local; then others of the list may be watched. */
 uint32_t QV_IO_SetGlobalOptions(const char* options);
 
 /** Sets the one callback for global events; null switches events off. When the call returns, the callback
