@@ -252,7 +252,7 @@ void AppendNetworkDevices(const qvio::DeviceListOptions& options, qvio::RecordLi
 }
 
 void AppendNetworkInterfaces(qvio::RecordList& records) {
-  for (const auto& interface : WithInterfaces(ListInterfaces)) {
+  for (const auto& interface : ListInterfaces()) {
     records.push_back({{"iface-type", "network"},
                        {"network-host", IP4ToString(interface.address)},
                        {"network-subnet-mask", IP4ToString(interface.subnetMask)},
