@@ -5,6 +5,7 @@
 #include <thread>
 #include <utility>
 
+#include "io/ftdi/usb.h"
 #include "nd/discovery.h"
 #include "util/never_destroyed.h"
 #include "util/retired_threads.h"
@@ -35,13 +36,20 @@ void Keep(std::shared_ptr<void> object) {
   kept.value = std::move(object);
 }
 
-[[gnu::destructor]] void Unload() {
+void EndThreads() {
   // An application may end from within its event callback, which holds the global mutex.
   if (TheLibrary().events.isDelivering()) return;
   if (!BecomesLockable(TheLibrary().globalMutex, kPatienceAtUnload)) return;
   TheLibrary().handles.clear();
   auto discovery = quorvind::TakeDiscoveryDown();
   if (!cppu::Retired().joinAll(kPatienceAtUnload)) Keep(std::move(discovery));
+}
+
+[[gnu::constructor]] void Load() { TheUsb().driver.onLibraryLoad(); }
+
+[[gnu::destructor]] void Unload() {
+  EndThreads();
+  TheUsb().driver.onLibraryUnload();
 }
 
 }  // namespace

@@ -33,6 +33,18 @@ constexpr std::tuple kUsbKeys{Key{"strict", &UsbOptions::strict},
                               Key{"product-name", &UsbOptions::productNames},
                               Key{"ftdi-flow-control", &UsbOptions::ftdiFlowControl}};
 
+constexpr std::tuple kUsbLocatorKeys{Key{"strict", &UsbLocatorOptions::strict},
+                                     Key{"product-name", &UsbLocatorOptions::productName},
+                                     Key{"canonical-locator", &UsbLocatorOptions::canonicalLocator},
+                                     Key{"usb-vid", &UsbLocatorOptions::usbVid},
+                                     Key{"usb-pid", &UsbLocatorOptions::usbPid},
+                                     Key{"include-sn", &UsbLocatorOptions::includeSn},
+                                     Key{"include-id", &UsbLocatorOptions::includeId},
+                                     Key{"include-ds", &UsbLocatorOptions::includeDs},
+                                     Key{"include-usb-vid", &UsbLocatorOptions::includeUsbVid},
+                                     Key{"include-usb-pid", &UsbLocatorOptions::includeUsbPid},
+                                     Key{"force-rescan", &UsbLocatorOptions::forceRescan}};
+
 constexpr std::array<Table, 2> kInterfaceTables{kNetworkInterfaceKeys, kSerialPortKeys};
 constexpr std::tuple kInterfaceListKeys{
     Key{"strict", &InterfaceListOptions::strict}, Key{"iface-type", &InterfaceListOptions::ifaceTypes},
@@ -77,6 +89,10 @@ NetworkOptions ReadNetworkOptions(std::string_view text) {
 }
 
 UsbOptions ReadUsbOptions(std::string_view text) { return ReadOptions<UsbOptions>(text, kUsbKeys); }
+
+UsbLocatorOptions ReadUsbLocatorOptions(std::string_view text) {
+  return ReadOptions<UsbLocatorOptions>(text, kUsbLocatorKeys);
+}
 
 InterfaceListOptions ReadInterfaceListOptions(std::string_view text) {
   auto options = ReadOptions<InterfaceListOptions>(text, kInterfaceListKeys);

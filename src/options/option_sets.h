@@ -52,6 +52,22 @@ struct UsbOptions {
 };
 UsbOptions ReadUsbOptions(std::string_view text);
 
+/// Listing the locators of USB chips.
+struct UsbLocatorOptions {
+  bool strict = false;
+  std::string productName;  ///< empty: any, as with the numbers
+  bool canonicalLocator = false;
+  std::string usbVid;
+  std::string usbPid;
+  bool includeSn = false;
+  bool includeId = false;
+  bool includeDs = false;
+  bool includeUsbVid = false;
+  bool includeUsbPid = false;
+  bool forceRescan = false;
+};
+UsbLocatorOptions ReadUsbLocatorOptions(std::string_view text);
+
 /// Listing interfaces.
 struct InterfaceListOptions {
   bool strict = false;

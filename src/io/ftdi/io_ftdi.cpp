@@ -1,14 +1,191 @@
 #include "io/ftdi/io_ftdi.h"
 
+#include <algorithm>
+#include <array>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "io/ftdi/find_chip.h"
+#include "io/ftdi/link_settings.h"
+#include "io/ftdi/usb.h"
+#include "options/result.h"
+#include "util/retired_threads.h"
+#include "util/text_out.h"
+
 namespace qvio {
+namespace {
 
-uint32_t IoFtdi::open(std::shared_ptr<IoDevice> /*self*/) { return QV_IO_ERROR_DRIVER_UNAVAILABLE; }
+using namespace std::chrono_literals;
+using std::chrono::milliseconds;
 
-// Never reached: a channel that did not open is dropped.
-void IoFtdi::close(bool /*wait*/) {}
-uint32_t IoFtdi::send(const void* /*data*/, std::size_t /*length*/) { return QV_IO_ERROR_DRIVER_UNAVAILABLE; }
-uint32_t IoFtdi::getProperty(const char* /*key*/, char* /*buffer*/, std::size_t* /*size*/) {
-  return QV_IO_ERROR_DRIVER_UNAVAILABLE;
+constexpr auto kRestAfterFault = 10ms;
+constexpr uint32_t kShortestHealthCheck = 50;
+constexpr uint32_t kLongestLatency = 255;
+
+std::optional<uint16_t> ReadFlowControl(const std::optional<std::string>& word) {
+  static constexpr std::array<std::pair<std::string_view, uint16_t>, 3> kWords{
+      {{"none", d2xx::kFlowNone}, {"rtscts", d2xx::kFlowRtsCts}, {"dtrdsr", d2xx::kFlowDtrDsr}}};
+  if (!word) return {};
+  for (const auto& [name, value] : kWords) {
+    if (*word == name) return value;
+  }
+  throw Failure(QV_IO_ERROR_INVALID_ARGUMENT);
+}
+
+void CheckOptions(const UsbOptions& options) {
+  const auto demand = [](bool condition) { Require(condition, QV_IO_ERROR_INVALID_ARGUMENT); };
+  demand(options.healthCheck == 0 || options.healthCheck >= kShortestHealthCheck);
+  demand(options.baudrate != 0U);
+  ReadFlowControl(options.ftdiFlowControl);
+  demand(options.ftdiLatency >= 1 && options.ftdiLatency <= kLongestLatency);
+}
+
+Chip OpenConfigured(const UsbDevice& device, const UsbOptions& options, const D2xxFunctions& functions) {
+  Require(!device.serialNumber.empty(), QV_IO_ERROR_DEVICE_NOT_FOUND);
+  auto chip = Chip::openBySerialNumber(functions, device.serialNumber);
+  Require(chip.has_value(), QV_IO_ERROR_DRIVER_FAILURE);
+  const auto userArea = chip->readUserArea();
+  const auto settings = ChooseLinkSettings({userArea, device.rawDescription, device.isHighSpeedDualChannel()},
+                                           options.baudrate, ReadFlowControl(options.ftdiFlowControl));
+  chip->configure(settings, {options.rxTimeout, options.txTimeout, options.ftdiLatency});
+  return std::move(*chip);
+}
+
+/// What a failed driver call tells the application.
+uint32_t NoticeOf(uint32_t status) {
+  if (status == d2xx::Ok) return QV_IO_OK;
+  return status == d2xx::IoError ? QV_IO_ERROR_CONNECTION_LOST : QV_IO_ERROR_RECEIVE_FAILED;
+}
+
+}  // namespace
+
+uint32_t IoFtdi::open(std::shared_ptr<IoDevice> self) {
+  return ResultOf([&] {
+    UsbAccess usb;
+    RequireUsbLocator(locator());
+    const auto options = ReadUsbOptions(this->options());
+    CheckOptions(options);
+    sendLimit_ = milliseconds(options.txTimeout);
+    healthCheck_ = milliseconds(options.healthCheck);
+    chip_ = OpenConfigured(FindChip(locator(), options, usb), options, usb.functions());
+    try {
+      start(std::move(self));
+    } catch (...) {
+      chip_.close();  // before the event that the driver may know by now
+      throw;
+    }
+  });
+}
+
+void IoFtdi::start(std::shared_ptr<IoDevice> self) {
+  event_.emplace();
+  stop_.emplace();
+  const auto status =
+      chip_.functions().FT_SetEventNotification(chip_.handle(), d2xx::kEventReceived, event_->driverHandle());
+  Require(status == d2xx::Ok, QV_IO_ERROR_DRIVER_FAILURE);
+  keepAlive_ = std::move(self);
+  try {
+    thread_ = cppu::Thread("qvio-rx", [this] { run(); });
+  } catch (...) {
+    keepAlive_.reset();  // else the channel would hold itself for ever
+    throw;
+  }
+}
+
+void IoFtdi::close(bool wait) {
+  {
+    const std::lock_guard lock(*event_);
+    stop_->request();
+    event_->signal();
+  }
+  if (wait && !thread_.isCurrent()) {
+    thread_.join();
+  } else {
+    cppu::Retired().add(std::move(thread_));
+  }
+}
+
+void IoFtdi::run() {
+  const auto self = std::move(keepAlive_);  // from here on the thread alone keeps the channel alive
+  std::array<uint8_t, QV_IO_RECEIVE_CHUNK> buffer{};
+  while (!stop_->requested()) receive(awaitBytes(), buffer);
+  const std::lock_guard alone(inUse_);
+  chip_.close();
+}
+
+IoFtdi::QueueState IoFtdi::query() const {
+  QueueState state;
+  uint32_t toTransmit = 0;
+  uint32_t event = 0;
+  state.notice =
+      NoticeOf(chip_.functions().FT_GetStatus(chip_.handle(), &state.waiting, &toTransmit, &event));
+  if (state.notice != QV_IO_OK) state.waiting = 0;
+  return state;
+}
+
+/// One look at the queue and, if there is nothing in it and nothing to tell, one wait for the event. Between
+/// the look and the wait the event's lock is held, so that no signal is lost.
+IoFtdi::QueueState IoFtdi::queryUnlessStopped(const std::optional<Time>& deadline, bool failureWasTold,
+                                              bool& timedOut) {
+  const std::lock_guard lock(*event_);
+  if (stop_->requested()) return {};
+  auto state = query();
+  if (failureWasTold) state.notice = QV_IO_OK;
+  if (state.waiting == 0 && state.notice == QV_IO_OK) timedOut = !event_->wait(deadline);
+  return state;
+}
+
+/// Waits until bytes are there, a period has passed, or the channel is closed; returns how many there are. A
+/// query that fails is told once in a period.
+uint32_t IoFtdi::awaitBytes() {
+  std::optional<Time> deadline;
+  if (healthCheck_.count() != 0) deadline = std::chrono::steady_clock::now() + healthCheck_;
+  bool failureWasTold = false;
+  bool timedOut = false;
+  while (!timedOut && !stop_->requested()) {
+    const auto state = queryUnlessStopped(deadline, failureWasTold, timedOut);
+    if (state.waiting != 0) return state.waiting;
+    if (state.notice == QV_IO_OK) continue;
+    report(state.notice);
+    failureWasTold = true;
+  }
+  return 0;
+}
+
+void IoFtdi::receive(uint32_t waiting, std::span<uint8_t> buffer) {
+  while (waiting != 0 && !stop_->requested()) {
+    const auto wanted = std::min(waiting, static_cast<uint32_t>(buffer.size()));
+    uint32_t got = 0;
+    const auto notice = NoticeOf(chip_.functions().FT_Read(chip_.handle(), buffer.data(), wanted, &got));
+    if (notice == QV_IO_OK) deliver(buffer.data(), std::min(got, wanted));
+    if (got > wanted && notice == QV_IO_OK) return report(QV_IO_ERROR_RECEIVE_FAILED);
+    if (notice != QV_IO_OK) report(notice);
+    // The driver still says that there are bytes: asked at once again, it would cost a core.
+    if (notice != QV_IO_OK || got == 0) {
+      stop_->wait(kRestAfterFault);
+    } else {
+      waiting -= got;
+    }
+  }
+}
+
+uint32_t IoFtdi::send(const void* data, std::size_t length) {
+  const std::span bytes(static_cast<const uint8_t*>(data), length);
+  if (bytes.empty()) return QV_IO_OK;
+  const std::shared_lock lock(inUse_);
+  // The chip is closed by the receive thread on the way out: what comes after the stop is not begun.
+  if (stop_->requested()) return QV_IO_ERROR_TRANSMIT_FAILED;
+  return chip_.write(bytes, sendLimit_, &*stop_);
+}
+
+uint32_t IoFtdi::getProperty(const char* key, char* buffer, std::size_t* size) {
+  if (std::string_view(key) != "ftdi-id") return QV_IO_ERROR_PROPERTY_UNAVAILABLE;
+  const std::shared_lock lock(inUse_);
+  const auto id = chip_ ? chip_.id() : std::nullopt;
+  if (!id) return QV_IO_ERROR_NOT_SUPPORTED;
+  return cppu::CopyProperty(std::to_string(*id), buffer, *size) ? QV_IO_OK : QV_IO_ERROR_BUFFER_TOO_SMALL;
 }
 
 }  // namespace qvio

@@ -1,10 +1,23 @@
 #pragma once
 
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <shared_mutex>
+#include <span>
+
+#include "io/ftdi/chip.h"
+#include "io/ftdi/receive_event.h"
 #include "io/io_device.h"
+#include "options/option_sets.h"
+#include "util/stop_signal.h"
+#include "util/thread.h"
 
 namespace qvio {
 
-/// A USB link through FTDI's driver. The driver's libraries are not bound yet, so that no link can be opened.
+/// A USB link through FTDI's driver. The receive thread sleeps in the driver's event and asks for the chip's
+/// state once in a period, so that an unplugged chip is noticed.
 class IoFtdi final : public IoDevice {
  public:
   using IoDevice::IoDevice;
@@ -12,7 +25,39 @@ class IoFtdi final : public IoDevice {
   uint32_t open(std::shared_ptr<IoDevice> self) override;
   void close(bool wait) override;
   uint32_t send(const void* data, std::size_t length) override;
+
+  /// "ftdi-id": the chip's unique number.
   uint32_t getProperty(const char* key, char* buffer, std::size_t* size) override;
+
+ private:
+  using Time = std::chrono::steady_clock::time_point;
+
+  /// What the driver says of the receive queue.
+  struct QueueState {
+    uint32_t waiting = 0;
+    uint32_t notice = QV_IO_OK;  ///< of a query that failed; nothing counts as waiting then
+  };
+
+  void start(std::shared_ptr<IoDevice> self);
+
+  // Receive thread.
+  void run();
+  [[nodiscard]] uint32_t awaitBytes();
+  [[nodiscard]] QueueState queryUnlessStopped(const std::optional<Time>& deadline, bool failureWasTold,
+                                              bool& timedOut);
+  [[nodiscard]] QueueState query() const;
+  void receive(uint32_t waiting, std::span<uint8_t> buffer);
+
+  std::chrono::milliseconds healthCheck_{};  ///< period; 0: the thread waits without limit
+  std::chrono::milliseconds sendLimit_{};
+  std::optional<ReceiveEvent> event_;     ///< there from open on; the driver uses it until the chip is closed
+  std::optional<cppu::StopSignal> stop_;  ///< requested with the event's lock held
+  /// Lets the receive thread close the chip only when no call of the application uses it: those share it for
+  /// as long as they last. Nothing else is locked while it is held.
+  std::shared_mutex inUse_;
+  Chip chip_;
+  std::shared_ptr<IoDevice> keepAlive_;  ///< from open to the first moment of the receive thread
+  cppu::Thread thread_;
 };
 
 }  // namespace qvio

@@ -1,0 +1,101 @@
+#include "io/ftdi/chip.h"
+
+#include <algorithm>
+#include <limits>
+#include <thread>
+
+#include "options/result.h"
+
+namespace qvio {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr uint8_t kDataBits = 8;
+constexpr uint8_t kOneStopBit = 0;
+constexpr uint8_t kNoParity = 0;
+constexpr uint8_t kAllPins = 0xFF;
+constexpr auto kBitModeSettling = 10ms;
+constexpr uint32_t kFifoTransferSize = 65536;
+constexpr auto kRestOfFullQueue = 1ms;
+
+void RequireDriver(uint32_t status) { Require(status == d2xx::Ok, QV_IO_ERROR_DRIVER_FAILURE); }
+
+}  // namespace
+
+std::optional<Chip> Chip::openBySerialNumber(const D2xxFunctions& functions, std::string serialNumber) {
+  d2xx::Handle handle = nullptr;
+  if (functions.FT_OpenEx(serialNumber.data(), d2xx::kOpenBySerialNumber, &handle) != d2xx::Ok) return {};
+  return Chip(functions, handle);
+}
+
+std::optional<Chip> Chip::openByIndex(const D2xxFunctions& functions, std::size_t index) {
+  d2xx::Handle handle = nullptr;
+  if (functions.FT_Open(static_cast<int>(index), &handle) != d2xx::Ok) return {};
+  return Chip(functions, handle);
+}
+
+void Chip::close() noexcept {
+  if (functions_ != nullptr) std::exchange(functions_, nullptr)->FT_Close(std::exchange(handle_, nullptr));
+}
+
+std::vector<uint8_t> Chip::readUserArea() const {
+  uint32_t size = 0;
+  RequireDriver(functions_->FT_EE_UASize(handle_, &size));
+  std::vector<uint8_t> area(size);
+  uint32_t read = 0;
+  RequireDriver(functions_->FT_EE_UARead(handle_, area.data(), size, &read));
+  return area;
+}
+
+void Chip::configure(const LinkSettings& settings, const ChipTimes& times) const {
+  if (!settings.fifo) {
+    Require(settings.lineSpeed != 0, QV_IO_ERROR_INVALID_ARGUMENT);
+    const auto status = functions_->FT_SetBaudRate(handle_, settings.lineSpeed);
+    Require(status != d2xx::InvalidBaudRate, QV_IO_ERROR_INVALID_ARGUMENT);
+    RequireDriver(status);
+  }
+  RequireDriver(functions_->FT_SetDataCharacteristics(handle_, kDataBits, kOneStopBit, kNoParity));
+  RequireDriver(functions_->FT_SetFlowControl(handle_, settings.flowControl, 0, 0));
+  RequireDriver(functions_->FT_SetTimeouts(handle_, times.readMs, times.writeMs));
+  RequireDriver(functions_->FT_SetLatencyTimer(handle_, static_cast<uint8_t>(times.latencyMs)));
+  if (settings.fifo) enterFifoMode();
+  RequireDriver(functions_->FT_Purge(handle_, d2xx::kPurgeBothQueues));
+}
+
+void Chip::enterFifoMode() const {
+  // The reset may be refused by a chip that is in no mode yet.
+  functions_->FT_SetBitMode(handle_, kAllPins, d2xx::kBitModeReset);
+  std::this_thread::sleep_for(kBitModeSettling);
+  RequireDriver(functions_->FT_SetBitMode(handle_, kAllPins, d2xx::kBitModeSynchronousFifo));
+  RequireDriver(functions_->FT_SetUSBParameters(handle_, kFifoTransferSize, kFifoTransferSize));
+}
+
+std::optional<uint32_t> Chip::id() const {
+  unsigned long id = 0;
+  if (functions_->FTID_GetChipIDFromHandle(handle_, &id) != d2xx::Ok) return {};
+  return static_cast<uint32_t>(id);
+}
+
+uint32_t Chip::write(std::span<const uint8_t> bytes, std::chrono::milliseconds limit,
+                     const cppu::StopSignal* stop) const {
+  const auto start = std::chrono::steady_clock::now();
+  while (!bytes.empty()) {
+    if (stop != nullptr && stop->requested()) return QV_IO_ERROR_TRANSMIT_FAILED;
+    const auto size =
+        static_cast<uint32_t>(std::min<std::size_t>(bytes.size(), std::numeric_limits<uint32_t>::max()));
+    uint32_t written = 0;
+    // The driver only reads the bytes, although its interface does not say so.
+    const auto status = functions_->FT_Write(handle_, const_cast<uint8_t*>(bytes.data()), size, &written);
+    if (status == d2xx::IoError) return QV_IO_ERROR_CONNECTION_LOST;
+    if (status != d2xx::Ok || written > size) return QV_IO_ERROR_TRANSMIT_FAILED;
+    bytes = bytes.subspan(written);
+    if (bytes.empty()) return QV_IO_OK;
+    if (std::chrono::steady_clock::now() - start > limit) return QV_IO_ERROR_TRANSMIT_FAILED;
+    if (written == 0 && stop != nullptr) stop->wait(kRestOfFullQueue);
+    if (written == 0 && stop == nullptr) std::this_thread::sleep_for(kRestOfFullQueue);
+  }
+  return QV_IO_OK;
+}
+
+}  // namespace qvio

@@ -1,0 +1,71 @@
+#include "io/ftdi/device_list.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <utility>
+
+#include "io/ftdi/chip.h"
+#include "options/result.h"
+
+namespace qvio {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kLifetime = 1500ms;
+
+/// A text of a node: up to its zero, at most the whole array.
+template <std::size_t Size>
+std::string TextOf(const char (&field)[Size]) {
+  return {field, std::find(field, field + Size, '\0')};
+}
+
+UsbDevice Describe(const d2xx::DeviceNode& node) {
+  UsbDevice device{node, TextOf(node.serialNumber), TextOf(node.description), {}};
+  device.description = TrimDescription(device.rawDescription, device.isHighSpeed());
+  return device;
+}
+
+}  // namespace
+
+std::string_view TrimDescription(std::string_view description, bool isHighSpeed) {
+  const bool trims = isHighSpeed && description.rfind(" A") != std::string_view::npos;
+  return trims ? description.substr(0, description.size() - 2) : description;
+}
+
+std::optional<std::vector<UsbDevice>> ReadUsbDevices(const D2xxFunctions& functions) {
+  uint32_t count = 0;
+  if (functions.FT_CreateDeviceInfoList(&count) != d2xx::Ok) return {};
+  std::vector<UsbDevice> devices;
+  if (count == 0) return devices;
+  std::vector<d2xx::DeviceNode> nodes(count);
+  if (functions.FT_GetDeviceInfoList(nodes.data(), &count) != d2xx::Ok) return {};
+  nodes.resize(std::min<std::size_t>(nodes.size(), count));  // chips may have gone in between
+  std::ranges::transform(nodes, std::back_inserter(devices), Describe);
+  return devices;
+}
+
+std::vector<UsbDeviceList::Entry>& UsbDeviceList::upToDate(const D2xxFunctions& functions, bool force) {
+  const auto now = std::chrono::steady_clock::now();
+  const auto age = std::chrono::floor<std::chrono::milliseconds>(now - lastScan_);
+  if (valid_ && !force && age < kLifetime) return entries_;
+  valid_ = false;
+  lastScan_ = now;
+  auto devices = ReadUsbDevices(functions);
+  Require(devices.has_value(), QV_IO_ERROR_QUERY_FAILED);
+  entries_.clear();
+  for (auto& device : *devices) entries_.push_back({std::move(device), {}, {}});
+  valid_ = true;
+  return entries_;
+}
+
+std::optional<uint32_t> UsbDeviceList::chipId(const D2xxFunctions& functions, std::size_t index) {
+  auto& known = entries_.at(index).chipId;
+  if (!known) {
+    const auto chip = Chip::openByIndex(functions, index);
+    known = chip ? chip->id() : std::nullopt;
+  }
+  return *known;
+}
+
+}  // namespace qvio

@@ -1,0 +1,86 @@
+#include "io/ftdi/driver.h"
+
+#include <dlfcn.h>
+
+#include <array>
+
+namespace qvio {
+namespace {
+
+enum class Library { Driver, ChipId };
+
+/// One function: its name, where it is found, and how its address is stored.
+struct EntryPoint {
+  const char* name;
+  Library library;
+  void (*store)(D2xxFunctions& functions, void* address);
+};
+
+template <auto Member>
+constexpr EntryPoint In(Library library, const char* name) {
+  return {name, library, [](D2xxFunctions& functions, void* address) {
+            auto& function = functions.*Member;
+            function = reinterpret_cast<std::remove_reference_t<decltype(function)>>(address);
+          }};
+}
+
+constexpr std::array kEntryPoints{
+    In<&D2xxFunctions::FTID_Constructor>(Library::ChipId, "FTID_Constructor"),
+    In<&D2xxFunctions::FTID_Destructor>(Library::ChipId, "FTID_Destructor"),
+    In<&D2xxFunctions::FT_CreateDeviceInfoList>(Library::Driver, "FT_CreateDeviceInfoList"),
+    In<&D2xxFunctions::FT_GetDeviceInfoList>(Library::Driver, "FT_GetDeviceInfoList"),
+    In<&D2xxFunctions::FT_Open>(Library::Driver, "FT_Open"),
+    In<&D2xxFunctions::FT_OpenEx>(Library::Driver, "FT_OpenEx"),
+    In<&D2xxFunctions::FT_Close>(Library::Driver, "FT_Close"),
+    In<&D2xxFunctions::FT_GetStatus>(Library::Driver, "FT_GetStatus"),
+    In<&D2xxFunctions::FT_Read>(Library::Driver, "FT_Read"),
+    In<&D2xxFunctions::FT_Write>(Library::Driver, "FT_Write"),
+    In<&D2xxFunctions::FT_Purge>(Library::Driver, "FT_Purge"),
+    In<&D2xxFunctions::FT_SetBaudRate>(Library::Driver, "FT_SetBaudRate"),
+    In<&D2xxFunctions::FT_SetDataCharacteristics>(Library::Driver, "FT_SetDataCharacteristics"),
+    In<&D2xxFunctions::FT_SetFlowControl>(Library::Driver, "FT_SetFlowControl"),
+    In<&D2xxFunctions::FT_SetTimeouts>(Library::Driver, "FT_SetTimeouts"),
+    In<&D2xxFunctions::FT_SetLatencyTimer>(Library::Driver, "FT_SetLatencyTimer"),
+    In<&D2xxFunctions::FT_SetBitMode>(Library::Driver, "FT_SetBitMode"),
+    In<&D2xxFunctions::FT_SetUSBParameters>(Library::Driver, "FT_SetUSBParameters"),
+    In<&D2xxFunctions::FT_SetEventNotification>(Library::Driver, "FT_SetEventNotification"),
+    In<&D2xxFunctions::FT_ReadEE>(Library::Driver, "FT_ReadEE"),
+    In<&D2xxFunctions::FT_EE_Read>(Library::Driver, "FT_EE_Read"),
+    In<&D2xxFunctions::FT_EE_UASize>(Library::Driver, "FT_EE_UASize"),
+    In<&D2xxFunctions::FT_EE_UARead>(Library::Driver, "FT_EE_UARead"),
+    In<&D2xxFunctions::FT_EE_UAWrite>(Library::Driver, "FT_EE_UAWrite"),
+    In<&D2xxFunctions::FTID_GetNumDevices>(Library::ChipId, "FTID_GetNumDevices"),
+    In<&D2xxFunctions::FTID_GetChipIDFromHandle>(Library::ChipId, "FTID_GetChipIDFromHandle")};
+
+}  // namespace
+
+bool FtdiDriver::ensureLoaded() {
+  if (failed_ || loaded_) return loaded_;
+  loaded_ = load();
+  failed_ = !loaded_;
+  return loaded_;
+}
+
+/// The handles of the libraries are neither kept nor closed: what they have found must stay.
+bool FtdiDriver::load() {
+  void* const driver = ::dlopen("libftd2xx.so", RTLD_NOW);
+  void* const chipId = ::dlopen("libftchipid.so", RTLD_NOW);
+  if (driver == nullptr || chipId == nullptr) return false;
+  ::dlerror();  // forgets what an application left behind
+  for (const auto& entry : kEntryPoints) {
+    void* const address = ::dlsym(entry.library == Library::Driver ? driver : chipId, entry.name);
+    if (::dlerror() != nullptr) return false;
+    entry.store(functions_, address);
+  }
+  return true;
+}
+
+void FtdiDriver::onLibraryLoad() {
+  if (ensureLoaded()) functions_.FTID_Constructor();
+}
+
+void FtdiDriver::onLibraryUnload() const {
+  if (functions_.FTID_Destructor != nullptr) functions_.FTID_Destructor();
+}
+
+}  // namespace qvio

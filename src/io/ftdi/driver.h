@@ -1,0 +1,64 @@
+#pragma once
+
+#include "io/ftdi/d2xx.h"
+
+namespace qvio {
+
+/// FTDI's functions; null until found.
+struct D2xxFunctions {
+  using Api = d2xx::Api;
+
+  Api::FTID_Constructor* FTID_Constructor = nullptr;
+  Api::FTID_Destructor* FTID_Destructor = nullptr;
+  Api::FT_CreateDeviceInfoList* FT_CreateDeviceInfoList = nullptr;
+  Api::FT_GetDeviceInfoList* FT_GetDeviceInfoList = nullptr;
+  Api::FT_Open* FT_Open = nullptr;
+  Api::FT_OpenEx* FT_OpenEx = nullptr;
+  Api::FT_Close* FT_Close = nullptr;
+  Api::FT_GetStatus* FT_GetStatus = nullptr;
+  Api::FT_Read* FT_Read = nullptr;
+  Api::FT_Write* FT_Write = nullptr;
+  Api::FT_Purge* FT_Purge = nullptr;
+  Api::FT_SetBaudRate* FT_SetBaudRate = nullptr;
+  Api::FT_SetDataCharacteristics* FT_SetDataCharacteristics = nullptr;
+  Api::FT_SetFlowControl* FT_SetFlowControl = nullptr;
+  Api::FT_SetTimeouts* FT_SetTimeouts = nullptr;
+  Api::FT_SetLatencyTimer* FT_SetLatencyTimer = nullptr;
+  Api::FT_SetBitMode* FT_SetBitMode = nullptr;
+  Api::FT_SetUSBParameters* FT_SetUSBParameters = nullptr;
+  Api::FT_SetEventNotification* FT_SetEventNotification = nullptr;
+  Api::FT_ReadEE* FT_ReadEE = nullptr;
+  Api::FT_EE_Read* FT_EE_Read = nullptr;
+  Api::FT_EE_UASize* FT_EE_UASize = nullptr;
+  Api::FT_EE_UARead* FT_EE_UARead = nullptr;
+  Api::FT_EE_UAWrite* FT_EE_UAWrite = nullptr;
+  Api::FTID_GetNumDevices* FTID_GetNumDevices = nullptr;
+  Api::FTID_GetChipIDFromHandle* FTID_GetChipIDFromHandle = nullptr;
+};
+
+/// The binding to FTDI's libraries, which are found at run time by the system's rules and stay loaded. A
+/// failed attempt is final: a driver that is installed later needs a new process. Once it is loaded the
+/// functions may be called on any thread; load attempts do not overlap, since the first is made while the
+/// library is loaded and any other with the USB mutex held.
+class FtdiDriver {
+ public:
+  /// Whether the functions may be called; makes the attempt if there was none.
+  [[nodiscard]] bool ensureLoaded();
+
+  /// When our library is loaded: makes the attempt, and starts up the chip-id library.
+  void onLibraryLoad();
+
+  /// When our library is unloaded: shuts the chip-id library down, also if other functions were missing.
+  void onLibraryUnload() const;
+
+  [[nodiscard]] const D2xxFunctions& functions() const { return functions_; }
+
+ private:
+  [[nodiscard]] bool load();
+
+  bool failed_ = false;
+  bool loaded_ = false;
+  D2xxFunctions functions_;
+};
+
+}  // namespace qvio

@@ -1,0 +1,17 @@
+#include "io/ftdi/usb.h"
+
+#include "options/result.h"
+#include "util/never_destroyed.h"
+
+namespace qvio {
+
+Usb& TheUsb() {
+  static constinit cppu::NeverDestroyed<Usb> usb;
+  return usb.value;
+}
+
+UsbAccess::UsbAccess() : usb_(TheUsb()), lock_(usb_.mutex) {
+  Require(usb_.driver.ensureLoaded(), QV_IO_ERROR_DRIVER_UNAVAILABLE);
+}
+
+}  // namespace qvio

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <mutex>
+
+#include "io/ftdi/device_list.h"
+#include "io/ftdi/driver.h"
+
+namespace qvio {
+
+/// What all USB work of the process shares. Never destroyed.
+struct Usb {
+  std::mutex mutex;  ///< held while chips are listed or opened; guards the list and load attempts
+  FtdiDriver driver;
+  UsbDeviceList devices;
+};
+
+Usb& TheUsb();
+
+/// The USB mutex, held, with the driver loaded. Throws Failure with QV_IO_ERROR_DRIVER_UNAVAILABLE.
+class UsbAccess {
+ public:
+  UsbAccess();
+
+  [[nodiscard]] const D2xxFunctions& functions() const { return usb_.driver.functions(); }
+  [[nodiscard]] UsbDeviceList& devices() { return usb_.devices; }
+
+ private:
+  Usb& usb_;
+  std::lock_guard<std::mutex> lock_;
+};
+
+}  // namespace qvio
