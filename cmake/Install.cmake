@@ -5,9 +5,6 @@ install(TARGETS quorvio EXPORT quorvioTargets)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ TYPE INCLUDE)
 if(QUORVIO_BUILD_TOOLS)
   install(TARGETS qvio qvio-sim)
-  # The programs find the library of their own installation wherever that is moved to.
-  file(RELATIVE_PATH to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
-  set_target_properties(qvio PROPERTIES INSTALL_RPATH "$ORIGIN/${to_lib}")
 endif()
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/quorvio)

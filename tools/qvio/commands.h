@@ -3,10 +3,9 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 
-namespace qvio_tool {
+#include "exit_status.h"
 
-/// Exit statuses of every command. A CommandFailure gives Refused.
-enum ExitStatus { Done = 0, Refused = 1, WrongUsage = 2, TimedOut = 124 };
+namespace qvio_tool {
 
 /// What a command does once its arguments are read; returns the exit status.
 using Run = std::function<int()>;

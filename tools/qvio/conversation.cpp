@@ -4,23 +4,13 @@
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
-#include <cstring>
 
+#include "output.h"
 #include "quorvio/quorvio.h"
-#include "result_text.h"
 #include "text_codec.h"
 #include "util/system_call.h"
 
 namespace qvio_tool {
-
-void WriteAll(int fd, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const auto written = cppu::Uninterrupted([&] { return ::write(fd, bytes.data(), bytes.size()); });
-    if (written < 0) throw CommandFailure(std::string("cannot write: ") + std::strerror(errno));
-    bytes.remove_prefix(static_cast<std::size_t>(written));
-  }
-}
 
 bool Conversation::receiveUntil(Clock::time_point deadline) {
   std::array<pollfd, 1> entry{{{channel_.readyFd(), POLLIN, 0}}};

@@ -13,9 +13,6 @@ namespace qvio_tool {
 
 using Clock = std::chrono::steady_clock;
 
-/// Writes all to standard output or standard error. Throws CommandFailure when it takes no more.
-void WriteAll(int fd, std::string_view bytes);
-
 /// What a device answers, printed as it comes. Notices are told on standard error.
 class Conversation {
  public:

@@ -7,7 +7,7 @@
 #include <cwchar>
 #include <filesystem>
 
-#include "conversation.h"
+#include "output.h"
 #include "util/system_call.h"
 
 namespace qvio_tool {

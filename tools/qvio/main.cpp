@@ -7,6 +7,7 @@
 #include <exception>
 
 #include "commands.h"
+#include "result_text.h"
 
 int main(int argc, char** argv) try {
   using namespace qvio_tool;
@@ -16,7 +17,8 @@ int main(int argc, char** argv) try {
   CLI::App app("Exchange bytes with motion controllers and sensors", "qvio");
   app.require_subcommand(1);
   app.footer(
-      "Example:\n  qvio send network:192.168.0.10:5000 \"*IDN?\"\n\"qvio COMMAND --help\" tells more.");
+      "Example:\n  qvio send network:192.168.0.10:5000 \"*IDN?\"\n"
+      "\"qvio COMMAND --help\" tells more.");
   Run run;
   AddOpenCommand(app, run);
   AddSendCommand(app, run);
@@ -27,6 +29,9 @@ int main(int argc, char** argv) try {
     return app.exit(error) == 0 ? Done : WrongUsage;
   }
   return run();
+} catch (const qvio_tool::CommandFailure& failure) {
+  std::fprintf(stderr, "qvio: %s\n", failure.what());
+  return failure.status();
 } catch (const std::exception& failure) {
   std::fprintf(stderr, "qvio: %s\n", failure.what());
   return qvio_tool::Refused;

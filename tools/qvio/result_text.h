@@ -4,12 +4,19 @@
 #include <stdexcept>
 #include <string>
 
+#include "exit_status.h"
+
 namespace qvio_tool {
 
-/// What ends a command with exit status 1; its text is told after "qvio: ".
+/// What ends a command with an exit status, 1 if not said otherwise; its text is told after "qvio: ".
 class CommandFailure : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  explicit CommandFailure(const std::string& text, ExitStatus status = Refused)
+      : std::runtime_error(text), status_(status) {}
+  [[nodiscard]] ExitStatus status() const noexcept { return status_; }
+
+ private:
+  ExitStatus status_;
 };
 
 /// "connection lost (result 7)".

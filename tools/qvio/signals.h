@@ -4,47 +4,68 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <initializer_list>
 
 #include "util/unique_fd.h"
 
 namespace qvio_tool {
 
-/// The signals that a program on a terminal must act on, taken from a descriptor during this object's life,
-/// so that what must be put back (the terminal, the channel) is.
-class TerminalSignals {
+/// Signals that are taken from a descriptor during this object's life. Must be there before other threads
+/// start, which would take them otherwise.
+class SignalDescriptor {
  public:
-  TerminalSignals() {
+  SignalDescriptor(std::initializer_list<int> numbers) {
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGWINCH, SIGCONT}) sigaddset(&signals, signal);
+    for (const int number : numbers) sigaddset(&signals, number);
     ::sigprocmask(SIG_BLOCK, &signals, &before_);
     fd_ = cppu::UniqueFd(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
   }
-  TerminalSignals(const TerminalSignals&) = delete;
-  TerminalSignals& operator=(const TerminalSignals&) = delete;
-
-  /// A signal that was to end the program does so now.
-  ~TerminalSignals() {
-    ::sigprocmask(SIG_SETMASK, &before_, nullptr);
-    if (ending_ != 0) ::raise(ending_);
-  }
+  SignalDescriptor(const SignalDescriptor&) = delete;
+  SignalDescriptor& operator=(const SignalDescriptor&) = delete;
+  ~SignalDescriptor() { ::sigprocmask(SIG_SETMASK, &before_, nullptr); }
 
   /// Readable when one has come.
   [[nodiscard]] int fd() const { return fd_.get(); }
 
-  enum class Event { End, TerminalChanged };
-  [[nodiscard]] Event take() {
+  /// The number of one that has come; 0 when there is none.
+  [[nodiscard]] int take() const {
     signalfd_siginfo signal{};
     const bool read = ::read(fd_.get(), &signal, sizeof signal) == sizeof signal;
-    const auto number = static_cast<int>(signal.ssi_signo);
-    if (!read || number == SIGWINCH || number == SIGCONT) return Event::TerminalChanged;
-    ending_ = number;
-    return Event::End;
+    return read ? static_cast<int>(signal.ssi_signo) : 0;
   }
 
  private:
   sigset_t before_{};
   cppu::UniqueFd fd_;
+};
+
+/// The signals that a program on a terminal must act on, taken from a descriptor, so that what must be put
+/// back (the terminal, the channel) is.
+class TerminalSignals {
+ public:
+  TerminalSignals() = default;
+  TerminalSignals(const TerminalSignals&) = delete;
+  TerminalSignals& operator=(const TerminalSignals&) = delete;
+
+  /// A signal that was to end the program does so as soon as it is let through again.
+  ~TerminalSignals() {
+    if (ending_ != 0) ::raise(ending_);
+  }
+
+  /// Readable when one has come.
+  [[nodiscard]] int fd() const { return signals_.fd(); }
+
+  enum class Event { End, TerminalChanged };
+  [[nodiscard]] Event take() {
+    const int number = signals_.take();
+    if (number == 0 || number == SIGWINCH || number == SIGCONT) return Event::TerminalChanged;
+    ending_ = number;
+    return Event::End;
+  }
+
+ private:
+  SignalDescriptor signals_{SIGINT, SIGTERM, SIGHUP, SIGWINCH, SIGCONT};
   int ending_ = 0;
 };
 
