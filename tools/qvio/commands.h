@@ -11,6 +11,8 @@ namespace qvio_tool {
 using Run = std::function<int()>;
 
 /// Each adds one command with its options, help and example, and stores in `run` what to do if it is given.
+void AddIfacesCommand(CLI::App& app, Run& run);
+void AddListCommand(CLI::App& app, Run& run);
 void AddOpenCommand(CLI::App& app, Run& run);
 void AddSendCommand(CLI::App& app, Run& run);
 void AddVersionCommand(CLI::App& app, Run& run);

@@ -17,11 +17,13 @@ int main(int argc, char** argv) try {
   CLI::App app("Exchange bytes with motion controllers and sensors", "qvio");
   app.require_subcommand(1);
   app.footer(
-      "Example:\n  qvio send network:192.168.0.10:5000 \"*IDN?\"\n"
+      "Example:\n  qvio list\n  qvio send network:192.168.0.10:5000 \"*IDN?\"\n"
       "\"qvio COMMAND --help\" tells more.");
   Run run;
+  AddListCommand(app, run);
   AddOpenCommand(app, run);
   AddSendCommand(app, run);
+  AddIfacesCommand(app, run);
   AddVersionCommand(app, run);
   try {
     app.parse(argc, argv);

@@ -62,9 +62,15 @@ std::string ExplainSerialPort(const std::string& path) {
   return path + " refuses the line settings";
 }
 
-std::string ExplainHost(std::string_view locator) {
+std::string ExplainSerialNumber(const std::string& options) {
+  std::string text = "discovery has found no device with this serial number";
+  if (!OptionValue(options, "iface")) text += "; to search for it, give -o \"iface network:ADDRESS\"";
+  return text + "; \"qvio list\" shows the devices there are";
+}
+
+std::string ExplainHost(std::string_view locator, const std::string& options) {
   auto host = std::string(locator.substr(locator.find(':') + 1));
-  if (host.starts_with("sn:")) return "discovery has found no device with this serial number";
+  if (host.starts_with("sn:")) return ExplainSerialNumber(options);
   host = host.substr(0, host.find(':'));
   addrinfo hints{};
   hints.ai_family = AF_INET;
@@ -86,7 +92,7 @@ std::string Explain(uint32_t result, const std::string& locator, const std::stri
     case QV_IO_ERROR_INVALID_LOCATOR:
       return kLocatorForms;
     case QV_IO_ERROR_DEVICE_NOT_FOUND:
-      return ExplainHost(locator);
+      return ExplainHost(locator, options);
     case QV_IO_ERROR_INVALID_ARGUMENT:
       return ExplainArgument(locator, options);
     case QV_IO_ERROR_DRIVER_FAILURE:

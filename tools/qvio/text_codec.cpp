@@ -1,8 +1,10 @@
 #include "text_codec.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdio>
+#include <cwchar>
 
 #include "result_text.h"
 
@@ -24,6 +26,20 @@ char ByteOf(std::string_view digits) {
     throw CommandFailure("not hexadecimal: " + std::string(two));
   }
   return static_cast<char>(value);
+}
+
+/// The first character of a text, which must not be empty.
+struct Character {
+  std::string_view bytes;
+  int columns;  ///< below 0: not printable
+};
+
+Character FirstCharacter(std::string_view text) {
+  wchar_t wide = 0;
+  std::mbstate_t state{};
+  const auto length = std::mbrtowc(&wide, text.data(), text.size(), &state);
+  if (length == 0 || length > text.size()) return {text.substr(0, 1), -1};  // a zero byte, or no character
+  return {text.substr(0, length), ::wcwidth(wide)};
 }
 
 bool IsControl(char character) { return static_cast<unsigned char>(character) < ' ' || character == '\x7f'; }
@@ -82,6 +98,42 @@ std::string Printable(std::string_view bytes) {
     }
   }
   return text;
+}
+
+std::string OneLine(std::string_view bytes) {
+  std::string text;
+  while (!bytes.empty()) {
+    const auto character = FirstCharacter(bytes);
+    if (character.columns >= 0) text += character.bytes;
+    for (const char byte : character.columns < 0 ? character.bytes : "") text += "\\x" + HexByte(byte);
+    bytes.remove_prefix(character.bytes.size());
+  }
+  return text;
+}
+
+std::size_t ColumnsOf(std::string_view text) {
+  std::size_t columns = 0;
+  while (!text.empty()) {
+    const auto character = FirstCharacter(text);
+    columns += static_cast<std::size_t>(std::max(character.columns, 0));
+    text.remove_prefix(character.bytes.size());
+  }
+  return columns;
+}
+
+std::string CutToColumns(std::string_view text, std::size_t columns) {
+  if (ColumnsOf(text) <= columns) return std::string(text);
+  const auto dots = std::string_view("...").substr(0, columns);
+  std::size_t left = columns - dots.size();
+  std::string cut;
+  for (;;) {
+    const auto character = FirstCharacter(text);
+    const auto needed = static_cast<std::size_t>(std::max(character.columns, 0));
+    if (needed > left) return cut.append(dots);
+    cut += character.bytes;
+    left -= needed;
+    text.remove_prefix(character.bytes.size());
+  }
 }
 
 }  // namespace qvio_tool

@@ -24,4 +24,13 @@ std::string FromEscaped(std::string_view text);
 /// tricks with the terminal.
 std::string Printable(std::string_view bytes);
 
+/// The bytes as a piece of one line: every printable character of the locale as it is, all others as \xNN.
+std::string OneLine(std::string_view bytes);
+
+/// How many columns of a terminal a text of OneLine takes.
+std::size_t ColumnsOf(std::string_view text);
+
+/// The text, cut and ended by "..." where it takes more columns.
+std::string CutToColumns(std::string_view text, std::size_t columns);
+
 }  // namespace qvio_tool
