@@ -16,5 +16,6 @@ void AddListCommand(CLI::App& app, Run& run);
 void AddOpenCommand(CLI::App& app, Run& run);
 void AddSendCommand(CLI::App& app, Run& run);
 void AddVersionCommand(CLI::App& app, Run& run);
+void AddWatchCommand(CLI::App& app, Run& run);
 
 }  // namespace qvio_tool

@@ -21,6 +21,7 @@ int main(int argc, char** argv) try {
       "\"qvio COMMAND --help\" tells more.");
   Run run;
   AddListCommand(app, run);
+  AddWatchCommand(app, run);
   AddOpenCommand(app, run);
   AddSendCommand(app, run);
   AddIfacesCommand(app, run);
