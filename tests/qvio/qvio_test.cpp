@@ -100,7 +100,7 @@ TEST_F(Qvio, SaysWhatIsWrongAndWhatHelps) {
     EXPECT_NE((outcome.errors + outcome.output).find(row.error), std::string::npos)
         << outcome.errors << outcome.output;
   }
-  for (const auto* command : {"open", "send", "list", "watch", "ifaces", "version"}) {
+  for (const auto* command : {"open", "send", "list", "watch", "ifaces", "config", "info", "version"}) {
     const auto help = RunQvio({command, "--help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_NE(help.output.find("Example:"), std::string::npos) << command;

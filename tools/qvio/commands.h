@@ -11,7 +11,9 @@ namespace qvio_tool {
 using Run = std::function<int()>;
 
 /// Each adds one command with its options, help and example, and stores in `run` what to do if it is given.
+void AddConfigCommand(CLI::App& app, Run& run);
 void AddIfacesCommand(CLI::App& app, Run& run);
+void AddInfoCommand(CLI::App& app, Run& run);
 void AddListCommand(CLI::App& app, Run& run);
 void AddOpenCommand(CLI::App& app, Run& run);
 void AddSendCommand(CLI::App& app, Run& run);

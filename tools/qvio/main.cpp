@@ -24,6 +24,8 @@ int main(int argc, char** argv) try {
   AddWatchCommand(app, run);
   AddOpenCommand(app, run);
   AddSendCommand(app, run);
+  AddConfigCommand(app, run);
+  AddInfoCommand(app, run);
   AddIfacesCommand(app, run);
   AddVersionCommand(app, run);
   try {
