@@ -37,16 +37,18 @@ class QvioDiscovery : public testing::Test {
 };
 
 TEST_F(QvioDiscovery, ListsDevicesForPeopleAndPrograms) {
-  const auto table = run({"list", "--timeout", "300"});
+  const auto table = run({"list", "--kind", "network", "--timeout", "300"});
   EXPECT_EQ(table.status, 0) << table.errors;
   EXPECT_NE(table.output.find("network:sn:T-1  7     T-1"), std::string::npos) << table.output;
   EXPECT_NE(table.output.find("Left \\x1B[31m axis"), std::string::npos) << "no tricks with the terminal";
   EXPECT_EQ(table.output.find("T-2"), std::string::npos) << "not available";
-  EXPECT_NE(run({"list", "--timeout", "300", "--all"}).output.find("no         Right axis"),
-            std::string::npos);
-  EXPECT_EQ(run({"list", "--timeout", "300", "--locators"}).output, "network:sn:T-1\n");
+  EXPECT_NE(
+      run({"list", "--kind", "network", "--timeout", "300", "--all"}).output.find("no         Right axis"),
+      std::string::npos);
+  EXPECT_EQ(run({"list", "--kind", "network", "--timeout", "300", "--locators"}).output, "network:sn:T-1\n");
 
-  const auto json = nlohmann::json::parse(run({"list", "--timeout", "300", "--json"}).output);
+  const auto json =
+      nlohmann::json::parse(run({"list", "--kind", "network", "--timeout", "300", "--json"}).output);
   ASSERT_EQ(json.size(), 1U);
   EXPECT_EQ(json[0]["network-port"], firstPort_);
   EXPECT_EQ(json[0]["available"], true);
@@ -55,7 +57,8 @@ TEST_F(QvioDiscovery, ListsDevicesForPeopleAndPrograms) {
 
 TEST_F(QvioDiscovery, FindsEveryDeviceAlthoughDatagramsGetLost) {
   (*controllers_)->setFaults({.drop = 0.3, .malformed = true});
-  const auto outcome = run({"list", "--tries", "20", "--timeout", "1000", "--locators", "--all"});
+  const auto outcome =
+      run({"list", "--kind", "network", "--tries", "20", "--timeout", "1000", "--locators", "--all"});
   EXPECT_NE(outcome.output.find("T-1\n"), std::string::npos);
   EXPECT_NE(outcome.output.find("T-2\n"), std::string::npos);
 }
@@ -66,27 +69,28 @@ TEST_F(QvioDiscovery, SaysWhatIsWrongAndWhatHelps) {
     Words words;
     int status;
     std::string text;
-  } rows[] = {{{"list", "--iface", "x"}, 1, "x is no address of an interface; \"qvio ifaces\""},
-              {{"list", "--iface", "198.51.100.7"}, 1, "it must be an address of this machine"},
-              {{"list"}, 1, "no interface for discovery"},
-              {{"list", "--tries", "0"}, 2, "--tries"},
-              {{"list", "--iface", kLoopback, "--trace", "x"}, 2, "--trace"},
-              {{"config", "get", "T-1", "--iface", kLoopback}, 1, "refused: PermissionDenied (31)"},
-              {{"config", "get", "T-9", "--type", "7", "--timeout", "60", "--iface", kLoopback},
-               124,
-               "T-9 (type 7) has not answered"},
-              {{"config", "get", "T-9", "--timeout", "60", "--iface", kLoopback}, 124, "no device T-9"},
-              {{"config", "reset", "T-1", "--type", "7", "--iface", kLoopback}, 2, "--yes"},
-              {{"config", "set", "T-1", "--iface", kLoopback, "--yes"}, 2, "nothing to change"},
-              {{"config", "set", "T-1", "--ip", "10.0.0.256", "--yes"}, 2, "is no address"},
-              {{"config", "set", "T-1", "--mask", "255.0.255.0", "--yes"}, 2, "is no subnet mask"},
-              {{"config", "set", "T-1", "--ip", "10.0.0.5", "--mask", "255.255.255.0", "--gateway",
-                "10.0.1.1", "--yes"},
-               2,
-               "outside the subnet"},
-              {{"info", "set", "T-1", "tab\there", "--yes"}, 2, "not all printable"},
-              {{"info", "set", "T-1", std::string(64, 'x'), "--yes"}, 2, "longer than 63"},
-              {{"send", "network:sn:T-9", "x"}, 1, "to search for it, give -o \"iface network:ADDRESS\""}};
+  } rows[] = {
+      {{"list", "--kind", "network", "--iface", "x"}, 1, "x is no address of an interface; \"qvio ifaces\""},
+      {{"list", "--kind", "network", "--iface", "198.51.100.7"}, 1, "it must be an address of this machine"},
+      {{"list", "--kind", "network"}, 1, "no interface for discovery"},
+      {{"list", "--kind", "network", "--tries", "0"}, 2, "--tries"},
+      {{"list", "--kind", "network", "--iface", kLoopback, "--trace", "x"}, 2, "--trace"},
+      {{"config", "get", "T-1", "--iface", kLoopback}, 1, "refused: PermissionDenied (31)"},
+      {{"config", "get", "T-9", "--type", "7", "--timeout", "60", "--iface", kLoopback},
+       124,
+       "T-9 (type 7) has not answered"},
+      {{"config", "get", "T-9", "--timeout", "60", "--iface", kLoopback}, 124, "no device T-9"},
+      {{"config", "reset", "T-1", "--type", "7", "--iface", kLoopback}, 2, "--yes"},
+      {{"config", "set", "T-1", "--iface", kLoopback, "--yes"}, 2, "nothing to change"},
+      {{"config", "set", "T-1", "--ip", "10.0.0.256", "--yes"}, 2, "is no address"},
+      {{"config", "set", "T-1", "--mask", "255.0.255.0", "--yes"}, 2, "is no subnet mask"},
+      {{"config", "set", "T-1", "--ip", "10.0.0.5", "--mask", "255.255.255.0", "--gateway", "10.0.1.1",
+        "--yes"},
+       2,
+       "outside the subnet"},
+      {{"info", "set", "T-1", "tab\there", "--yes"}, 2, "not all printable"},
+      {{"info", "set", "T-1", std::string(64, 'x'), "--yes"}, 2, "longer than 63"},
+      {{"send", "network:sn:T-9", "x"}, 1, "to search for it, give -o \"iface network:ADDRESS\""}};
   for (const auto& row : rows) {
     const auto outcome = RunQvio(row.words);
     EXPECT_EQ(outcome.status, row.status) << testing::PrintToString(row.words) << outcome.errors;
@@ -94,7 +98,7 @@ TEST_F(QvioDiscovery, SaysWhatIsWrongAndWhatHelps) {
         << outcome.errors << outcome.output;
   }
   controllers_.reset();
-  const auto nothing = run({"list", "--timeout", "30", "--json"});
+  const auto nothing = run({"list", "--kind", "network", "--timeout", "30", "--json"});
   EXPECT_EQ(nothing.status, 1);
   EXPECT_EQ(nothing.output, "[]\n");
   EXPECT_NE(nothing.errors.find("firewall lets UDP 65110 and 65111 in"), std::string::npos);
@@ -115,7 +119,8 @@ TEST_F(QvioDiscovery, ConfiguresADevice) {
   EXPECT_EQ(configured(), preset);
 
   EXPECT_EQ(run({"info", "set", "T-1", "New axis", "--yes"}).status, 0);
-  EXPECT_NE(run({"list", "--timeout", "300"}).output.find("New axis"), std::string::npos);
+  EXPECT_NE(run({"list", "--kind", "network", "--timeout", "300"}).output.find("New axis"),
+            std::string::npos);
 }
 
 TEST_F(QvioDiscovery, AsksBeforeItChangesAnything) {
@@ -142,8 +147,9 @@ TEST_F(QvioDiscovery, TracesTheProtocol) {
       std::string::npos)
       << packets;
   EXPECT_EQ(packets.find("QV_ND_RawPacket"), std::string::npos);
-  EXPECT_NE(run({"list", "--timeout", "30", "--trace", "raw"}).errors.find("raw packet over"),
-            std::string::npos);
+  EXPECT_NE(
+      run({"list", "--kind", "network", "--timeout", "30", "--trace", "raw"}).errors.find("raw packet over"),
+      std::string::npos);
 }
 
 TEST_F(QvioDiscovery, WatchesUntilInterrupted) {

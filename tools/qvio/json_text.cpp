@@ -3,10 +3,11 @@
 namespace qvio_tool {
 
 nlohmann::ordered_json ToJson(const Device& device) {
-  return {
-      {"locator", device.locator},        {"device-type", device.type},  {"device-sn", device.serialNumber},
-      {"network-host", device.host},      {"network-port", device.port}, {"available", device.available},
-      {"protocol-id", device.protocolId}, {"iface", device.iface},       {"device-info", device.info}};
+  return {{"iface-type", "network"},       {"locator", device.locator},
+          {"device-type", device.type},    {"device-sn", device.serialNumber},
+          {"network-host", device.host},   {"network-port", device.port},
+          {"available", device.available}, {"protocol-id", device.protocolId},
+          {"iface", device.iface},         {"device-info", device.info}};
 }
 
 std::string JsonText(const nlohmann::ordered_json& value, int indent) {

@@ -32,6 +32,8 @@ constexpr const char* kLocatorForms =
     "a locator is serial:PATH, network:HOST:PORT, network:sn:SERIAL, usb:sn:SERIAL, usb:id:NUMBER or "
     "usb:ix:INDEX";
 
+constexpr const char* kNoDriver = "FTDI's libraries libftd2xx.so and libftchipid.so could not be loaded";
+
 bool IsSerial(std::string_view locator) { return locator.starts_with(kSerialWord); }
 
 std::string NameOf(const passwd* user, uid_t id) {
@@ -99,7 +101,7 @@ std::string Explain(uint32_t result, const std::string& locator, const std::stri
       return IsSerial(locator) ? ExplainSerialPort(SerialPath(locator))
                                : "the system gives no socket or thread";
     case QV_IO_ERROR_DRIVER_UNAVAILABLE:
-      return "FTDI's libraries libftd2xx.so and libftchipid.so could not be loaded";
+      return kNoDriver;
     default:
       return "";
   }
@@ -121,6 +123,11 @@ std::string ExplainSendFailure(uint32_t result, const std::string& locator) {
   const bool refused = result == QV_IO_ERROR_TRANSMIT_FAILED && locator.starts_with("network:");
   return "cannot send: " + ResultText(result) +
          (refused ? ": the peer has refused or closed the connection" : "");
+}
+
+std::string ExplainListFailure(uint32_t result) {
+  const auto text = "cannot list: " + ResultText(result);
+  return result == QV_IO_ERROR_DRIVER_UNAVAILABLE ? text + ": " + kNoDriver : text;
 }
 
 }  // namespace qvio_tool

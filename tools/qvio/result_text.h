@@ -29,4 +29,7 @@ std::string ExplainOpenFailure(uint32_t result, const std::string& locator, cons
 /// The same for a failed send.
 std::string ExplainSendFailure(uint32_t result, const std::string& locator);
 
+/// The same for a failed listing.
+std::string ExplainListFailure(uint32_t result);
+
 }  // namespace qvio_tool
