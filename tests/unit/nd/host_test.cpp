@@ -1,0 +1,135 @@
+#include <gtest/gtest.h>
+
+#include "nd/log.h"
+#include "unit/nd/fake_connection.h"
+#include "util/retired_threads.h"
+
+namespace quorvind {
+namespace {
+
+using namespace std::chrono_literals;
+using Answer = std::function<ResultCode()>;
+
+Answer Ask(Host& host, int opCode, uint32_t type = 7, const std::string& serialNumber = "SN") {
+  if (opCode == 1)
+    return [answer = host.getConfiguration(type, serialNumber).share()] { return answer.get().Code; };
+  auto answer = opCode == 2   ? host.setConfiguration(type, serialNumber, {})
+                : opCode == 3 ? host.resetConfiguration(type, serialNumber)
+                              : host.setDeviceInfo(type, serialNumber, "info");
+  return [shared = answer.share()] { return shared.get(); };
+}
+
+class HostTest : public testing::Test {
+ protected:
+  HostTest() {
+    SetLog([this](const std::string& line) { log.push_back(line); });
+  }
+  ~HostTest() override { SetLog({}); }
+  std::vector<Answer> askAll() { return {Ask(*host, 1), Ask(*host, 2), Ask(*host, 3), Ask(*host, 4)}; }
+  std::vector<std::string> log;
+  std::shared_ptr<Host> host = std::make_shared<Host>();
+  FakeConnection* net = StartOnFake(*host);
+};
+
+TEST_F(HostTest, RequestsNeedAnAddressAndARunningHost) {
+  Host stopped;
+  for (const int opCode : {1, 2, 3, 4}) {
+    EXPECT_THROW(Ask(*host, opCode, kAnyDeviceType), InvalidArgumentException);
+    EXPECT_THROW(Ask(*host, opCode, 7, ""), InvalidArgumentException);
+    EXPECT_EQ(TextOf<InvalidOperationException>([&] { Ask(stopped, opCode); }), "Host is not running");
+  }
+  EXPECT_EQ(TextOf<InvalidOperationException>([&] { StartOnFake(*host); }), "Host already running");
+}
+
+TEST_F(HostTest, EachRequestGetsTheAnswerWithItsToken) {
+  auto answers = askAll();
+  for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(net->sent[i].OpCode, i + 1);
+  EXPECT_TRUE(net->sent[0].DeviceType == 7 && net->sent[0].SerialNumber == "SN");
+  net->put(MakeResult(7, "SN", {}, ResultCode::Other));          // nobody's
+  net->put(MakeConfiguration(7, "SN", net->sent[1].Token, {}));  // not what it asked for
+  for (const std::size_t i : {3U, 3U, 1U, 1U, 0U, 0U, 2U, 2U})
+    net->put(MakeResult(7, "SN", net->sent[i].Token, static_cast<ResultCode>(100 + i)));
+  for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(static_cast<std::size_t>(answers[i]()), 100 + i);
+  auto query = host->getConfiguration(7, "SN");
+  const DeviceConfig config{.IP{10, 0, 0, 5}, .SubnetMask{255, 0, 0, 0}, .Gateway{10, 0, 0, 1}, .DHCP = true};
+  net->put(MakeConfiguration(7, "SN", net->sent.back().Token, config));
+  net->put(MakeConfiguration(7, "SN", net->sent.back().Token, {}));
+  const auto answer = query.get();
+  EXPECT_TRUE(answer.Code == ResultCode::Success && answer.Config == config);
+  answers = askAll();
+  for (auto request = net->sent.end() - 4; request != net->sent.end(); ++request)
+    net->put({1, 0x81, 7, "SN", request->Token, {}});
+  for (const auto& failing : answers) EXPECT_EQ(TextOf<ProtocolException>(failing), "Invalid Result packet");
+  const auto failing = Ask(*host, 1);
+  net->put({1, 0x82, 7, "SN", net->sent.back().Token, Bytes(12)});
+  EXPECT_EQ(TextOf<ProtocolException>(failing), "Invalid Configuration packet");
+  EXPECT_TRUE(net->isDealtWith() && log.empty());
+}
+
+TEST_F(HostTest, EndingTellsWhoeverWaits) {
+  const auto stopped = askAll();
+  host->stop();
+  net = StartOnFake(*host);  // and again
+  const auto cancelled = askAll();
+  host.reset();
+  for (const auto& answer : cancelled) EXPECT_EQ(TextOf<RequestCancelledException>(answer), "Cancelled");
+  for (const auto& answer : stopped) EXPECT_THROW(answer(), std::future_error);
+}
+
+TEST_F(HostTest, ListenersHearWhatDevicesSayWhateverFails) {
+  std::vector<DiscoverInfo> all;
+  host->addListener([&](const auto& info) { return all.push_back(info), false; });
+  host->addListener([&](const auto& info) {
+    if (info.SerialNumber == "standard") throw NetworkException("listener");
+    if (info.SerialNumber == "other") throw 1;  // NOLINT: anything may be thrown
+    return all.push_back(info), true;
+  });
+  net->announce("A");
+  net->announce("standard");
+  net->announce("other");
+  net->put(Bytes());  // the transport throws
+  net->put({1, 0xA1, 7, "unreadable", {}, {1, 1, 0, 0, 99, 0, 0, 0}});
+  net->announce("B", 0, 0xA2);
+  ASSERT_TRUE(net->isDealtWith() && all.size() == 3);
+  EXPECT_TRUE(all[0].IsReply && all[0].Available && !all[2].IsReply && !all[2].Available);
+  EXPECT_TRUE(SameDevice()(all[2], {7, "B", {10, 0, 0, 9}, 1, 5000}) && all[2].Info == "hi");
+  EXPECT_NE(all[0].LastSeen, DiscoverInfo().LastSeen);
+  const std::string text = "Host could not process a datagram: ";
+  EXPECT_EQ(log, (std::vector{text + "listener", text + "unknown failure", text + "receive"}));
+}
+
+TEST_F(HostTest, RemovingAListenerWaitsUntilItHasEnded) {
+  std::promise<void> entered;
+  std::promise<void> release;
+  bool ended = false;
+  const auto id = host->addListener([&](const auto&) {
+    entered.set_value();  // throws in a second call
+    release.get_future().wait();
+    return ended = true;
+  });
+  net->announce("A");
+  entered.get_future().wait();
+  auto removed = std::async(std::launch::async, [&] { return host->removeListener(id), ended; });
+  EXPECT_EQ(removed.wait_for(50ms), std::future_status::timeout);
+  release.set_value();
+  EXPECT_TRUE(removed.get());
+  net->announce("B");
+  EXPECT_TRUE(net->isDealtWith() && log.empty());
+}
+
+TEST_F(HostTest, AListenerMayRemoveItselfAndReleaseTheHost) {
+  int calls = 0;
+  std::promise<void> released;
+  std::size_t id = 0;
+  id = host->addListener([&](const auto&) { return host->removeListener(id), ++calls > 0; });
+  net->announce("A");
+  ASSERT_TRUE(net->isDealtWith());
+  host->addListener([&](const auto&) { return host.reset(), released.set_value(), true; });
+  net->announce("B");
+  released.get_future().wait();
+  EXPECT_EQ(calls, 1);
+  EXPECT_TRUE(cppu::Retired().joinAll(qvtest::kGenerous));
+}
+
+}  // namespace
+}  // namespace quorvind
