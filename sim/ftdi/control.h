@@ -4,8 +4,8 @@
 /// looks up with dlsym as decltype(QVSIM_...)*. Any thread. A function that returns int gives 1, or 0 when
 /// there is no such function or chip. Chips are named by their serial number; the first one is meant.
 
-#include <stddef.h>
-#include <stdint.h>
+#include <cstddef>
+#include <cstdint>
 
 #pragma GCC visibility push(default)
 extern "C" {
@@ -17,8 +17,8 @@ int QVSIM_FailCall(const char* function, uint32_t call, uint32_t status);
 
 /// Calls of a function since the start or QVSIM_ResetCalls, those that failed included; calls of all.
 uint64_t QVSIM_Calls(const char* function);
-uint64_t QVSIM_TotalCalls(void);
-void QVSIM_ResetCalls(void);
+uint64_t QVSIM_TotalCalls();
+void QVSIM_ResetCalls();
 
 /// The next writes accept at most so many bytes, and return at once with what they accepted.
 void QVSIM_LimitWrites(uint32_t writes, uint32_t acceptAtMost);
@@ -60,9 +60,9 @@ int QVSIM_SetChips(const char* text);
 const char* QVSIM_Settings(const char* serial);
 
 /// Handles that were not closed, of unplugged chips too.
-size_t QVSIM_OpenHandles(void);
+size_t QVSIM_OpenHandles();
 
 /// Back to the start: no handle is valid, nothing is scripted or counted, and the chips are read anew.
-void QVSIM_Reset(void);
+void QVSIM_Reset();
 }
 #pragma GCC visibility pop

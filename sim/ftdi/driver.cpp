@@ -20,9 +20,9 @@ namespace {
 using qvio::d2xx::DeviceNode;
 
 MakeResponder DeviceOf(const ChipDescription& chip) {
-  const auto device = chip.link == ChipDescription::Link::Echo
-                          ? MakeResponder(MakeEcho)
-                          : ServeController({.serialNumber = chip.serialNumber});
+  auto device = chip.link == ChipDescription::Link::Echo
+                    ? MakeResponder(MakeEcho)
+                    : ServeController({.serialNumber = chip.serialNumber});
   if (!chip.protocolId) return device;
   return [=, id = *chip.protocolId] { return std::make_unique<Identity>(id, device()); };
 }

@@ -28,8 +28,9 @@ bool Signal(EventHandle& event) {
     ++limit.tv_sec;
   }
   if (::pthread_mutex_timedlock(&event.mutex, &limit) != 0) return false;
-  ::pthread_cond_broadcast(&event.condition);
   ::pthread_mutex_unlock(&event.mutex);
+  ::pthread_cond_broadcast(
+      &event.condition);  // now: under the mutex the owner would wake only to wait for it
   return true;
 }
 
@@ -149,7 +150,8 @@ void Port::noteLocked(const std::string& name, std::initializer_list<uint32_t> v
 std::string Port::settings() const {
   const Lock lock(mutex_);
   std::string text;
-  for (const auto& [name, value] : settings_) text.append(text.empty() ? "" : " ").append(name + '=' + value);
+  for (const auto& [name, value] : settings_)
+    text.append(text.empty() ? "" : " ").append(name).append("=").append(value);
   return text;
 }
 

@@ -15,11 +15,11 @@ class Script {
   static bool knows(std::string_view function);
 
   /// Counts a call; returns the status that was scripted for it, or 0.
-  uint32_t enter(std::string_view function);
+  uint32_t enter(std::string_view name);
 
   /// @param call    the how many next one fails; 0: every one
-  /// @param status  0: nothing fails any more that was scripted for this function
-  void fail(std::string_view function, uint32_t call, uint32_t status);
+  /// @param status  0: nothing fails any more that was scripted for this name
+  void fail(std::string_view name, uint32_t call, uint32_t status);
 
   [[nodiscard]] uint64_t calls(std::string_view function) const;
   [[nodiscard]] uint64_t calls() const;
