@@ -47,6 +47,7 @@ struct QuorviNDState {
   NetworkLocatorFormat format = NetworkLocatorFormat::SerialNumber;
   DiscoveryEvents* events = nullptr;  ///< set before any channel is active
   ChannelList deferred;               ///< used while an event was delivered, released by the next caller
+  bool isDown = false;                ///< the library is being unloaded: nothing is kept any more
 };
 
 QuorviNDState& State() {
@@ -58,6 +59,7 @@ QuorviNDState& State() {
 void OnDevice(const IP4& local, DiscoveryEvent event, const DiscoverInfo& info) {
   auto& state = State();
   std::unique_lock lock(state.mutex);
+  if (state.isDown) return;
   auto& devices = state.cache.try_emplace(local, kInitialBuckets).first->second;
   event == DiscoveryEvent::DeviceFound ? void(devices.insert(info)) : void(devices.erase(info));
   // No reference to the channel is taken: this may be its own thread, which must not be the last to hold it.
@@ -278,6 +280,7 @@ std::shared_ptr<void> TakeDiscoveryDown() {
   const auto contents = std::make_shared<QuorviNDState>();
   {
     const std::lock_guard lock(state.mutex);
+    state.isDown = true;
     contents->registry = std::exchange(state.registry, {});
     contents->active = std::exchange(state.active, {});
     contents->cache = std::exchange(state.cache, {});
