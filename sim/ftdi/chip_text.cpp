@@ -15,7 +15,7 @@ const char* const kDefaultChips =
     "desc=\"Quorvi DRV-I\" serial=QV100001 pid=0x6001 type=5 ua=5156494f01 protocol-id=1\n"
     "desc=\"Quorvi DRV2\" serial=QV100002 pid=0x6014 type=8 flags=2 ua=5156494f0a protocol-id=1\n"
     "desc=\"Quorvi Sensor\" serial=QV100003 pid=0x6001 type=5 ua=5156494f01 protocol-id=1\n"
-    "desc=\"Quorvi AXU-3D\" serial=QV100004 pid=0x6014 type=8 flags=2 protocol-id=1\n";
+    "desc=\"Quorvi AXU-3D\" serial=QV100004 pid=0x6001 type=5 protocol-id=1\n";
 
 namespace {
 

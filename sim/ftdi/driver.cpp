@@ -211,17 +211,20 @@ void Driver::setChips(const std::vector<ChipDescription>& descriptions) {
 }
 
 void Driver::reset() {
-  Ports ports;
+  std::map<Handle, Opened> open;
   {
     const std::lock_guard lock(mutex_);
-    ports = unplugAll();
-    open_.clear();
+    open = open_;
+    unplugAll();
     chips_.clear();
     listed_.clear();
     snapshot_.clear();
     isLoaded_ = false;
   }
-  for (const auto& port : ports) port->end(status::kInvalidHandle);
+  // First: a close that finds no handle returns at once, and then no event may be touched.
+  for (const auto& [handle, opened] : open) opened.port->end(status::kInvalidHandle);
+  const std::lock_guard lock(mutex_);
+  for (const auto& [handle, opened] : open) open_.erase(handle);
 }
 
 /// Returns the ports that have to be ended.

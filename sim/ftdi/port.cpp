@@ -122,12 +122,14 @@ void Port::setLatency(uint8_t ms) {
   noteLocked("latency", {ms});
 }
 
-void Port::setEvent(uint32_t mask, EventHandle* event) {
+uint32_t Port::setEvent(uint32_t mask, EventHandle* event) {
   Lock lock(mutex_);
   forgetEvent(lock);
+  if (ended_ != status::kOk) return ended_;  // nobody would make us forget it any more
   event_ = (mask & qvio::d2xx::kEventReceived) != 0 ? event : nullptr;
   eventMask_ = mask;
   noteLocked("event", {mask});
+  return status::kOk;
 }
 
 /// Ends within the patience of a notification, even when the caller holds the event's mutex.

@@ -47,7 +47,7 @@ class Port : public std::enable_shared_from_this<Port> {
   void setLatency(uint8_t ms);
 
   /// @param event  null: none; the former one is not touched any more
-  void setEvent(uint32_t mask, qvio::d2xx::EventHandle* event);
+  uint32_t setEvent(uint32_t mask, qvio::d2xx::EventHandle* event);
 
   /// Remembers a setting that changes nothing here.
   void note(const std::string& name, std::initializer_list<uint32_t> values);

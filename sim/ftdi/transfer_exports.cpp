@@ -113,7 +113,6 @@ uint32_t FT_SetLatencyTimer(Handle handle, uint8_t ms) {
 
 uint32_t FT_SetEventNotification(Handle handle, uint32_t mask, void* eventHandle) {
   return CallOn(handle, "FT_SetEventNotification", [&](const Chip&, Port& port) {
-    port.setEvent(mask, static_cast<qvio::d2xx::EventHandle*>(eventHandle));
-    return status::kOk;
+    return port.setEvent(mask, static_cast<qvio::d2xx::EventHandle*>(eventHandle));
   });
 }
