@@ -1,6 +1,15 @@
+// Other tests use the same group and ports at the same time: a datagram counts only with its mark.
+
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <fstream>
 #include <random>
 
 #include "unit/nd/fake_connection.h"
@@ -10,10 +19,12 @@ namespace quorvind {
 namespace {
 
 using namespace std::chrono_literals;
+using std::chrono::steady_clock;
 
-constexpr IP4 kLocal{127, 0, 0, 1};
+constexpr IP4 kFirst{127, 0, 0, 1};
+constexpr IP4 kSecond{127, 0, 0, 2};
 
-/// Random bytes: other tests use the same group at the same time, so a datagram counts only with its mark.
+/// Random bytes that no other test sends.
 Bytes Marked(std::size_t size) {
   Bytes data(size);
   std::random_device random;
@@ -21,13 +32,15 @@ Bytes Marked(std::size_t size) {
   return data;
 }
 
+/// Sends to the multicast group from a socket of its own.
 void SendToGroup(const Bytes& data) {
   const cppu::UniqueFd socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   const in_addr loopback{::inet_addr("127.0.0.1")};
   const sockaddr_in group{AF_INET, htons(65110), {::inet_addr("239.1.1.21")}, {}};
-  const auto* const target = reinterpret_cast<const sockaddr*>(&group);
   ASSERT_EQ(::setsockopt(socket.get(), IPPROTO_IP, IP_MULTICAST_IF, &loopback, sizeof loopback), 0);
-  ASSERT_GT(::sendto(socket.get(), data.data(), data.size(), 0, target, sizeof group), 0);
+  ASSERT_GT(::sendto(socket.get(), data.data(), data.size(), 0, reinterpret_cast<const sockaddr*>(&group),
+                     sizeof group),
+            0);
 }
 
 struct Received {
@@ -49,20 +62,31 @@ Received ReceiveMarked(Connection& connection, const Bytes& marked) {
   return received;
 }
 
-TEST(Connection, NamesItsNetworksAndRefusesOthers) {
-  const auto connection = CreateConnection({kLocal});
-  EXPECT_EQ(connection->NetworkName(0), "Broadcast (127.0.0.1), Multicast (127.0.0.1)");
-  EXPECT_EQ(TextOf<InvalidArgumentException>([&] { static_cast<void>(connection->NetworkName(3)); }),
+TEST(Connection, NumbersItsNetworksInTheOrderOfTheSet) {
+  const IP4Set interfaces{kFirst, kSecond};
+  const auto connection = CreateConnection(interfaces);
+  std::string all;
+  for (const auto& interface : interfaces)
+    all += ", Broadcast (" + IP4ToString(interface) + "), Multicast (" + IP4ToString(interface) + ")";
+  EXPECT_EQ(", " + connection->NetworkName(0), all);
+  std::string each;
+  for (uint32_t id = 1; id <= 4; ++id) each += ", " + connection->NetworkName(id);
+  EXPECT_EQ(each, all);
+  EXPECT_EQ(TextOf<InvalidArgumentException>([&] { static_cast<void>(connection->NetworkName(5)); }),
             "Network id out of range");
-  EXPECT_EQ(TextOf<InvalidArgumentException>([&] { connection->Send(3, {}); }), "Network ID out of range");
-  CreateConnection({})->Send(0, Bytes(96));
-  EXPECT_FALSE(Received().from(*CreateConnection({}), 30));
+  EXPECT_EQ(TextOf<InvalidArgumentException>([&] { connection->Send(5, Bytes(4)); }),
+            "Network ID out of range");
+  const auto none = CreateConnection({});
+  none->Send(0, Bytes(96));
+  const auto start = steady_clock::now();
+  EXPECT_TRUE(none->NetworkName(0).empty() && !Received().from(*none, 30));
+  EXPECT_GE(steady_clock::now() - start, 30ms);
   const auto text = TextOf<NetworkException>([] { CreateConnection({{192, 0, 2, 1}}); });
   EXPECT_TRUE(text.starts_with("Could not set outgoing interface to 192.0.2.1: ")) << text;
 }
 
 TEST(Connection, SendsAndReceivesOverEachInterface) {
-  for (const auto& interface : {kLocal, IP4{127, 0, 0, 2}}) {
+  for (const auto& interface : {kFirst, kSecond}) {
     const auto connection = CreateConnection({interface});
     for (const uint32_t id : {0U, 2U}) {
       const auto marked = Marked(96);
@@ -75,27 +99,65 @@ TEST(Connection, SendsAndReceivesOverEachInterface) {
       SendToGroup(marked);
       const auto received = ReceiveMarked(*connection, marked);
       marked.resize(std::min<std::size_t>(size, 1024));
-      EXPECT_TRUE(received.sender == kLocal && received.data == marked) << size;
+      EXPECT_TRUE(received.sender == kFirst && received.data == marked) << size;
     }
   }
 }
 
-TEST(Connection, CloseWakesAReceiverAndIsForGood) {
-  const auto connection = CreateConnection({kLocal});
-  const auto start = std::chrono::steady_clock::now();
-  const auto receiving = std::async([&] {
+/// Holds the thread that its signal hits.
+struct Hold {
+  static void onSignal(int /*signal*/, siginfo_t* info, void* /*context*/) {
+    auto& hold = *static_cast<Hold*>(info->si_value.sival_ptr);
+    hold.entered = true;
+    const int error = errno;
+    const timespec moment{0, 1000000};
+    while (!hold.released) ::nanosleep(&moment, nullptr);
+    errno = error;
+  }
+  std::atomic<bool> entered = false;
+  std::atomic<bool> released = false;
+};
+
+bool IsAsleep(pid_t thread) {
+  std::string id;
+  std::string name;
+  std::string state;
+  std::ifstream("/proc/self/task/" + std::to_string(thread) + "/stat") >> id >> name >> state;
+  return state == "S";
+}
+
+TEST(Connection, CloseWakesAReceiverAndWaitsForItIfAsked) {
+  Hold hold;
+  struct sigaction action {};
+  action.sa_sigaction = Hold::onSignal;
+  action.sa_flags = SA_SIGINFO;
+  ASSERT_EQ(::sigaction(SIGUSR1, &action, nullptr), 0);
+  const auto connection = CreateConnection({kFirst});
+  std::atomic<pid_t> id = 0;
+  std::thread receiver([&] {
+    id = ::gettid();
     while (Received().from(*connection, 10000)) continue;
   });
-  connection->Close(true);
-  receiving.wait();
-  const auto other = CreateConnection({kLocal});
+  EXPECT_TRUE(qvtest::Eventually([&] { return id != 0 && IsAsleep(id); }));
+  EXPECT_EQ(::pthread_sigqueue(receiver.native_handle(), SIGUSR1, {.sival_ptr = &hold}), 0);
+  EXPECT_TRUE(qvtest::Eventually([&] { return hold.entered.load(); }));
+  const auto start = steady_clock::now();
+  connection->Close(false);
+  auto closing = std::async(std::launch::async, [&] { connection->Close(true); });
+  EXPECT_EQ(closing.wait_for(50ms), std::future_status::timeout);
+  hold.released = true;
+  closing.get();
+  receiver.join();
+
+  const auto other = CreateConnection({kFirst});
   auto marked = Marked(96);
   connection->Send(2, marked);  // does nothing
+  connection->Send(99, marked);
   marked.back() ^= 1;
   SendToGroup(marked);
   EXPECT_EQ(ReceiveMarked(*other, marked).data, marked);
   EXPECT_FALSE(Received().from(*connection, 10000) || Received().from(*connection, 10000));
-  EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
+  EXPECT_LT(steady_clock::now() - start, 5s);
 }
 
 }  // namespace

@@ -8,9 +8,9 @@ namespace quorvind {
 namespace {
 
 using namespace std::chrono_literals;
-using std::chrono::steady_clock;
 
-DiscoverInfo Device(const char* serialNumber, bool available = true, steady_clock::time_point lastSeen = {}) {
+DiscoverInfo Device(const std::string& serialNumber, bool available = true,
+                    std::chrono::steady_clock::time_point lastSeen = {}) {
   return {7, serialNumber, {10, 0, 0, 9}, 1, 5000, available, "", lastSeen};
 }
 
@@ -26,6 +26,7 @@ struct Watcher {
   }
   explicit Watcher(bool tracksAvailability, uint32_t type = kAnyDeviceType, uint8_t protocolId = 0)
       : filter(host, tell("+"), tell("~"), tell("-"), type, protocolId, tracksAvailability) {}
+
   /// What it tells of an answer, and what it knows then.
   std::string hear(const DiscoverInfo& info) {
     told.clear();
@@ -37,13 +38,15 @@ struct Watcher {
     for (const auto& info : filter.devices()) text += Name(info);
     return text;
   }
+
   std::shared_ptr<Host> host = std::make_shared<Host>();
   std::string told;
   DeviceFilter filter;
 };
 
 TEST(DeviceFilter, IdentityDecidesWhatIsANewDevice) {
-  const DiscoverInfo same{7, "A", {10, 0, 0, 9}, 1, 5000, false, "info", {}, true};
+  const DiscoverInfo same{7,   "A", {10, 0, 0, 9}, 1, 5000, false, "info", std::chrono::steady_clock::now(),
+                          true};
   EXPECT_TRUE(SameDevice()(Device("A"), same));
   EXPECT_EQ(DeviceHash()(Device("A")), DeviceHash()(same));
   const DiscoverInfo others[] = {{8, "A", {10, 0, 0, 9}, 1, 5000},
@@ -58,6 +61,7 @@ TEST(DeviceFilter, IdentityDecidesWhatIsANewDevice) {
     EXPECT_EQ(watcher.hear(other), '+' + Name(other) + (known += Name(other)));
   }
   EXPECT_EQ(watcher.hear(same), "~A0 | A0 A0 B0 A1 A0 A0 ");
+  EXPECT_EQ(watcher.hear(same), "| A0 A0 B0 A1 A0 A0 ");
   EXPECT_EQ(watcher.hear(Device("A")), "~A1 | A1 A0 B0 A1 A0 A0 ");
   EXPECT_EQ(Watcher(false, 7, 1).hear(same), "+A0 | A0 ");
   EXPECT_EQ(Watcher(false, 8, 0).hear(same) + Watcher(false, kAnyDeviceType, 2).hear(same), "| | ");
@@ -70,21 +74,53 @@ TEST(DeviceFilter, TracksAvailability) {
   EXPECT_EQ(watcher.hear(Device("B", false)), "~B0 -B0 | A1 C0 ");  // the one behind it counts as unavailable
   EXPECT_EQ(watcher.hear(Device("A", false)), "-A0 | C0 ");         // the one behind it was that already
   EXPECT_EQ(watcher.hear(Device("C", false)), "-C0 | ");            // the last one, unavailable already
-  watcher.hear(Device("D"));
+  EXPECT_EQ(watcher.hear(Device("D")), "+D1 | D1 ");
   EXPECT_EQ(watcher.hear(Device("D", false)), "~D0 -D0 | ");  // the last one, available
+}
+
+TEST(DeviceFilter, KeepsTheOrderOfAThousand) {
+  Watcher watcher(true);
+  std::string expected = "| ";
+  for (int i = 0; i < 1000; ++i) watcher.filter.onDiscoverInfo(Device(std::to_string(i) + '#'));
+  for (int i = 0; i < 1000; ++i) {
+    if (i % 3 == 0) watcher.filter.onDiscoverInfo(Device(std::to_string(i) + '#', false));
+    if (i % 3 != 0) expected += std::to_string(i) + (i % 3 == 1 ? "#0 " : "#1 ");
+  }
+  EXPECT_EQ(watcher.hear(Device("0#")), "+0#1 " + expected + "0#1 ");
 }
 
 TEST(DeviceFilter, SearchSweepsWhatWasNotHeardSinceTheRequest) {
   Watcher watcher(true, 7);
   for (const auto* const serialNumber : {"A", "B", "C", "D", "E"}) watcher.hear(Device(serialNumber));
-  watcher.hear(Device("C", false, steady_clock::now() + 1h));  // D counts as heard with it
+  watcher.hear(Device("C", false, std::chrono::steady_clock::now() + 1h));  // D counts as heard with it
+  EXPECT_THROW(watcher.filter.search(0ms, "SN"), InvalidOperationException);
   auto* const net = StartOnFake(*watcher.host);
-  net->onSend = [&] { watcher.hear(Device("B", true, steady_clock::now())); };
+  net->onSend = [&] { watcher.hear(Device("B", true, std::chrono::steady_clock::now())); };
   watcher.filter.search(0ms, "SN");
   EXPECT_EQ(watcher.result(), "-A1 -E1 | B1 D0 ");
-  const auto& sent = net->sent.at(0);
-  EXPECT_TRUE(net->sent.size() == 1 && sent.OpCode == 0x21 && sent.DeviceType == 7 &&
-              sent.SerialNumber == "SN");
+  ASSERT_EQ(net->sent.size(), 1U);
+  const auto& sent = net->sent[0];
+  EXPECT_TRUE(sent.OpCode == 0x21 && sent.DeviceType == 7 && sent.SerialNumber == "SN");
+
+  net->onSend = [&] { watcher.told.clear(); };
+  const auto start = std::chrono::steady_clock::now();
+  watcher.filter.search(30ms, "");
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 30ms);
+  EXPECT_EQ(watcher.result(), "-B1 | D0 ");
+}
+
+TEST(DeviceFilter, HearsItsHostAndLeavesIt) {
+  const auto host = std::make_shared<Host>();
+  auto* const net = StartOnFake(*host);
+  auto filter = std::make_unique<DeviceFilter>(host, nullptr, nullptr, nullptr, 7, 1, false);
+  EXPECT_THROW(filter->onDiscoverInfo(Device("A")), std::bad_function_call);  // nobody to tell
+  net->announce("A");                                                         // known: nothing to tell
+  net->announce("B");
+  ASSERT_TRUE(net->isDealtWith());
+  EXPECT_EQ(filter->devices().size(), 2U);
+  filter.reset();
+  net->announce("C");
+  EXPECT_TRUE(net->isDealtWith());
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <condition_variable>
 #include <deque>
+#include <mutex>
 
 #include "nd/errors.h"
 #include "nd/host.h"
@@ -14,6 +15,7 @@ class FakeConnection final : public Connection {
  public:
   std::vector<QV_ND_Packet> sent;  ///< on network 0; the thread that asks
   std::function<void()> onSend = [] {};
+
   /// Lets the host receive the datagram; with an empty one Receive throws.
   void put(const Bytes& datagram) {
     const std::lock_guard lock(mutex_);
@@ -29,6 +31,7 @@ class FakeConnection final : public Connection {
     std::unique_lock lock(mutex_);
     return changed_.wait_for(lock, qvtest::kGenerous, [this] { return waiting_ && incoming_.empty(); });
   }
+
   void Close(bool /*wait*/) override {
     const std::lock_guard lock(mutex_);
     closed_ = true;
@@ -49,7 +52,8 @@ class FakeConnection final : public Connection {
     return data.empty() ? throw NetworkException("receive") : true;
   }
   void Send(uint32_t networkId, const Bytes& data) override {
-    if (networkId == 0) DecodePacket(data, sent.emplace_back());
+    QV_ND_Packet packet;
+    if (networkId == 0 && DecodePacket(data, packet)) sent.push_back(packet);
     onSend();
   }
 
@@ -57,15 +61,18 @@ class FakeConnection final : public Connection {
   std::mutex mutex_;  ///< guards what follows
   std::condition_variable changed_;
   std::deque<Bytes> incoming_;
-  bool waiting_ = false, closed_ = false;
+  bool waiting_ = false;  ///< in Receive
+  bool closed_ = false;
 };
 
+/// Starts the host, which then owns the network.
 inline FakeConnection* StartOnFake(Host& host) {
   auto* const fake = new FakeConnection;
   host.start(std::unique_ptr<Connection>(fake));
   return fake;
 }
 
+/// The text of what the action must throw.
 template <class Exception>
 std::string TextOf(const std::function<void()>& action) {
   try {

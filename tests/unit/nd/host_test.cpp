@@ -1,4 +1,7 @@
 #include <gtest/gtest.h>
+#include <malloc.h>
+
+#include <set>
 
 #include "nd/log.h"
 #include "unit/nd/fake_connection.h"
@@ -8,8 +11,10 @@ namespace quorvind {
 namespace {
 
 using namespace std::chrono_literals;
+using Texts = std::vector<std::string>;
 using Answer = std::function<ResultCode()>;
 
+/// Makes the request with this opcode.
 Answer Ask(Host& host, int opCode, uint32_t type = 7, const std::string& serialNumber = "SN") {
   if (opCode == 1)
     return [answer = host.getConfiguration(type, serialNumber).share()] { return answer.get().Code; };
@@ -21,41 +26,52 @@ Answer Ask(Host& host, int opCode, uint32_t type = 7, const std::string& serialN
 
 class HostTest : public testing::Test {
  protected:
-  HostTest() {
-    SetLog([this](const std::string& line) { log.push_back(line); });
-  }
+  HostTest() { logTo({LogCategory::Warnings}); }
   ~HostTest() override { SetLog({}); }
+  void logTo(LogMask mask) {
+    SetLog([this](const std::string& line) { log.push_back(line); }, mask);
+  }
   std::vector<Answer> askAll() { return {Ask(*host, 1), Ask(*host, 2), Ask(*host, 3), Ask(*host, 4)}; }
-  std::vector<std::string> log;
+
+  Texts log;
   std::shared_ptr<Host> host = std::make_shared<Host>();
   FakeConnection* net = StartOnFake(*host);
 };
 
 TEST_F(HostTest, RequestsNeedAnAddressAndARunningHost) {
   Host stopped;
-  for (const int opCode : {1, 2, 3, 4}) {
-    EXPECT_THROW(Ask(*host, opCode, kAnyDeviceType), InvalidArgumentException);
-    EXPECT_THROW(Ask(*host, opCode, 7, ""), InvalidArgumentException);
-    EXPECT_EQ(TextOf<InvalidOperationException>([&] { Ask(stopped, opCode); }), "Host is not running");
+  const auto before = mallinfo2().uordblks;
+  for (int i = 0; i < 4000; ++i) {
+    const auto ask = [&](Host& any, auto... address) {
+      return [&any, i, address...] { Ask(any, 1 + i % 4, address...); };
+    };
+    ASSERT_EQ(TextOf<InvalidArgumentException>(ask(*host, kAnyDeviceType)), "Must address specific device");
+    ASSERT_EQ(TextOf<InvalidArgumentException>(ask(*host, 7U, "")), "Must address specific device");
+    ASSERT_EQ(TextOf<InvalidOperationException>(ask(stopped)), "Host is not running");
   }
+  EXPECT_LT(mallinfo2().uordblks, before + 100000) << "requests that were not sent are kept";
+  EXPECT_TRUE(net->sent.empty());
   EXPECT_EQ(TextOf<InvalidOperationException>([&] { StartOnFake(*host); }), "Host already running");
 }
 
 TEST_F(HostTest, EachRequestGetsTheAnswerWithItsToken) {
   auto answers = askAll();
-  for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(net->sent[i].OpCode, i + 1);
-  EXPECT_TRUE(net->sent[0].DeviceType == 7 && net->sent[0].SerialNumber == "SN");
+  for (std::size_t i = 0; i < 4; ++i)
+    EXPECT_TRUE(net->sent[i].OpCode == i + 1 && net->sent[i].DeviceType == 7 &&
+                net->sent[i].SerialNumber == "SN");
   net->put(MakeResult(7, "SN", {}, ResultCode::Other));          // nobody's
   net->put(MakeConfiguration(7, "SN", net->sent[1].Token, {}));  // not what it asked for
   for (const std::size_t i : {3U, 3U, 1U, 1U, 0U, 0U, 2U, 2U})
     net->put(MakeResult(7, "SN", net->sent[i].Token, static_cast<ResultCode>(100 + i)));
   for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(static_cast<std::size_t>(answers[i]()), 100 + i);
+
   auto query = host->getConfiguration(7, "SN");
   const DeviceConfig config{.IP{10, 0, 0, 5}, .SubnetMask{255, 0, 0, 0}, .Gateway{10, 0, 0, 1}, .DHCP = true};
   net->put(MakeConfiguration(7, "SN", net->sent.back().Token, config));
   net->put(MakeConfiguration(7, "SN", net->sent.back().Token, {}));
   const auto answer = query.get();
   EXPECT_TRUE(answer.Code == ResultCode::Success && answer.Config == config);
+
   answers = askAll();
   for (auto request = net->sent.end() - 4; request != net->sent.end(); ++request)
     net->put({1, 0x81, 7, "SN", request->Token, {}});
@@ -64,6 +80,17 @@ TEST_F(HostTest, EachRequestGetsTheAnswerWithItsToken) {
   net->put({1, 0x82, 7, "SN", net->sent.back().Token, Bytes(12)});
   EXPECT_EQ(TextOf<ProtocolException>(failing), "Invalid Configuration packet");
   EXPECT_TRUE(net->isDealtWith() && log.empty());
+
+  Host second;  // with random numbers of its own
+  auto* const secondNet = StartOnFake(second);
+  second.discover(7, "");
+  net->sent.push_back(secondNet->sent.front());
+  std::set<RequestToken> tokens;
+  for (const auto& sent : net->sent) {
+    EXPECT_TRUE(sent.Token[6] >> 4 == 4 && sent.Token[8] >> 6 == 2);  // a random UUID
+    tokens.insert(sent.Token);
+  }
+  EXPECT_EQ(tokens.size(), net->sent.size());
 }
 
 TEST_F(HostTest, EndingTellsWhoeverWaits) {
@@ -73,7 +100,8 @@ TEST_F(HostTest, EndingTellsWhoeverWaits) {
   const auto cancelled = askAll();
   host.reset();
   for (const auto& answer : cancelled) EXPECT_EQ(TextOf<RequestCancelledException>(answer), "Cancelled");
-  for (const auto& answer : stopped) EXPECT_THROW(answer(), std::future_error);
+  for (const auto& answer : stopped)
+    EXPECT_EQ(TextOf<std::future_error>(answer), std::future_error(std::future_errc::broken_promise).what());
 }
 
 TEST_F(HostTest, ListenersHearWhatDevicesSayWhateverFails) {
@@ -84,18 +112,20 @@ TEST_F(HostTest, ListenersHearWhatDevicesSayWhateverFails) {
     if (info.SerialNumber == "other") throw 1;  // NOLINT: anything may be thrown
     return all.push_back(info), true;
   });
+  const auto before = std::chrono::steady_clock::now();
   net->announce("A");
   net->announce("standard");
   net->announce("other");
   net->put(Bytes());  // the transport throws
   net->put({1, 0xA1, 7, "unreadable", {}, {1, 1, 0, 0, 99, 0, 0, 0}});
+  net->put(MakeDiscoverRequest(7, "of another host", {}));
   net->announce("B", 0, 0xA2);
   ASSERT_TRUE(net->isDealtWith() && all.size() == 3);
   EXPECT_TRUE(all[0].IsReply && all[0].Available && !all[2].IsReply && !all[2].Available);
   EXPECT_TRUE(SameDevice()(all[2], {7, "B", {10, 0, 0, 9}, 1, 5000}) && all[2].Info == "hi");
-  EXPECT_NE(all[0].LastSeen, DiscoverInfo().LastSeen);
+  EXPECT_TRUE(before <= all[0].LastSeen && all[0].LastSeen <= std::chrono::steady_clock::now());
   const std::string text = "Host could not process a datagram: ";
-  EXPECT_EQ(log, (std::vector{text + "listener", text + "unknown failure", text + "receive"}));
+  EXPECT_EQ(log, (Texts{text + "listener", text + "unknown failure", text + "receive"}));
 }
 
 TEST_F(HostTest, RemovingAListenerWaitsUntilItHasEnded) {
@@ -129,6 +159,21 @@ TEST_F(HostTest, AListenerMayRemoveItselfAndReleaseTheHost) {
   released.get_future().wait();
   EXPECT_EQ(calls, 1);
   EXPECT_TRUE(cppu::Retired().joinAll(qvtest::kGenerous));
+}
+
+TEST_F(HostTest, LogsPacketsAndDatagrams) {
+  logTo({LogCategory::Packets, LogCategory::RawDatagrams});
+  host->discover(7, "SN");
+  net->announce("SN");
+  net->put(Bytes{0xAB});
+  ASSERT_TRUE(net->isDealtWith() && log.size() == 5);
+  const Texts starts{
+      "Host sending packet over Net 0: QV_ND_Packet { OpCode: Discover Request, ",
+      "Host sending raw packet over Net 0: QV_ND_RawPacket { size: 96, data: c2 5d 00 21 50 44 4e 51  01 ",
+      "Host got valid raw packet over Net 1 from 10.0.0.9: QV_ND_RawPacket { size: 104, data: c2 65 00 a1 ",
+      "Host got packet over Net 1 from 10.0.0.9: QV_ND_Packet { OpCode: Discover Reply, ",
+      "Host got invalid raw packet over Net 1 from 10.0.0.9: QV_ND_RawPacket { size: 1, data: ab }"};
+  for (std::size_t i = 0; i < 5; ++i) EXPECT_TRUE(log[i].starts_with(starts[i])) << log[i];
 }
 
 }  // namespace
