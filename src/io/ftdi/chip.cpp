@@ -42,9 +42,10 @@ void Chip::close() noexcept {
 std::vector<uint8_t> Chip::readUserArea() const {
   uint32_t size = 0;
   RequireDriver(functions_->FT_EE_UASize(handle_, &size));
-  std::vector<uint8_t> area(size);
+  std::vector<uint8_t> area(size + 1);  // an empty area, too, needs an address to be read to
   uint32_t read = 0;
   RequireDriver(functions_->FT_EE_UARead(handle_, area.data(), size, &read));
+  area.resize(size);
   return area;
 }
 
