@@ -1,0 +1,77 @@
+#pragma once
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+
+#include "sim/ftdi/control.h"
+#include "support/channel.h"
+#include "support/process.h"
+
+namespace qvtest {
+
+/// The control functions of the stand-in driver that this process uses.
+class StandIn {
+ public:
+  StandIn() : driver_(::dlopen("libftd2xx.so", RTLD_NOW)) {
+    if (driver_ == nullptr) throw std::runtime_error("run with LD_LIBRARY_PATH=build/lib/sim");
+  }
+
+  template <class Function>
+  [[nodiscard]] Function* find(const char* name) const {
+    return reinterpret_cast<Function*>(::dlsym(driver_, name));
+  }
+
+ private:
+  void* driver_;
+};
+
+/// Simulated chips for one test.
+class Usb : public testing::Test {
+ protected:
+  explicit Usb(const std::string& chips = kChips) {
+    find<decltype(QVSIM_Reset)>("QVSIM_Reset")();
+    EXPECT_EQ(find<decltype(QVSIM_SetChips)>("QVSIM_SetChips")(chips.c_str()), 1);
+  }
+  ~Usb() override {
+    EXPECT_EQ(openHandles(), 0U) << "a chip was left open";
+    EXPECT_TRUE(Eventually([] { return ReceiveThreads() == 0; }));
+  }
+
+  template <class Function>
+  [[nodiscard]] Function* find(const char* name) const {
+    return standIn_.find<Function>(name);
+  }
+  void failCall(const char* function, uint32_t call, uint32_t status) const {
+    EXPECT_EQ(find<decltype(QVSIM_FailCall)>("QVSIM_FailCall")(function, call, status), 1) << function;
+  }
+  [[nodiscard]] uint64_t calls(const char* function) const {
+    return find<decltype(QVSIM_Calls)>("QVSIM_Calls")(function);
+  }
+  [[nodiscard]] uint64_t totalCalls() const { return find<decltype(QVSIM_TotalCalls)>("QVSIM_TotalCalls")(); }
+  void unplug(const char* serial) const {
+    EXPECT_EQ(find<decltype(QVSIM_Unplug)>("QVSIM_Unplug")(serial), 1);
+  }
+  [[nodiscard]] std::string settings(const char* serial) const {
+    return find<decltype(QVSIM_Settings)>("QVSIM_Settings")(serial);
+  }
+  [[nodiscard]] std::size_t openHandles() const {
+    return find<decltype(QVSIM_OpenHandles)>("QVSIM_OpenHandles")();
+  }
+
+  static constexpr const char* kChips =
+      "desc=\"Quorvi DRV-I\" serial=SLOW chip-id=1001 ua=5156494f01 link=echo\n"
+      "desc=\"Quorvi DRV2\" serial=FAST chip-id=4000000002 ua=5156494f0a protocol-id=5\n"
+      "desc=\"Quorvi Sensor\" serial=SENSOR chip-id=none pid=0x6002 link=echo\n"
+      "desc=\"Quorvi DRV2 A\" serial=DUALA chip-id=1004 type=6 flags=2 pid=0x6010 link=echo\n"
+      "desc=\"Quorvi DRV2 B\" serial=DUALB chip-id=1005 type=6 flags=2 pid=0x6010 link=echo\n"
+      "desc=\"Quorvi AXU-3D\" serial=HELD chip-id=1006 held\n"
+      "desc=\"Quorvi AXU-3D\" serial=\"\" chip-id=1007\n";
+
+ private:
+  StandIn standIn_;
+};
+
+}  // namespace qvtest

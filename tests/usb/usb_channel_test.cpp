@@ -1,0 +1,202 @@
+// Bytes through a chip, the faults of chip and driver, and closing in every state.
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "usb/chips.h"
+
+namespace qvtest {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+TEST_F(Usb, CarriesBytesBothWaysInPiecesOfAtMostAChunk) {
+  const Channel channel("usb:sn:SLOW");
+  std::string bytes;
+  for (int i = 0; i < 300000; ++i) bytes += static_cast<char>(i * 7 + i / 256);
+  EXPECT_EQ(channel.send(bytes), QV_IO_OK);
+  EXPECT_TRUE(channel.receives(bytes));
+  EXPECT_EQ(channel.largestChunk(), std::size_t{QV_IO_RECEIVE_CHUNK});
+  EXPECT_EQ(channel.send(""), QV_IO_OK);
+}
+
+TEST_F(Usb, TellsHowASendFailed) {
+  const Channel channel("usb:sn:SLOW", "tx-timeout 100");
+  const struct {
+    uint32_t status;
+    uint32_t result;
+  } rows[] = {
+      {4, QV_IO_ERROR_CONNECTION_LOST}, {18, QV_IO_ERROR_TRANSMIT_FAILED}, {1, QV_IO_ERROR_TRANSMIT_FAILED}};
+  for (const auto& row : rows) {
+    failCall("FT_Write", 1, row.status);
+    EXPECT_EQ(channel.send("x"), row.result) << row.status;
+  }
+  find<decltype(QVSIM_OverReportWrites)>("QVSIM_OverReportWrites")(1, 1);
+  EXPECT_EQ(channel.send("x"), QV_IO_ERROR_TRANSMIT_FAILED);
+  const auto before = calls("FT_Write");
+  find<decltype(QVSIM_LimitWrites)>("QVSIM_LimitWrites")(3, 2);
+  EXPECT_EQ(channel.send("12345678"), QV_IO_OK) << "short writes go on";
+  EXPECT_EQ(calls("FT_Write") - before, 4U);
+  find<decltype(QVSIM_LimitWrites)>("QVSIM_LimitWrites")(1000000, 0);
+  const auto begin = Clock::now();
+  EXPECT_EQ(channel.send("x"), QV_IO_ERROR_TRANSMIT_FAILED) << "empty writes go on to the limit";
+  EXPECT_GE(Clock::now() - begin, 100ms);
+}
+
+TEST_F(Usb, TellsHowReceivingFailedAndGoesOn) {
+  const Channel channel("usb:sn:SLOW", "health-check 50");
+  const struct {
+    const char* function;
+    uint32_t status;
+    uint32_t notice;
+  } rows[] = {{"FT_GetStatus", 4, QV_IO_ERROR_CONNECTION_LOST},
+              {"FT_GetStatus", 18, QV_IO_ERROR_RECEIVE_FAILED},
+              {"FT_Read", 4, QV_IO_ERROR_CONNECTION_LOST},
+              {"FT_Read", 18, QV_IO_ERROR_RECEIVE_FAILED}};
+  std::string sent;
+  for (const auto& row : rows) {
+    const int before = channel.notices(row.notice);
+    failCall(row.function, 1, row.status);
+    sent += row.function;
+    EXPECT_EQ(channel.send(row.function), QV_IO_OK);
+    EXPECT_TRUE(channel.isNotified(row.notice, before + 1)) << row.function << row.status;
+    EXPECT_TRUE(channel.receives(sent)) << "nothing is lost";
+  }
+  const int before = channel.notices(QV_IO_ERROR_RECEIVE_FAILED);
+  find<decltype(QVSIM_OverReportReads)>("QVSIM_OverReportReads")(1, 5);
+  EXPECT_EQ(channel.send("!"), QV_IO_OK);
+  EXPECT_TRUE(channel.isNotified(QV_IO_ERROR_RECEIVE_FAILED, before + 1));
+  EXPECT_TRUE(channel.receives(sent + "!")) << "no more than was asked for";
+}
+
+TEST_F(Usb, TellsOfAnUnpluggedChipOnceInAPeriod) {
+  const struct {
+    const char* options;
+    int notices;
+    std::chrono::milliseconds least;
+  } rows[] = {{"health-check 50", 8, 350ms}, {"health-check 250", 3, 500ms}};
+  for (const auto& row : rows) {
+    ASSERT_EQ(find<decltype(QVSIM_Replug)>("QVSIM_Replug")("SLOW"), 1);
+    const Channel channel("usb:sn:SLOW", row.options);
+    ASSERT_EQ(channel.result(), QV_IO_OK);
+    unplug("SLOW");
+    EXPECT_TRUE(channel.isNotified(QV_IO_ERROR_CONNECTION_LOST));
+    const auto begin = Clock::now();
+    EXPECT_TRUE(channel.isNotified(QV_IO_ERROR_CONNECTION_LOST, row.notices + 1));
+    EXPECT_GE(Clock::now() - begin, row.least) << row.options;
+  }
+  ASSERT_EQ(find<decltype(QVSIM_Replug)>("QVSIM_Replug")("SLOW"), 1);
+  const Channel channel("usb:sn:SLOW", "health-check 0");
+  unplug("SLOW");
+  std::this_thread::sleep_for(100ms);  // time for what must not happen
+  EXPECT_LE(channel.notices(QV_IO_ERROR_CONNECTION_LOST), 1);
+}
+
+/// What a channel may be in when it is closed.
+struct State {
+  const char* name;
+  void (*enter)(const StandIn& standIn, Channel& channel);
+};
+
+void Unplug(const StandIn& standIn) { standIn.find<decltype(QVSIM_Unplug)>("QVSIM_Unplug")("SLOW"); }
+
+const State kStates[] = {{"idle", [](const StandIn&, Channel&) {}},
+                         {"unplugged", [](const StandIn& standIn, Channel&) { Unplug(standIn); }},
+                         {"reads fail without end",
+                          [](const StandIn& standIn, Channel& channel) {
+                            standIn.find<decltype(QVSIM_FailReads)>("QVSIM_FailReads")(18);
+                            EXPECT_EQ(channel.send("x"), QV_IO_OK);
+                            EXPECT_TRUE(channel.isNotified(QV_IO_ERROR_RECEIVE_FAILED, 2));
+                          }},
+                         {"unplugged while reading",
+                          [](const StandIn& standIn, Channel& channel) {
+                            channel.onChunk = [&standIn](std::string_view) { Unplug(standIn); };
+                            EXPECT_EQ(channel.send(std::string(5000, 'x')), QV_IO_OK);
+                            EXPECT_TRUE(channel.isNotified(QV_IO_ERROR_CONNECTION_LOST));
+                          }},
+                         {"status fails without end", [](const StandIn& standIn, Channel& channel) {
+                            standIn.find<decltype(QVSIM_FailCall)>("QVSIM_FailCall")("FT_GetStatus", 0, 18);
+                            EXPECT_TRUE(channel.isNotified(QV_IO_ERROR_RECEIVE_FAILED));
+                          }}};
+
+TEST_F(Usb, ClosesAtOnceInEveryState) {
+  const StandIn standIn;
+  for (const auto* options : {"health-check 50", "health-check 0"}) {
+    for (const auto& state : kStates) {
+      for (const uint32_t wait : {1U, 0U}) {
+        if (std::string_view(options).ends_with(" 0") && std::string_view(state.name).starts_with("status"))
+          continue;
+        find<decltype(QVSIM_Reset)>("QVSIM_Reset")();
+        ASSERT_EQ(find<decltype(QVSIM_SetChips)>("QVSIM_SetChips")(kChips), 1);
+        Channel channel("usb:sn:SLOW", options);
+        ASSERT_EQ(channel.result(), QV_IO_OK) << state.name;
+        state.enter(standIn, channel);
+        const auto begin = Clock::now();
+        channel.close(wait);
+        EXPECT_LT(Clock::now() - begin, 200ms) << state.name;
+        EXPECT_TRUE(Eventually([&] { return openHandles() == 0; })) << state.name;
+      }
+    }
+  }
+}
+
+TEST_F(Usb, EndsASendThatIsInProgressWhenItIsClosed) {
+  for (const bool unplugged : {false, true}) {
+    find<decltype(QVSIM_Reset)>("QVSIM_Reset")();
+    ASSERT_EQ(find<decltype(QVSIM_SetChips)>("QVSIM_SetChips")(kChips), 1);
+    Channel channel("usb:sn:SLOW", "tx-timeout 150");
+    find<decltype(QVSIM_LimitWrites)>("QVSIM_LimitWrites")(1000000, 0);
+    std::atomic<uint32_t> result = 99;
+    std::thread sender([&] { result = channel.send("x"); });
+    EXPECT_TRUE(Eventually([&] { return calls("FT_Write") > 3; }));
+    if (unplugged) unplug("SLOW");
+    channel.close(1);
+    sender.join();
+    EXPECT_TRUE(result == QV_IO_ERROR_TRANSMIT_FAILED || result == QV_IO_ERROR_CONNECTION_LOST) << result;
+  }
+}
+
+TEST_F(Usb, GivesTheChipsId) {
+  const Channel channel("usb:sn:FAST");
+  char buffer[16] = "#";
+  std::size_t size = 4;
+  EXPECT_EQ(QV_IO_GetProperty(channel.handle(), "ftdi-id", buffer, &size), QV_IO_ERROR_BUFFER_TOO_SMALL);
+  EXPECT_EQ(size, 10U);
+  size = sizeof buffer;
+  EXPECT_EQ(QV_IO_GetProperty(channel.handle(), "ftdi-id", buffer, &size), QV_IO_OK);
+  EXPECT_STREQ(buffer, "4000000002");
+  EXPECT_EQ(QV_IO_GetProperty(channel.handle(), "FTDI-ID", buffer, &size), QV_IO_ERROR_PROPERTY_UNAVAILABLE);
+  const Channel without("usb:sn:SENSOR", "baudrate 9600");
+  EXPECT_EQ(QV_IO_GetProperty(without.handle(), "ftdi-id", buffer, &size), QV_IO_ERROR_NOT_SUPPORTED);
+}
+
+TEST_F(Usb, BearsManyThreadsThatOpenListAndClose) {
+  std::atomic<int> opened = 0;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 16; ++i) {
+    threads.emplace_back([&, i] {
+      constexpr std::array kLocators{"usb:sn:SLOW", "usb:sn:FAST", "usb:ix:0", "usb:id:1001", "usb:sn:DUAL"};
+      for (int round = 0; round < 20; ++round) {
+        char text[4096];
+        std::size_t size = sizeof text;
+        QV_IO_EnumerateDevices(QV_IO_INTERFACE_USB, "include-id\ninclude-sn\nforce-rescan", text, &size);
+        Channel channel(kLocators.at(static_cast<std::size_t>(i + round) % kLocators.size()));
+        if (channel.result() != QV_IO_OK) continue;
+        ++opened;
+        std::ignore = channel.send("POS?\n");
+        channel.close(static_cast<uint32_t>(round % 2));
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_GT(opened, 0);
+  EXPECT_TRUE(Eventually([&] { return openHandles() == 0; }));
+}
+
+}  // namespace
+}  // namespace qvtest

@@ -1,0 +1,144 @@
+// Opening a chip: what is asked for, what is set, and every way in which it may fail.
+
+#include "usb/chips.h"
+
+namespace qvtest {
+namespace {
+
+TEST_F(Usb, OpensTheChipThatTheLocatorNamesOrSaysWhyNot) {
+  const struct {
+    std::string locator;
+    std::string options;
+    uint32_t result;
+  } rows[] = {
+      {"usb:sn:SLOW", "", 0},
+      {"usb::sn::SLOW:", "", 0},
+      {"usb:sn:DUAL", "", 0},  // the first channel
+      {"usb:id:4000000002", "", 0},
+      {"usb:ix:0", "", 0},
+      {"usb:ix:1", "product-name Quorvi DRV2", 0},  // the dual-channel chip, by its trimmed description
+      {"usb:sn:SENSOR", "baudrate 9600", 0},
+      {"usb:sn:SLOW", "health-check 50\nftdi-latency 255\nrx-timeout 0", 0},
+      {"usb:", "", 2},
+      {"usb:sn", "", 2},
+      {"usb:sn:", "", 2},
+      {"usb:sn:A:B", "", 2},
+      {"usb:xx:1", "", 2},
+      {"usb:ix:1x", "", 2},
+      {"usb:ix:-1", "", 2},
+      {"usb:ix: 1", "", 2},
+      {"usb:ix:18446744073709551616", "", 2},
+      {"usb:id:", "", 2},
+      {"usb:sn:NOBODY", "", 3},
+      {"usb:sn:slow", "", 3},
+      {"usb:sn:HELD", "baudrate 9600", 3},
+      {"usb:sn:DUALA", "", 3},
+      {"usb:sn:SLOW", "product-name Quorvi DRV2", 3},
+      {"usb:ix:7", "", 3},
+      {"usb:ix:6", "", 3},  // the held one does not count
+      {"usb:ix:18446744073709551615", "", 3},
+      {"usb:ix:5", "", 3},  // the one without a serial number
+      {"usb:id:1006", "", 3},
+      {"usb:id:7", "", 3},
+      {"usb:sn:SENSOR", "", 4},  // no speed is known
+      {"usb:sn:SLOW", "baudrate 0", 4},
+      {"usb:sn:SLOW", "baudrate 12000001", 4},
+      {"usb:sn:SLOW", "health-check 1", 4},
+      {"usb:sn:SLOW", "health-check 49", 4},
+      {"usb:sn:SLOW", "ftdi-latency 0", 4},
+      {"usb:sn:SLOW", "ftdi-latency 256", 4},
+      {"usb:sn:SLOW", "ftdi-flow-control", 4},
+      {"usb:sn:SLOW", "ftdi-flow-control xonxoff", 4},
+      {"usb:sn:SLOW", "tx-timeout x", 4},
+      {"usb:sn:SLOW", "strict\nx", 4}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(Channel(row.locator, row.options).result(), row.result) << row.locator << ' ' << row.options;
+    EXPECT_EQ(openHandles(), 0U) << row.locator << ' ' << row.options;
+  }
+}
+
+TEST_F(Usb, SetsTheLineUpAsChipAndOptionsSay) {
+  const struct {
+    std::string locator;
+    std::string options;
+    const char* serial;
+    std::string settings;
+  } rows[] = {{"usb:sn:SLOW", "", "SLOW",
+               "baud=500000 data=8,0,0 event=1 flow=0,0,0 latency=2 purged=3 purges=1 timeouts=1000,1000"},
+              {"usb:sn:FAST", "rx-timeout 5\ntx-timeout 6\nftdi-latency 7", "FAST",
+               "baud=12000000 data=8,0,0 event=1 flow=256,0,0 latency=7 purged=3 purges=1 timeouts=5,6"},
+              {"usb:sn:SENSOR", "baudrate 9600\nftdi-flow-control dtrdsr", "SENSOR",
+               "baud=9600 data=8,0,0 event=1 flow=512,0,0 latency=2 purged=3 purges=1 timeouts=1000,1000"},
+              {"usb:sn:DUAL", "baudrate 9600", "DUALA",
+               "bitmode=255,64 data=8,0,0 event=1 flow=0,0,0 latency=2 purged=3 purges=1 timeouts=1000,1000 "
+               "usb=65536,65536"}};
+  for (const auto& row : rows) {
+    const Channel channel(row.locator, row.options);
+    ASSERT_EQ(channel.result(), QV_IO_OK) << row.locator;
+    EXPECT_EQ(settings(row.serial), row.settings);
+  }
+}
+
+TEST_F(Usb, LeavesNothingOpenWhateverDriverCallFails) {
+  constexpr uint32_t kOther = 18;
+  const struct {
+    const char* function;
+    uint32_t call;
+    uint32_t status;
+    const char* locator;
+    uint32_t result;
+  } rows[] = {{"FT_CreateDeviceInfoList", 1, kOther, "usb:sn:SLOW", 5},
+              {"FT_GetDeviceInfoList", 1, kOther, "usb:sn:SLOW", 5},
+              {"FT_CreateDeviceInfoList", 1, 4, "usb:ix:0", 5},
+              {"FTID_GetNumDevices", 1, kOther, "usb:id:1001", 5},
+              {"FT_OpenEx", 1, 3, "usb:sn:SLOW", 5},
+              {"FT_EE_UASize", 1, kOther, "usb:sn:SLOW", 5},
+              {"FT_EE_UARead", 1, kOther, "usb:sn:SLOW", 5},
+              {"FT_SetBaudRate", 1, 7, "usb:sn:SLOW", 4},
+              {"FT_SetBaudRate", 1, 4, "usb:sn:SLOW", 5},
+              {"FT_SetDataCharacteristics", 1, kOther, "usb:sn:SLOW", 5},
+              {"FT_SetFlowControl", 1, kOther, "usb:sn:SLOW", 5},
+              {"FT_SetTimeouts", 1, kOther, "usb:sn:SLOW", 5},
+              {"FT_SetLatencyTimer", 1, kOther, "usb:sn:SLOW", 5},
+              {"FT_SetBitMode", 1, kOther, "usb:sn:DUAL", 0},  // the reset may fail
+              {"FT_SetBitMode", 2, kOther, "usb:sn:DUAL", 5},
+              {"FT_SetUSBParameters", 1, kOther, "usb:sn:DUAL", 5},
+              {"FT_Purge", 1, kOther, "usb:sn:SLOW", 5},
+              {"FT_SetEventNotification", 1, kOther, "usb:sn:SLOW", 5}};
+  for (const auto& row : rows) {
+    failCall(row.function, row.call, row.status);
+    EXPECT_EQ(Channel(row.locator).result(), row.result) << row.function << ' ' << row.call;
+    EXPECT_EQ(openHandles(), 0U) << row.function;
+    failCall(row.function, 0, 0);
+  }
+  EXPECT_EQ(Channel("usb:sn:SLOW").result(), QV_IO_OK) << "and then it opens";
+}
+
+TEST_F(Usb, OpensAChipOnceAndAgainWhenItIsClosed) {
+  const Channel first("usb:sn:SLOW");
+  EXPECT_EQ(Channel("usb:sn:SLOW").result(), QV_IO_ERROR_DEVICE_NOT_FOUND) << "marked open in the list";
+  Channel second("usb:sn:FAST");
+  EXPECT_EQ(second.close(1), QV_IO_OK);
+  EXPECT_EQ(Channel("usb:sn:FAST").result(), QV_IO_OK);
+}
+
+TEST_F(Usb, ReadsUserAreasOfEverySize) {
+  const struct {
+    const char* area;
+    const char* baud;
+  } rows[] = {{"", "baud=12000000"},
+              {"5156494f", "baud=12000000"},  // 4 bytes hold no configuration
+              {"5156494f01", "baud=500000"},
+              {"5156494f00", "baud=12000000"}};  // it leaves it to the product
+  for (const auto& row : rows) {
+    const auto chip =
+        std::string("desc=\"Quorvi DRV2\" serial=UA") + (*row.area != '\0' ? " ua=" : "") + row.area + "\n";
+    ASSERT_EQ(find<decltype(QVSIM_SetChips)>("QVSIM_SetChips")(chip.c_str()), 1);
+    const Channel channel("usb:sn:UA");
+    EXPECT_EQ(channel.result(), QV_IO_OK) << row.area;
+    EXPECT_TRUE(settings("UA").starts_with(row.baud)) << row.area << settings("UA");
+  }
+}
+
+}  // namespace
+}  // namespace qvtest
