@@ -35,6 +35,7 @@ constexpr const char* kLocatorForms =
 constexpr const char* kNoDriver = "FTDI's libraries libftd2xx.so and libftchipid.so could not be loaded";
 
 bool IsSerial(std::string_view locator) { return locator.starts_with(kSerialWord); }
+bool IsUsb(std::string_view locator) { return locator.starts_with("usb:"); }
 
 std::string NameOf(const passwd* user, uid_t id) {
   return user != nullptr ? user->pw_name : std::to_string(id);
@@ -85,8 +86,22 @@ std::string ExplainHost(std::string_view locator, const std::string& options) {
 
 std::string ExplainArgument(std::string_view locator, const std::string& options) {
   if (IsSerial(locator) && !OptionValue(options, "baudrate")) return "give the speed: -o \"baudrate 115200\"";
+  if (IsUsb(locator))
+    return "give the speed (-o \"baudrate 115200\") if the product has none, and options with valid values";
   if (IsSerial(locator)) return "an option is unknown or its value is no number above 0";
   return "give a port from 1 to 65535 (network:HOST:PORT or -o \"port N\"), and options with valid values";
+}
+
+std::string ExplainSystemFailure(const std::string& locator) {
+  if (IsSerial(locator)) return ExplainSerialPort(SerialPath(locator));
+  if (IsUsb(locator))
+    return "FTDI's driver refuses; may you use the device, and is the kernel's ftdi_sio unloaded?";
+  return "the system gives no socket or thread";
+}
+
+std::string ExplainNotFound(const std::string& locator, const std::string& options) {
+  if (!IsUsb(locator)) return ExplainHost(locator, options);
+  return "no such chip, or another program has it open; \"qvio list --kind usb --all\" shows those there are";
 }
 
 std::string Explain(uint32_t result, const std::string& locator, const std::string& options) {
@@ -94,12 +109,11 @@ std::string Explain(uint32_t result, const std::string& locator, const std::stri
     case QV_IO_ERROR_INVALID_LOCATOR:
       return kLocatorForms;
     case QV_IO_ERROR_DEVICE_NOT_FOUND:
-      return ExplainHost(locator, options);
+      return ExplainNotFound(locator, options);
     case QV_IO_ERROR_INVALID_ARGUMENT:
       return ExplainArgument(locator, options);
     case QV_IO_ERROR_DRIVER_FAILURE:
-      return IsSerial(locator) ? ExplainSerialPort(SerialPath(locator))
-                               : "the system gives no socket or thread";
+      return ExplainSystemFailure(locator);
     case QV_IO_ERROR_DRIVER_UNAVAILABLE:
       return kNoDriver;
     default:

@@ -1,0 +1,53 @@
+// qvio with a stand-in for FTDI's driver, and without.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "qvio/runner.h"
+
+namespace qvtest {
+namespace {
+
+class QvioUsb : public testing::Test {
+ protected:
+  static void findLibrariesIn(const std::string& folder) { ::setenv("LD_LIBRARY_PATH", folder.c_str(), 1); }
+  ~QvioUsb() override { ::unsetenv("LD_LIBRARY_PATH"); }
+};
+
+TEST_F(QvioUsb, ListsAndTalksToChips) {
+  findLibrariesIn(STAND_IN_FOLDER);
+  const auto list = nlohmann::json::parse(RunQvio({"list", "--kind", "usb", "--json"}).output);
+  ASSERT_EQ(list.size(), 4U);
+  EXPECT_EQ(list[1]["locator"], "usb:sn:QV100002");
+  EXPECT_EQ(list[1]["usb-vid"], 0x0403);
+  const auto table = RunQvio({"list", "--kind", "usb", "--kind", "serial"});
+  EXPECT_NE(table.output.find("usb:sn:QV100003"), std::string::npos) << table.output;
+  EXPECT_EQ(table.errors, "");
+  EXPECT_EQ(RunQvio({"send", "usb:sn:QV100001", "*IDN?"}).output, "QUORVI,DRV-SIM,QV100001,1.0\r\n");
+  EXPECT_EQ(RunQvio({"open", "usb:ix:1", "--quiet-ms", "200"}, "MOV 2\nPOS?\n").output, "OK\r\n2.000\r\n");
+}
+
+TEST_F(QvioUsb, SaysWhatIsWrongAndWhatHelps) {
+  const struct {
+    const char* folder;
+    std::vector<std::string> words;
+    const char* text;
+  } rows[] = {
+      {"/nowhere", {"list", "--kind", "usb"}, "note: usb: cannot list: driver unavailable (result 14)"},
+      {STAND_IN_FOLDER "/old", {"list", "--kind", "usb"}, "could not be loaded"},
+      {STAND_IN_FOLDER, {"send", "usb:sn:NOBODY", "x"}, "another program has it open"},
+      {STAND_IN_FOLDER, {"send", "usb:sn:QV100001", "x", "-o", "baudrate 0"}, "give the speed"},
+      {STAND_IN_FOLDER, {"send", "usb:xx:1", "x"}, "a locator is"}};
+  for (const auto& row : rows) {
+    findLibrariesIn(row.folder);
+    const auto outcome = RunQvio(row.words);
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_NE(outcome.errors.find(row.text), std::string::npos) << outcome.errors;
+  }
+}
+
+}  // namespace
+}  // namespace qvtest
