@@ -12,7 +12,6 @@
 #include <utility>
 
 #include "options/result.h"
-#include "util/retired_threads.h"
 #include "util/system_call.h"
 
 namespace qvio {
@@ -35,32 +34,21 @@ uint32_t DescriptorChannel::open(std::shared_ptr<IoDevice> self) {
   return ResultOf([&] {
     fd_ = openDescriptor();
     stop_.emplace();
-    start(std::move(self));
+    try {
+      thread_.start(std::move(self), [this] { run(); });
+    } catch (...) {
+      fd_.reset();
+      throw;
+    }
   });
-}
-
-void DescriptorChannel::start(std::shared_ptr<IoDevice> self) {
-  keepAlive_ = std::move(self);
-  try {
-    thread_ = cppu::Thread("qvio-rx", [this] { run(); });
-  } catch (...) {
-    keepAlive_.reset();  // else the channel would hold itself for ever
-    fd_.reset();
-    throw;
-  }
 }
 
 void DescriptorChannel::close(bool wait) {
   stop_->request();
-  if (wait && !thread_.isCurrent()) {
-    thread_.join();
-  } else {
-    cppu::Retired().add(std::move(thread_));
-  }
+  thread_.end(wait);
 }
 
 void DescriptorChannel::run() {
-  const auto self = std::move(keepAlive_);  // from here on the thread alone keeps the channel alive
   std::array<uint8_t, kReadBuffer> buffer{};
   while (!stop_->requested()) {
     if (!receiveOnce(buffer)) stop_->wait(kRestAfterFault);

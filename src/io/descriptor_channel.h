@@ -8,8 +8,8 @@
 #include <span>
 
 #include "io/io_device.h"
+#include "io/receive_thread.h"
 #include "util/stop_signal.h"
-#include "util/thread.h"
 #include "util/unique_fd.h"
 
 namespace qvio {
@@ -41,8 +41,6 @@ class DescriptorChannel : public IoDevice {
   [[nodiscard]] virtual cppu::UniqueFd openDescriptor() const = 0;
 
  private:
-  void start(std::shared_ptr<IoDevice> self);
-
   // Receive thread.
   void run();
   [[nodiscard]] bool receiveOnce(std::span<uint8_t> buffer);
@@ -61,8 +59,7 @@ class DescriptorChannel : public IoDevice {
   std::mutex sendMutex_;
   cppu::UniqueFd fd_;                     ///< closed by the receive thread under sendMutex_
   std::optional<cppu::StopSignal> stop_;  ///< there from open on, for the channel's whole life
-  std::shared_ptr<IoDevice> keepAlive_;   ///< from open to the first moment of the receive thread
-  cppu::Thread thread_;
+  ReceiveThread thread_;
 };
 
 }  // namespace qvio

@@ -11,7 +11,6 @@
 #include "io/ftdi/link_settings.h"
 #include "io/ftdi/usb.h"
 #include "options/result.h"
-#include "util/retired_threads.h"
 #include "util/text_out.h"
 
 namespace qvio {
@@ -85,13 +84,7 @@ void IoFtdi::start(std::shared_ptr<IoDevice> self) {
   const auto status =
       chip_.functions().FT_SetEventNotification(chip_.handle(), d2xx::kEventReceived, event_->driverHandle());
   Require(status == d2xx::Ok, QV_IO_ERROR_DRIVER_FAILURE);
-  keepAlive_ = std::move(self);
-  try {
-    thread_ = cppu::Thread("qvio-rx", [this] { run(); });
-  } catch (...) {
-    keepAlive_.reset();  // else the channel would hold itself for ever
-    throw;
-  }
+  thread_.start(std::move(self), [this] { run(); });
 }
 
 void IoFtdi::close(bool wait) {
@@ -100,15 +93,10 @@ void IoFtdi::close(bool wait) {
     stop_->request();
     event_->signal();
   }
-  if (wait && !thread_.isCurrent()) {
-    thread_.join();
-  } else {
-    cppu::Retired().add(std::move(thread_));
-  }
+  thread_.end(wait);
 }
 
 void IoFtdi::run() {
-  const auto self = std::move(keepAlive_);  // from here on the thread alone keeps the channel alive
   std::array<uint8_t, QV_IO_RECEIVE_CHUNK> buffer{};
   while (!stop_->requested()) receive(awaitBytes(), buffer);
   const std::lock_guard alone(inUse_);

@@ -10,9 +10,9 @@
 #include "io/ftdi/chip.h"
 #include "io/ftdi/receive_event.h"
 #include "io/io_device.h"
+#include "io/receive_thread.h"
 #include "options/option_sets.h"
 #include "util/stop_signal.h"
-#include "util/thread.h"
 
 namespace qvio {
 
@@ -56,8 +56,7 @@ class IoFtdi final : public IoDevice {
   /// as long as they last. Nothing else is locked while it is held.
   std::shared_mutex inUse_;
   Chip chip_;
-  std::shared_ptr<IoDevice> keepAlive_;  ///< from open to the first moment of the receive thread
-  cppu::Thread thread_;
+  ReceiveThread thread_;
 };
 
 }  // namespace qvio
