@@ -254,9 +254,18 @@ uint32_t QV_IO_GetDiscoveryEventData(const QV_IO_Event* event, const char* optio
  *   `discovery-timeout N` ms for that search, default 100
  *   A refused connection may pass here; then the error callback reports QV_IO_ERROR_CONNECTION_LOST. No
  *   socket option is set.
- * Options of a USB link: `baudrate`, `ftdi-flow-control` "none", "rtscts" or "dtrdsr", `rx-timeout` and
- *   `tx-timeout` ms (default 1000), `ftdi-latency` ms (1 to 255, default 2), `health-check` ms (0 or 50 and
- *   above, default 250), `product-name` (may be repeated).
+ * Options of a USB link:
+ *   `baudrate N`         line speed; without it the chip's configuration or the product decides, and a product
+ *                        without a speed of its own needs the option
+ *   `ftdi-flow-control`  "none", "rtscts" or "dtrdsr"; else as the speed
+ *   `health-check N`     ms, 0 or 50 and above, default 250: how soon an unplugged chip is noticed; it is
+ *                        reported as QV_IO_ERROR_CONNECTION_LOST once in that time. 0: only when bytes arrive
+ *   `tx-timeout N`       ms, default 1000: a send that takes longer fails. The driver holds a write that long,
+ *                        and closing waits for it; with 0 the driver may hold it without limit
+ *   `rx-timeout N`       ms, default 1000: the driver's, for one read
+ *   `ftdi-latency N`     ms, 1 to 255, default 2: how long the chip collects bytes
+ *   `product-name TEXT`  only a chip with this description; may be repeated
+ *   "usb:ix:INDEX" counts the chips that are not open and pass `product-name`.
  *
  * @param handle     receives the lowest free handle; 0 on failure, which is also a valid handle: test the
  *                   result, not the handle. Callbacks may run before the call returns.
@@ -273,7 +282,7 @@ uint32_t QV_IO_Open(uint32_t* handle, const char* locator, const char* options, 
 
 /** Closes a handle. Bytes that were received but not handed out yet are discarded.
  * A send in progress on another thread goes on while bytes move; after 1 s without progress it ends with
- * QV_IO_ERROR_TRANSMIT_FAILED.
+ * QV_IO_ERROR_TRANSMIT_FAILED. At USB it ends with its write in progress, at the latest after `tx-timeout`.
  * @param wait  not 0: returns when the device is released and no callback of the handle runs or will run.
  *              0: returns at once; callbacks may still run until the receive thread has noticed.
  *              Inside a callback of the same handle the call never waits.
@@ -283,8 +292,10 @@ uint32_t QV_IO_Close(uint32_t handle, uint32_t wait);
 /** Sends bytes in order and returns when the system has taken all of them.
  * @param data    `length` bytes, read only during the call; may be null when length is 0
  * @param length  bytes; 0 returns QV_IO_OK without touching the device
- * Blocks while the device takes no more. Threads: any; sends on one serial or TCP handle do not interleave.
- * @return QV_IO_OK; QV_IO_ERROR_INVALID_HANDLE; QV_IO_ERROR_CONNECTION_LOST: the peer reset the link;
+ * Blocks while the device takes no more. Threads: any; sends on one serial or TCP handle do not interleave,
+ * those on a USB handle may.
+ * @return QV_IO_OK; QV_IO_ERROR_INVALID_HANDLE; QV_IO_ERROR_CONNECTION_LOST: the peer reset the link, or the
+ *         USB chip is gone;
  *         QV_IO_ERROR_TRANSMIT_FAILED: anything else, a close meanwhile included;
  *         QV_IO_ERROR_INVALID_ARGUMENT: data is null. After a failure some bytes may have arrived. */
 uint32_t QV_IO_Send(uint32_t handle, const void* data, size_t length);
