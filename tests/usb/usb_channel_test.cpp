@@ -116,7 +116,10 @@ const State kStates[] = {{"idle", [](const StandIn&, Channel&) {}},
                          {"unplugged while reading",
                           [](const StandIn& standIn, Channel& channel) {
                             channel.onChunk = [&standIn](std::string_view) { Unplug(standIn); };
-                            EXPECT_EQ(channel.send(std::string(5000, 'x')), QV_IO_OK);
+                            // The first bytes may come back, and so unplug the chip, before the last are
+                            // taken.
+                            const auto sent = channel.send(std::string(5000, 'x'));
+                            EXPECT_TRUE(sent == QV_IO_OK || sent == QV_IO_ERROR_CONNECTION_LOST) << sent;
                             EXPECT_TRUE(channel.isNotified(QV_IO_ERROR_CONNECTION_LOST));
                           }},
                          {"status fails without end", [](const StandIn& standIn, Channel& channel) {
@@ -129,6 +132,7 @@ TEST_F(Usb, ClosesAtOnceInEveryState) {
   for (const auto* options : {"health-check 50", "health-check 0"}) {
     for (const auto& state : kStates) {
       for (const uint32_t wait : {1U, 0U}) {
+        // Without a period an idle channel never asks for its status again: nothing would be told.
         if (std::string_view(options).ends_with(" 0") && std::string_view(state.name).starts_with("status"))
           continue;
         find<decltype(QVSIM_Reset)>("QVSIM_Reset")();
