@@ -255,13 +255,13 @@ uint32_t QV_IO_GetDiscoveryEventData(const QV_IO_Event* event, const char* optio
  *   A refused connection may pass here; then the error callback reports QV_IO_ERROR_CONNECTION_LOST. No
  *   socket option is set.
  * Options of a USB link:
- *   `baudrate N`         line speed; without it the chip's configuration or the product decides, and a product
- *                        without a speed of its own needs the option
+ *   `baudrate N`         line speed; without it the chip's configuration or the product decides, and a
+ *                        product without a speed of its own needs the option
  *   `ftdi-flow-control`  "none", "rtscts" or "dtrdsr"; else as the speed
  *   `health-check N`     ms, 0 or 50 and above, default 250: how soon an unplugged chip is noticed; it is
- *                        reported as QV_IO_ERROR_CONNECTION_LOST once in that time. 0: only when bytes arrive
- *   `tx-timeout N`       ms, default 1000: a send that takes longer fails. The driver holds a write that long,
- *                        and closing waits for it; with 0 the driver may hold it without limit
+ *                        reported as QV_IO_ERROR_CONNECTION_LOST once in that time. 0: only when bytes come
+ *   `tx-timeout N`       ms, default 1000: a send that takes longer fails. The driver holds a write that
+ *                        long, and closing waits for it; with 0 the driver may hold it without limit
  *   `rx-timeout N`       ms, default 1000: the driver's, for one read
  *   `ftdi-latency N`     ms, 1 to 255, default 2: how long the chip collects bytes
  *   `product-name TEXT`  only a chip with this description; may be repeated
