@@ -11,6 +11,7 @@
 
 #include "quorvio/quorvio.h"
 #include "sim/ftdi/control.h"
+#include "util/system_call.h"
 
 namespace qvtest {
 namespace {
@@ -45,8 +46,9 @@ std::string UseWith(const std::string& folder) {
   const auto command = "LD_LIBRARY_PATH=" + folder + " QVIO_TEST_USE=1 " + self + " 2>&1";
   FILE* const pipe = ::popen(command.c_str(), "r");
   std::string output;
-  for (int character = std::fgetc(pipe); character != EOF; character = std::fgetc(pipe))
-    output += static_cast<char>(character);
+  char byte = 0;
+  const auto read = [&] { return ::read(::fileno(pipe), &byte, 1); };
+  while (cppu::Uninterrupted(read) == 1) output += byte;
   ::pclose(pipe);
   return output.substr(output.find("constructed"));
 }
