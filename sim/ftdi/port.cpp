@@ -40,7 +40,7 @@ template <class Condition>
 bool WaitFor(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
              std::chrono::milliseconds timeout, std::chrono::steady_clock::time_point start,
              Condition condition) {
-  if (timeout > 0ms) return changed.wait_until(lock, start + timeout, condition);
+  if (timeout.count() > 0) return changed.wait_until(lock, start + timeout, condition);
   changed.wait(lock, condition);
   return true;
 }

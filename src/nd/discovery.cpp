@@ -25,6 +25,8 @@ using qvio::Failure;
 using qvio::NetworkLocatorFormat;
 using std::chrono::milliseconds;
 
+constexpr std::chrono::seconds kFreshFor{3};
+
 /// What listens on one local address. Destroying it waits for the host's thread: never with a lock held, and
 /// never on a thread that delivers an event.
 struct DiscoverChannel {
@@ -108,8 +110,7 @@ std::shared_ptr<DiscoverChannel> GetOrCreateDiscoverChannel(QuorviNDState& state
 
 std::vector<SearchTask> StartSearches(const ChannelList& channels, milliseconds timeout, bool force,
                                       const std::string& serialNumber) {
-  using namespace std::chrono_literals;
-  const auto freshnessLimit = std::chrono::steady_clock::now() - 3s;
+  const auto freshnessLimit = std::chrono::steady_clock::now() - kFreshFor;
   std::vector<SearchTask> searches;
   for (const auto& channel : channels) {
     // The time of the last search is never set, so that every call searches: a list that is up to 3 s old

@@ -47,6 +47,8 @@ Result Read(Handle handle, std::size_t size) {
 Result Write(Handle handle, const std::string& bytes) {
   return Transfer(Find<Api::FT_Write>("FT_Write"), handle, bytes);
 }
+// The driver takes the text as writable.
+// cppcheck-suppress passedByValue
 uint32_t Open(std::string serial, Handle& handle) {
   return Find<Api::FT_OpenEx>("FT_OpenEx")(serial.data(), kOpenBySerialNumber, &handle);
 }

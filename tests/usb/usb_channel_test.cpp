@@ -182,6 +182,7 @@ TEST_F(Usb, GivesTheChipsId) {
 TEST_F(Usb, BearsManyThreadsThatOpenListAndClose) {
   std::atomic<int> opened = 0;
   std::vector<std::thread> threads;
+  threads.reserve(16);
   for (int i = 0; i < 16; ++i) {
     threads.emplace_back([&, i] {
       constexpr std::array kLocators{"usb:sn:SLOW", "usb:sn:FAST", "usb:ix:0", "usb:id:1001", "usb:sn:DUAL"};

@@ -23,6 +23,8 @@ void RequireDriver(uint32_t status) { Require(status == d2xx::Ok, QV_IO_ERROR_DR
 
 }  // namespace
 
+// The driver takes the text as writable.
+// cppcheck-suppress passedByValue
 std::optional<Chip> Chip::openBySerialNumber(const D2xxFunctions& functions, std::string serialNumber) {
   d2xx::Handle handle = nullptr;
   if (functions.FT_OpenEx(serialNumber.data(), d2xx::kOpenBySerialNumber, &handle) != d2xx::Ok) return {};

@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <array>
 
 namespace qvio {
@@ -67,12 +68,12 @@ bool FtdiDriver::load() {
   void* const chipId = ::dlopen("libftchipid.so", RTLD_NOW);
   if (driver == nullptr || chipId == nullptr) return false;
   ::dlerror();  // forgets what an application left behind
-  for (const auto& entry : kEntryPoints) {
+  return std::ranges::all_of(kEntryPoints, [&](const EntryPoint& entry) {
     void* const address = ::dlsym(entry.library == Library::Driver ? driver : chipId, entry.name);
     if (::dlerror() != nullptr) return false;
     entry.store(functions_, address);
-  }
-  return true;
+    return true;
+  });
 }
 
 void FtdiDriver::onLibraryLoad() {
