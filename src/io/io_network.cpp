@@ -1,8 +1,8 @@
 #include "io/io_network.h"
 
 #include <chrono>
-#include <exception>
 #include <limits>
+#include <stdexcept>
 #include <utility>
 
 #include "io/tcp_connect.h"
@@ -28,7 +28,7 @@ uint16_t ReadPort(std::string_view field) {
   uint32_t port = kLargestPort + 1;
   try {
     port = cppu::ToUint32(std::string(field));
-  } catch (const std::exception&) {
+  } catch (const std::logic_error&) {
     throw Failure(QV_IO_ERROR_INVALID_ARGUMENT);
   }
   Require(port <= kLargestPort, QV_IO_ERROR_INVALID_ARGUMENT);

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <exception>
 #include <optional>
 #include <span>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -67,7 +67,7 @@ template <class Value>
 void ConvertItem(const cppu::OptionsMap::Item& item, Value& value) {
   try {
     Convert(item.value, value);
-  } catch (const std::exception&) {
+  } catch (const std::logic_error&) {  // what else comes, no memory for instance, is not the text's fault
     throw OptionsError("Conversion of " + item.key + " failed");
   }
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <stdexcept>
 #include <vector>
 
 #include "io/ftdi/protocol_id.h"
@@ -22,7 +23,7 @@ std::optional<uint32_t> ReadFilter(const char* key, const std::string& text) {
   if (text.empty()) return {};
   try {
     return cppu::ToUint32(text);
-  } catch (const std::exception&) {
+  } catch (const std::logic_error&) {
     throw OptionsError("Conversion of " + std::string(key) + " failed");
   }
 }
