@@ -31,10 +31,26 @@ bool DeviceFilter::accepts(const DiscoverInfo& info) const {
 bool DeviceFilter::onDiscoverInfo(const DiscoverInfo& info) {
   if (!accepts(info)) return true;
   const auto effect = known_.with([&](KnownDevices& known) { return apply(info, known); });
-  if (effect.added) added_(info);
-  if (effect.changed) changed_(info, {Change::AvailabilityChanged});
-  if (effect.removed) removed_(info);
+  try {
+    if (effect.added) added_(info);
+    if (effect.changed) changed_(info, {Change::AvailabilityChanged});
+    if (effect.removed) removed_(info);
+  } catch (...) {
+    known_.with([&](KnownDevices& known) { undo(effect, info, known); });
+    throw;
+  }
   return true;
+}
+
+/// After a callback that has thrown: the device's next answer is told like this one.
+void DeviceFilter::undo(const Effect& effect, const DiscoverInfo& info, KnownDevices& known) {
+  const auto position = known.find(info);
+  if (position == known.end()) return;
+  if (effect.added) {
+    known.erase(position);
+  } else if (effect.changed) {
+    position->Available = !info.Available;
+  }
 }
 
 DeviceFilter::Effect DeviceFilter::apply(const DiscoverInfo& info, KnownDevices& known) const {
@@ -69,19 +85,16 @@ void DeviceFilter::search(std::chrono::milliseconds timeout, const std::string& 
   host_->discover(deviceType_, serialNumber);
   if (timeout.count() > 0) std::this_thread::sleep_for(timeout);
   // Told after the lock is let go: the callback takes locks that come before this one.
-  const auto silent = known_.with([&](KnownDevices& known) {
-    std::vector<DiscoverInfo> dropped;
-    for (auto position = known.begin(); position != known.end();) {
-      if (position->LastSeen < start) {
-        dropped.push_back(*position);
-        position = known.erase(position);
-      } else {
-        ++position;
-      }
-    }
-    return dropped;
-  });
-  for (const auto& info : silent) removed_(info);
+  auto silent = known_.with([&](KnownDevices& known) { return known.takeOlderThan(start); });
+  try {
+    for (; !silent.empty(); silent.pop_front()) removed_(silent.front());
+  } catch (...) {
+    // The next search tells it, and those that come after it.
+    known_.with([&](KnownDevices& known) {
+      for (const auto& info : silent) known.append(info);
+    });
+    throw;
+  }
 }
 
 }  // namespace quorvind

@@ -60,6 +60,7 @@ class DeviceFilter {
 
   [[nodiscard]] bool accepts(const DiscoverInfo& info) const;
   Effect apply(const DiscoverInfo& info, KnownDevices& known) const;
+  static void undo(const Effect& effect, const DiscoverInfo& info, KnownDevices& known);
   static bool update(DiscoverInfo& known, const DiscoverInfo& info);
   static bool removeUnavailable(KnownDevices::Position position, const DiscoverInfo& info,
                                 KnownDevices& known);

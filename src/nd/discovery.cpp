@@ -102,9 +102,11 @@ std::shared_ptr<DiscoverChannel> GetOrCreateDiscoverChannel(QuorviNDState& state
   if (known != state.registry.end()) {
     if (auto channel = known->second.lock()) return channel;
   }
-  auto channel = MakeChannel(address);
   PurgeExpired(state);
-  state.registry[address] = channel;
+  auto& entry =
+      state.registry[address];  // first: once the channel runs, nothing may throw that releases it here
+  auto channel = MakeChannel(address);
+  entry = channel;
   return channel;
 }
 
@@ -126,11 +128,12 @@ std::vector<SearchTask> StartSearches(const ChannelList& channels, milliseconds 
 uint32_t DiscoverDevices(QuorviNDState& state, const IP4Set& addresses, milliseconds timeout, bool force,
                          ChannelList& channels, const std::string& serialNumber) {
   if (addresses.empty()) return QV_IO_ERROR_INVALID_ARGUMENT;
+  channels.reserve(addresses.size());  // so that no channel is released under the lock for want of memory
   std::unique_lock lock(state.mutex);
   try {
     for (const auto& address : addresses) channels.push_back(GetOrCreateDiscoverChannel(state, address));
   } catch (const QuorviNDException& failure) {
-    Log(LogCategory::Warnings, failure.what());
+    LogWarning("Interface not usable", failure.what());
     return QV_IO_ERROR_INVALID_ARGUMENT;
   }
   PurgeExpired(state);
@@ -178,20 +181,17 @@ std::vector<Heard> HeardBy(const ChannelList& channels) {
 /// What the channels that there are have heard, without a search. For a thread that delivers an event: the
 /// channels are released by a later caller, since that would wait.
 std::vector<Heard> HeardSoFar(QuorviNDState& state, const IP4Set& addresses) {
-  ChannelList channels;
-  std::unique_lock lock(state.mutex);
+  std::vector<Heard> heard;
+  const std::lock_guard lock(state.mutex);
+  auto& deferred = state.deferred;
+  deferred.reserve(deferred.size() + addresses.size());
   for (const auto& address : addresses) {
     const auto known = state.registry.find(address);
     if (known == state.registry.end()) continue;
-    if (auto channel = known->second.lock()) channels.push_back(std::move(channel));
-  }
-  lock.unlock();
-  auto heard = HeardBy(channels);
-  lock.lock();
-  for (auto& channel : channels) {
-    auto& deferred = state.deferred;
+    const auto channel = known->second.lock();  // not the last one: the list has it
+    if (!channel) continue;
     if (std::ranges::find(deferred, channel) == deferred.end()) deferred.push_back(channel);
-    channel.reset();  // not the last one: the list has it
+    heard.push_back({address, channel->filter->devices()});
   }
   return heard;
 }
@@ -210,19 +210,24 @@ decltype(auto) WithInterfaces(Action action) {
   try {
     return action();
   } catch (const QuorviNDException& failure) {
-    Log(LogCategory::Warnings, failure.what());
+    LogWarning("Interface not usable", failure.what());
     throw Failure(QV_IO_ERROR_INVALID_ARGUMENT);
   }
 }
 
-/// Caller holds the state's mutex.
+/// Caller holds the state's mutex, under which `released` keeps every channel alive, whatever throws.
 void Watch(QuorviNDState& state, const IP4Set& addresses, ReleasedChannels& released) {
+  released.reserve(released.size() + state.active.size() + addresses.size());
   std::erase_if(state.active, [&](auto& entry) {
     if (addresses.contains(entry.first)) return false;
     released.push_back(std::move(entry.second));
     return true;
   });
-  for (const auto& address : addresses) state.active[address] = GetOrCreateDiscoverChannel(state, address);
+  for (const auto& address : addresses) {
+    auto channel = GetOrCreateDiscoverChannel(state, address);
+    released.push_back(channel);
+    state.active[address] = std::move(channel);
+  }
 }
 
 }  // namespace
@@ -268,6 +273,7 @@ void AdoptGlobalOptions(const qvio::GlobalOptions& options, DiscoveryEvents& eve
   auto& state = State();
   const std::lock_guard lock(state.mutex);
   state.events = &events;
+  released.reserve(state.deferred.size());
   for (auto& channel : std::exchange(state.deferred, {})) released.push_back(std::move(channel));
   if (!options.locatorFormatNetwork.empty())
     state.format = qvio::ReadNetworkLocatorFormat(options.locatorFormatNetwork);

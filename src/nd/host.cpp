@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <exception>
 #include <mutex>
+#include <new>
 #include <random>
 #include <string_view>
 #include <utility>
@@ -27,6 +28,15 @@ void RequireAddressed(uint32_t deviceType, const std::string& serialNumber) {
     throw InvalidArgumentException("Must address specific device");
 }
 
+/// What those get who wait for an answer of a host that ends; that there is no memory, where that is so.
+std::exception_ptr Cancelled() noexcept {
+  try {
+    return std::make_exception_ptr(RequestCancelledException("Cancelled"));
+  } catch (const std::bad_alloc&) {
+    return std::current_exception();
+  }
+}
+
 }  // namespace
 
 class Host::Core {
@@ -37,7 +47,7 @@ class Host::Core {
   /// Host::stop but for the thread, which is handed over.
   cppu::Thread stop();
 
-  void cancelPending();
+  void cancelPending() noexcept;
 
   void discover(uint32_t deviceType, const std::string& serialNumber);
 
@@ -92,8 +102,8 @@ cppu::Thread Host::Core::stop() {
   return thread;
 }
 
-void Host::Core::cancelPending() {
-  const auto cancelled = std::make_exception_ptr(RequestCancelledException("Cancelled"));
+void Host::Core::cancelPending() noexcept {
+  const auto cancelled = Cancelled();
   const std::lock_guard lock(mutex_);
   configurationQueries.failAll(cancelled);
   resets.failAll(cancelled);
@@ -175,7 +185,7 @@ void Host::Core::run(const std::shared_ptr<Connection>& connection) {
 }
 
 void Host::Core::rest(const std::shared_ptr<Connection>& connection, std::string_view failure) {
-  Log(LogCategory::Warnings, "Host could not process a datagram: " + std::string(failure));
+  LogWarning("Host could not process a datagram", failure);
   std::unique_lock lock(mutex_);
   stopped_.wait_for(lock, kRestAfterFault, [&] { return connection_ != connection; });
 }
@@ -255,7 +265,7 @@ Host::~Host() {
   try {
     stop();
   } catch (const QuorviNDException& failure) {
-    Log(LogCategory::Warnings, failure.what());
+    LogWarning("Could not stop a host", failure.what());
   }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <list>
 #include <unordered_map>
@@ -16,7 +17,6 @@ class KnownDevices {
  public:
   using Position = std::list<DiscoverInfo>::iterator;
 
-  [[nodiscard]] Position begin() { return list_.begin(); }
   [[nodiscard]] Position end() { return list_.end(); }
 
   /// The same device, or end().
@@ -25,16 +25,28 @@ class KnownDevices {
     return found != index_.end() ? found->second : list_.end();
   }
 
-  /// The device must not be known.
+  /// Does nothing when the device is known.
   void append(const DiscoverInfo& info) {
-    const auto position = list_.insert(list_.end(), info);
-    index_.emplace(std::cref(*position), position);
+    std::list<DiscoverInfo> node{info};
+    if (index_.try_emplace(std::cref(node.front()), node.begin()).second) list_.splice(list_.end(), node);
   }
 
   /// Returns the position after it.
   Position erase(Position position) {
     index_.erase(std::cref(*position));
     return list_.erase(position);
+  }
+
+  /// Takes out those that were last seen before the moment.
+  std::list<DiscoverInfo> takeOlderThan(std::chrono::steady_clock::time_point moment) noexcept {
+    std::list<DiscoverInfo> taken;
+    for (auto position = list_.begin(); position != list_.end();) {
+      const auto device = position++;
+      if (device->LastSeen >= moment) continue;
+      index_.erase(std::cref(*device));
+      taken.splice(taken.end(), list_, device);
+    }
+    return taken;
   }
 
   [[nodiscard]] std::vector<DiscoverInfo> copy() const { return {list_.begin(), list_.end()}; }

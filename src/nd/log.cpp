@@ -1,6 +1,7 @@
 #include "nd/log.h"
 
 #include <atomic>
+#include <exception>
 #include <mutex>
 #include <system_error>
 #include <utility>
@@ -40,9 +41,22 @@ void Log(LogCategory category, const std::string& line) {
   if (log.sink) log.sink(line);
 }
 
-void LogSystemWarning(std::string_view text, int error) {
+void LogWarning(std::string_view text, std::string_view detail) noexcept {
+  if (!IsLogged(LogCategory::Warnings)) return;
+  try {
+    Log(LogCategory::Warnings, std::string(text).append(": ").append(detail));
+  } catch (const std::exception&) {
+    return;  // no memory for the line
+  }
+}
+
+void LogSystemWarning(std::string_view text, int error) noexcept {
   if (error == 0 || !IsLogged(LogCategory::Warnings)) return;
-  Log(LogCategory::Warnings, std::string(text) + ": " + std::generic_category().message(error));
+  try {
+    LogWarning(text, std::generic_category().message(error));
+  } catch (const std::exception&) {
+    return;  // as above
+  }
 }
 
 }  // namespace quorvind

@@ -27,7 +27,11 @@ bool IsLogged(LogCategory category) noexcept;
 /// Writes the line if its category is logged.
 void Log(LogCategory category, const std::string& line);
 
-/// Logs "TEXT: " and the system's text for `error`; nothing when that is 0.
-void LogSystemWarning(std::string_view text, int error);
+/// Logs "TEXT: DETAIL" as a warning. A line that there is no memory for is left out, since handlers call
+/// this: what they tell of may be just that.
+void LogWarning(std::string_view text, std::string_view detail) noexcept;
+
+/// The same with the system's text for `error`; nothing when that is 0.
+void LogSystemWarning(std::string_view text, int error) noexcept;
 
 }  // namespace quorvind

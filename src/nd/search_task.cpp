@@ -16,7 +16,7 @@ SearchTask::SearchTask(DeviceFilter& filter, std::chrono::milliseconds timeout,
   try {
     thread_ = cppu::Thread("qvio-search", [task] { (*task)(); });
   } catch (const std::exception& failure) {
-    Log(LogCategory::Warnings, std::string("Could not start a search: ") + failure.what());
+    LogWarning("Could not start a search", failure.what());
   }
 }
 
@@ -25,9 +25,9 @@ bool SearchTask::succeeds() {
     outcome_.get();  // a task that was never run gives a broken promise
     return true;
   } catch (const std::exception& failure) {
-    Log(LogCategory::Warnings, std::string("Search failed: ") + failure.what());
+    LogWarning("Search failed", failure.what());
   } catch (...) {
-    Log(LogCategory::Warnings, "Search failed: unknown failure");
+    LogWarning("Search failed", "unknown failure");
   }
   return false;
 }
