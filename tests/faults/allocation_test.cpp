@@ -1,0 +1,52 @@
+// Every allocation of the library failing once, on whatever thread it is made.
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+
+#include "faults/allocations.h"
+#include "faults/uses.h"
+#include "support/process.h"
+#include "support/wait.h"
+
+namespace qvtest {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// Whether all memory and descriptors are given back; a thread that was told to end may take a moment.
+bool IsBalanced(long blocks, std::size_t descriptors) {
+  return Eventually([&] { return LiveBlocks() <= blocks && Descriptors() == descriptors; });
+}
+
+void ExpectToBearEveryFailure(const Use& use) {
+  FailAllocation(0);  // which allocates when it is called first
+  const auto good = use.once(kGenerous);
+  const auto again = use.once(kGenerous);  // what is made once is there now
+  EXPECT_EQ(again.text(), good.text());
+  const auto blocks = LiveBlocks();
+  const auto descriptors = Descriptors();
+  long nth = 1;
+  for (;; ++nth) {
+    FailAllocation(nth);
+    const auto answers = use.once(100ms);
+    if (!HasFailed()) break;
+    const bool works = Eventually([&] { return use.once(kGenerous).text() == good.text(); });
+    const bool balanced = IsBalanced(blocks, descriptors);
+    const auto where = std::string(use.name) + ", allocation " + std::to_string(nth) + ": " + answers.text();
+    ASSERT_TRUE(answers.areThoseOf(good)) << where << "; a good one is " << good.text();
+    ASSERT_TRUE(works) << where;
+    ASSERT_TRUE(balanced) << where << "; blocks leaked: " << LiveBlocks() - blocks;
+  }
+  std::printf("%-10s %4ld allocations failed\n", use.name, nth - 1);
+  EXPECT_GT(nth, 5) << "the library's allocations are reached";
+}
+
+TEST(Allocation, FailsInEveryPlaceWithAResultAndNoLeak) {
+  const Devices devices;
+  for (const auto& use : devices.uses()) ExpectToBearEveryFailure(use);
+}
+
+}  // namespace
+}  // namespace qvtest
