@@ -64,7 +64,8 @@ bool DescriptorChannel::receiveOnce(std::span<uint8_t> buffer) {
 
   // Asked before every read: a reset connection thus shows as 0 bytes, and its error stays for the next send.
   int waiting = 0;
-  if (::ioctl(fd_.get(), FIONREAD, &waiting) < 0) return fault(QV_IO_ERROR_RECEIVE_FAILED);
+  const auto asked = cppu::Uninterrupted([&] { return ::ioctl(fd_.get(), FIONREAD, &waiting); });
+  if (asked < 0) return fault(QV_IO_ERROR_RECEIVE_FAILED);
   if (waiting < 1) return fault(kind_.nothingReady);
   return receiveBytes(buffer, waiting);
 }
