@@ -14,7 +14,8 @@
 namespace qvtest {
 namespace {
 
-constexpr uint32_t kMissing = QV_IO_ERROR_DRIVER_FAILURE;  ///< what did not come, though no call failed
+constexpr uint32_t kFailed = QV_IO_ERROR_DRIVER_FAILURE;
+constexpr uint32_t kMissing = kFailed;  ///< what did not come, though no call failed
 constexpr std::size_t kTextSize = 4096;
 
 /// What a callback is waited for.
@@ -45,7 +46,7 @@ void UseChannel(const std::string& locator, const std::string& options, Patience
   const auto onError = [](void* user, uint32_t code) { static_cast<Awaited*>(user)->come(code); };
   uint32_t handle = 0;
   const auto opened = QV_IO_Open(&handle, locator.c_str(), options.c_str(), &answer, onReceive, onError);
-  if (!answers.add("open", opened, {QV_IO_ERROR_DEVICE_NOT_FOUND, QV_IO_ERROR_DRIVER_FAILURE})) return;
+  if (!answers.add("open", opened, {QV_IO_ERROR_DEVICE_NOT_FOUND, kFailed})) return;
   const auto sent = QV_IO_Send(handle, "*IDN?\n", 6);
   if (answers.add("send", sent, {QV_IO_ERROR_CONNECTION_LOST, QV_IO_ERROR_TRANSMIT_FAILED}))
     answers.add("answer", answer.await(QV_IO_OK, patience),
@@ -53,7 +54,7 @@ void UseChannel(const std::string& locator, const std::string& options, Patience
   std::array<char, kTextSize> text{};
   auto size = text.size();
   answers.add("property", QV_IO_GetProperty(handle, "ftdi-id", text.data(), &size),
-              {QV_IO_ERROR_PROPERTY_UNAVAILABLE, QV_IO_ERROR_DRIVER_FAILURE});
+              {QV_IO_ERROR_PROPERTY_UNAVAILABLE, kFailed});
   answers.add("close", QV_IO_Close(handle, 1));
 }
 
@@ -75,20 +76,20 @@ void List(const std::string& serialNumber, Answers& answers) {
   for (const auto* const options : {"iface-type usb\ninclude-all", "iface-type usb\nonly-locator"}) {
     auto size = text.size();
     answers.add("usb", QV_IO_EnumerateDevices(QV_IO_INTERFACE_ALL, options, text.data(), &size),
-                {QV_IO_ERROR_DRIVER_FAILURE, QV_IO_ERROR_QUERY_FAILED});
+                {kFailed, QV_IO_ERROR_QUERY_FAILED});
   }
   auto size = text.size();
   answers.add("chips",
               QV_IO_EnumerateDevices(QV_IO_INTERFACE_USB, "include-id\nforce-rescan", text.data(), &size),
-              {QV_IO_ERROR_DRIVER_FAILURE, QV_IO_ERROR_QUERY_FAILED});
+              {kFailed, QV_IO_ERROR_QUERY_FAILED});
   size = text.size();
   answers.add("interfaces", QV_IO_EnumerateInterfaces("iface-type network\ninclude-all", text.data(), &size),
-              {QV_IO_ERROR_DRIVER_FAILURE});
+              {kFailed});
   size = text.size();
   answers.add(
       "ports",
       QV_IO_EnumerateDevices(QV_IO_INTERFACE_ALL, "iface-type serial\nonly-locator", text.data(), &size),
-      {QV_IO_ERROR_NOT_SUPPORTED, QV_IO_ERROR_DRIVER_FAILURE});
+      {QV_IO_ERROR_NOT_SUPPORTED, kFailed});
 }
 
 void Watch(const std::string& serialNumber, Patience patience, Answers& answers) {
@@ -105,7 +106,7 @@ void Watch(const std::string& serialNumber, Patience patience, Answers& answers)
   };
   answers.add("callback", QV_IO_SetEventCallback(onEvent, &event));
   const auto watched = QV_IO_SetGlobalOptions("locator-format-network sn\ndiscovery-iface network:127.0.0.1");
-  if (answers.add("watch", watched, {QV_IO_ERROR_INVALID_ARGUMENT, QV_IO_ERROR_DRIVER_FAILURE})) {
+  if (answers.add("watch", watched, {QV_IO_ERROR_INVALID_ARGUMENT, kFailed})) {
     // Whatever an event was lost by, the next search brings it.
     auto heard = kMissing;
     for (int search = 0; search < 3 && heard != QV_IO_OK; ++search) {
@@ -113,11 +114,11 @@ void Watch(const std::string& serialNumber, Patience patience, Answers& answers)
       heard = event.came.await(QV_IO_OK, patience);
     }
     answers.add("event", heard, {kMissing});
-    answers.add("data", event.data, {QV_IO_ERROR_DRIVER_FAILURE});
+    answers.add("data", event.data, {kFailed});
     // Known by now: no search.
     UseChannel("network:sn:" + serialNumber, "", patience, answers);
   }
-  if (!answers.add("unwatch", QV_IO_SetGlobalOptions(nullptr), {QV_IO_ERROR_DRIVER_FAILURE}))
+  if (!answers.add("unwatch", QV_IO_SetGlobalOptions(nullptr), {kFailed}))
     answers.add("unwatch", QV_IO_SetGlobalOptions(nullptr));
   answers.add("callback", QV_IO_SetEventCallback(nullptr, nullptr));
 }
@@ -142,13 +143,26 @@ bool Answers::areStated() const {
   return std::ranges::all_of(std::span(answers_).first(count_), &Answer::isStated);
 }
 
+bool Answers::tellOfFailure() const {
+  return std::ranges::count(std::span(answers_).first(count_), kFailed, &Answer::result) != 0;
+}
+
 bool Answers::areThoseOf(const Answers& good) const {
   return std::ranges::all_of(std::span(answers_).first(count_), [&](const Answer& answer) {
-    return answer.result == QV_IO_ERROR_DRIVER_FAILURE ||
+    return answer.result == kFailed ||
            std::ranges::any_of(std::span(good.answers_).first(good.count_), [&](const Answer& other) {
              return other.result == answer.result && std::strcmp(other.call, answer.call) == 0;
            });
   });
+}
+
+Answers Use::undisturbed() const {
+  Answers answers;
+  static_cast<void>(Eventually([&] {
+    answers = once(std::chrono::seconds(1));
+    return !answers.tellOfFailure();
+  }));
+  return answers;
 }
 
 std::vector<Use> Devices::makeUses() const {

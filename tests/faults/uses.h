@@ -23,8 +23,9 @@ class Answers {
   /// As "open 0, send 9"; a result that is not stated is followed by "!".
   [[nodiscard]] std::string text() const;
   [[nodiscard]] bool areStated() const;
+  [[nodiscard]] bool tellOfFailure() const;  ///< of a system call, which memory counts as
 
-  /// Whether each of them is that of a good use or tells of a failed system call, which memory counts as.
+  /// Whether each of them is that of a good use or tells of a failure.
   [[nodiscard]] bool areThoseOf(const Answers& good) const;
 
  private:
@@ -50,6 +51,9 @@ struct Use {
     run(patience, answers);
     return answers;
   }
+
+  /// The answers while nothing fails. Repeated, since on a busy machine a search may end before the answer.
+  [[nodiscard]] Answers undisturbed() const;
 };
 
 /// The devices of the uses: simulated ones in processes of their own, so that no fault can hit them, and the

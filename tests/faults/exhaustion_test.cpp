@@ -1,0 +1,117 @@
+// Descriptors that run out, and child processes that must get none.
+
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "faults/uses.h"
+#include "quorvio/quorvio.h"
+#include "support/process.h"
+#include "support/wait.h"
+#include "util/unique_fd.h"
+
+namespace qvtest {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// No descriptor with a number from `end` on can be had during its life.
+class DescriptorsEndAt {
+ public:
+  explicit DescriptorsEndAt(rlim_t end) {
+    ::getrlimit(RLIMIT_NOFILE, &before_);
+    const rlimit few{end, before_.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &few);
+  }
+  DescriptorsEndAt(const DescriptorsEndAt&) = delete;
+  DescriptorsEndAt& operator=(const DescriptorsEndAt&) = delete;
+  ~DescriptorsEndAt() { ::setrlimit(RLIMIT_NOFILE, &before_); }
+
+ private:
+  rlimit before_{};
+};
+
+rlim_t LowestFreeDescriptor() { return static_cast<rlim_t>(cppu::UniqueFd(::dup(STDIN_FILENO)).get()); }
+
+TEST(Descriptors, RunOutInEveryPlaceWithAResultAndNoLeak) {
+  const Devices devices;
+  int disturbed = 0;
+  for (const auto& use : devices.uses()) {
+    const auto good = use.once(kGenerous);
+    const auto descriptors = Descriptors();
+    const auto first = LowestFreeDescriptor();
+    bool isUndisturbed = false;
+    for (rlim_t left = 0; left < 12; ++left) {
+      Answers answers;
+      {
+        const DescriptorsEndAt end(first + left);
+        use.run(40ms, answers);
+      }
+      isUndisturbed = answers.text() == good.text();
+      disturbed += isUndisturbed ? 0 : 1;
+      EXPECT_TRUE(answers.areStated()) << use.name << " with " << left << " left: " << answers.text();
+      EXPECT_EQ(use.undisturbed().text(), good.text()) << "it works afterwards";
+      EXPECT_TRUE(Eventually([&] { return Descriptors() == descriptors; }));
+    }
+    EXPECT_TRUE(isUndisturbed) << use.name << ": more are needed than the test has tried";
+  }
+  EXPECT_GT(disturbed, 10);
+}
+
+/// Starts a shell that says by its exit status how many descriptors it has.
+pid_t StartChild(int round) {
+  std::string shell = "/bin/sh";
+  std::string option = "-c";
+  std::string count = "set -- /proc/self/fd/*; exit $#";
+  const std::array<char*, 4> arguments{shell.data(), option.data(), count.data(), nullptr};
+  pid_t child = -1;
+  if (round % 2 == 0) {
+    child = ::fork();
+    if (child == 0) {
+      ::execv(shell.c_str(), arguments.data());
+      ::_exit(255);
+    }
+  } else {  // which is a vfork inside
+    EXPECT_EQ(::posix_spawn(&child, shell.c_str(), nullptr, nullptr, arguments.data(), environ), 0);
+  }
+  return child;
+}
+
+int DescriptorsOf(pid_t child) {
+  int status = 0;
+  EXPECT_EQ(::waitpid(child, &status, 0), child);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(Descriptors, AreNotInheritedByAThousandChildren) {
+  const Devices devices;
+  const auto inherited = DescriptorsOf(StartChild(0));
+  std::atomic<bool> done = false;
+  std::vector<std::thread> users;
+  std::atomic<int> rounds = 0;
+  for (const auto& use : devices.uses()) {
+    users.emplace_back([&] {
+      // Whether a device is new to the watching use depends on the others.
+      for (; !done; ++rounds) EXPECT_TRUE(use.once(40ms).areStated());
+    });
+  }
+  for (int batch = 0; batch < 20; ++batch) {
+    std::array<pid_t, 50> children{};
+    for (int round = 0; auto& child : children) child = StartChild(round++);
+    for (const auto child : children) EXPECT_EQ(DescriptorsOf(child), inherited);
+  }
+  done = true;
+  for (auto& user : users) user.join();
+  EXPECT_GT(rounds, 50) << "there was traffic";
+}
+
+}  // namespace
+}  // namespace qvtest
