@@ -25,7 +25,7 @@ class SearchTask {
   [[nodiscard]] bool succeeds();
 
  private:
-  std::future<void> outcome_;
+  std::future<bool> outcome_;
   cppu::Thread thread_;
 };
 
