@@ -1,5 +1,6 @@
 #include "nd/device_filter.h"
 
+#include <new>
 #include <thread>
 #include <utility>
 
@@ -35,14 +36,14 @@ bool DeviceFilter::onDiscoverInfo(const DiscoverInfo& info) {
     if (effect.added) added_(info);
     if (effect.changed) changed_(info, {Change::AvailabilityChanged});
     if (effect.removed) removed_(info);
-  } catch (...) {
+  } catch (const std::bad_alloc&) {
     known_.with([&](KnownDevices& known) { undo(effect, info, known); });
     throw;
   }
   return true;
 }
 
-/// After a callback that has thrown: the device's next answer is told like this one.
+/// After a callback for which there was no memory: the device's next answer is told like this one.
 void DeviceFilter::undo(const Effect& effect, const DiscoverInfo& info, KnownDevices& known) {
   const auto position = known.find(info);
   if (position == known.end()) return;
@@ -88,7 +89,7 @@ void DeviceFilter::search(std::chrono::milliseconds timeout, const std::string& 
   auto silent = known_.with([&](KnownDevices& known) { return known.takeOlderThan(start); });
   try {
     for (; !silent.empty(); silent.pop_front()) removed_(silent.front());
-  } catch (...) {
+  } catch (const std::bad_alloc&) {
     // The next search tells it, and those that come after it.
     known_.with([&](KnownDevices& known) {
       for (const auto& info : silent) known.append(info);

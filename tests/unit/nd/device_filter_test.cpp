@@ -123,5 +123,24 @@ TEST(DeviceFilter, HearsItsHostAndLeavesIt) {
   EXPECT_TRUE(net->isDealtWith());
 }
 
+TEST(DeviceFilter, TellsAgainWhatACallbackCouldNotTake) {
+  int failures = 0;
+  std::string told;
+  const auto tell = [&](const char* event) {
+    return [&, event](const DiscoverInfo& info, auto... /*change*/) {
+      if (failures-- > 0) throw std::bad_alloc();
+      told += event + Name(info);
+    };
+  };
+  DeviceFilter filter(std::make_shared<Host>(), tell("+"), tell("~"), tell("-"), kAnyDeviceType, 0, false);
+  for (const bool available : {true, false}) {
+    failures = 1;
+    EXPECT_THROW(filter.onDiscoverInfo(Device("A", available)), std::bad_alloc);
+    filter.onDiscoverInfo(Device("A", available));
+    filter.onDiscoverInfo(Device("A", available));
+  }
+  EXPECT_EQ(told, "+A1 ~A0 ");
+}
+
 }  // namespace
 }  // namespace quorvind
