@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "util/system_call.h"
 #include "util/unique_fd.h"
 
 namespace qvtest {
@@ -44,7 +45,9 @@ class Program {
 
   [[nodiscard]] std::string line() const {
     std::string text;
-    for (char byte = 0; ::read(output_.get(), &byte, 1) == 1 && byte != '\n';) text += byte;
+    char byte = 0;
+    const auto read = [&] { return ::read(output_.get(), &byte, 1); };
+    while (cppu::Uninterrupted(read) == 1 && byte != '\n') text += byte;
     return text;
   }
 
@@ -55,7 +58,8 @@ class Program {
 
   int exitCode() {
     int status = 0;
-    ::waitpid(std::exchange(pid_, -1), &status, 0);
+    const auto pid = std::exchange(pid_, -1);
+    cppu::Uninterrupted([&] { return ::waitpid(pid, &status, 0); });
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
 
