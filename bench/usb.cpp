@@ -1,8 +1,6 @@
 // USB through the stand-in driver, beside a hand-written receive thread over the same driver. To be run with
 // LD_LIBRARY_PATH=BUILD/lib/sim.
 
-#include <dlfcn.h>
-
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -18,7 +16,7 @@
 #include "io/ftdi/receive_event.h"
 #include "limit_table.h"
 #include "quorvio/quorvio.h"
-#include "sim/ftdi/control.h"
+#include "sim/ftdi/stand_in.h"
 
 namespace qvbench {
 namespace {
@@ -31,21 +29,12 @@ constexpr int kRounds = 61;
 constexpr int kPerRound = 500;
 constexpr std::size_t kChips = 64;
 
-/// The control functions of the stand-in.
-void* StandIn() {
-  static void* const driver = ::dlopen("libftd2xx.so", RTLD_NOW);
-  Require(driver != nullptr, "dlopen of the stand-in driver");
-  return driver;
-}
-
 void SetChips(const std::string& chips) {
-  const auto set = reinterpret_cast<decltype(QVSIM_SetChips)*>(::dlsym(StandIn(), "QVSIM_SetChips"));
+  const auto set = qvsim::StandIn().find<decltype(QVSIM_SetChips)>("QVSIM_SetChips");
   Require(set(chips.c_str()) == 1, "QVSIM_SetChips");
 }
 
-uint64_t TotalCalls() {
-  return reinterpret_cast<decltype(QVSIM_TotalCalls)*>(::dlsym(StandIn(), "QVSIM_TotalCalls"))();
-}
+uint64_t TotalCalls() { return qvsim::StandIn().find<decltype(QVSIM_TotalCalls)>("QVSIM_TotalCalls")(); }
 
 /// What an application would write for itself: a thread that sleeps in the driver's event, asks, and reads.
 class HandWritten {

@@ -1,32 +1,16 @@
 #pragma once
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
-#include <stdexcept>
 #include <string>
 
-#include "sim/ftdi/control.h"
+#include "sim/ftdi/stand_in.h"
 #include "support/channel.h"
 #include "support/process.h"
 
 namespace qvtest {
 
-/// The control functions of the stand-in driver that this process uses.
-class StandIn {
- public:
-  StandIn() : driver_(::dlopen("libftd2xx.so", RTLD_NOW)) {
-    if (driver_ == nullptr) throw std::runtime_error("run with LD_LIBRARY_PATH=build/lib/sim");
-  }
-
-  template <class Function>
-  [[nodiscard]] Function* find(const char* name) const {
-    return reinterpret_cast<Function*>(::dlsym(driver_, name));
-  }
-
- private:
-  void* driver_;
-};
+using qvsim::StandIn;
 
 /// Simulated chips for one test.
 class Usb : public testing::Test {
