@@ -19,8 +19,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr std::size_t kReadBuffer = 65536;     // large reads cost a third for each byte of 1024-byte ones
-constexpr auto kRestAfterFault = 10ms;         // a vanished peer must not cost a core
+constexpr std::size_t kReadBuffer = 65536;  // large reads cost a third for each byte of 1024-byte ones
+constexpr auto kRestAfterFault = 10ms;      // a vanished peer must not cost a core
+constexpr auto kLookAgain = 20ms;
 constexpr auto kPatienceWithStalledPeer = 1s;  // for a send that is in progress when the channel is closed
 
 bool WouldBlock(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
@@ -134,14 +135,24 @@ long DescriptorChannel::writeSome(std::span<const uint8_t> bytes) const {
   });
 }
 
+/// Looks in steps: a terminal may have room again without waking those who wait for it. Seen only at the end
+/// of the time, that would pass for progress and cost the time once more.
+bool DescriptorChannel::becomesWritable(std::chrono::milliseconds patience) const {
+  std::array<pollfd, 1> entry{{{fd_.get(), POLLOUT, 0}}};
+  const auto limit = std::chrono::steady_clock::now() + patience;
+  int ready = 0;
+  for (auto now = limit - patience; ready == 0 && now < limit; now = std::chrono::steady_clock::now())
+    ready = cppu::PollUntil(entry, std::min(limit, now + kLookAgain));
+  return ready > 0;
+}
+
 /// Waits until the device takes bytes again: without limit while the channel is open, for the patience with a
 /// stalled peer once it is being closed. False when the waiting is over.
 bool DescriptorChannel::waitWritable() const {
   std::array<pollfd, 2> entries{{{fd_.get(), POLLOUT, 0}, {stop_->fd(), POLLIN, 0}}};
   if (cppu::PollUntil(entries, {}) < 0) return false;
   if (entries[0].revents != 0) return true;
-  const auto limit = std::chrono::steady_clock::now() + kPatienceWithStalledPeer;
-  return cppu::PollUntil(std::span(entries).first(1), limit) > 0;
+  return becomesWritable(kPatienceWithStalledPeer);
 }
 
 }  // namespace qvio

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -52,6 +53,7 @@ class DescriptorChannel : public IoDevice {
   // Sending; caller holds sendMutex_.
   [[nodiscard]] long writeSome(std::span<const uint8_t> bytes) const;
   [[nodiscard]] bool waitWritable() const;
+  [[nodiscard]] bool becomesWritable(std::chrono::milliseconds patience) const;
 
   const DescriptorKind& kind_;
   /// Guards the descriptor against being closed during a send, and keeps sends apart. Held for a whole send;
