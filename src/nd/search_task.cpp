@@ -1,7 +1,6 @@
 #include "nd/search_task.h"
 
 #include <exception>
-#include <memory>
 
 #include "nd/log.h"
 
@@ -26,23 +25,18 @@ bool Succeeds(DeviceFilter& filter, std::chrono::milliseconds timeout, const std
 
 SearchTask::SearchTask(DeviceFilter& filter, std::chrono::milliseconds timeout,
                        const std::string& serialNumber) {
-  // Shared, because the body of a thread must be copyable.
-  const auto task = std::make_shared<std::packaged_task<bool()>>(
-      [&filter, timeout, serialNumber] { return Succeeds(filter, timeout, serialNumber); });
-  outcome_ = task->get_future();
   try {
-    thread_ = cppu::Thread("qvio-search", [task] { (*task)(); });
+    thread_ = cppu::Thread("qvio-search", [&filter, timeout, serialNumber, succeeded = succeeded_] {
+      *succeeded = Succeeds(filter, timeout, serialNumber);
+    });
   } catch (const std::exception& failure) {
     LogWarning("Could not start a search", failure.what());
   }
 }
 
 bool SearchTask::succeeds() {
-  try {
-    return outcome_.get();
-  } catch (const std::future_error&) {
-    return false;  // its thread was never started
-  }
+  if (thread_.joinable()) thread_.join();
+  return *succeeded_;
 }
 
 }  // namespace quorvind

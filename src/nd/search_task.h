@@ -1,8 +1,7 @@
 #pragma once
 
 #include <chrono>
-#include <functional>
-#include <future>
+#include <memory>
 #include <string>
 
 #include "nd/device_filter.h"
@@ -25,7 +24,8 @@ class SearchTask {
   [[nodiscard]] bool succeeds();
 
  private:
-  std::future<bool> outcome_;
+  /// Written by the thread, read after it was joined. Shared, because the task may be moved meanwhile.
+  std::shared_ptr<bool> succeeded_ = std::make_shared<bool>(false);
   cppu::Thread thread_;
 };
 
