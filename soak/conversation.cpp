@@ -152,7 +152,7 @@ void Conversation::retire(std::unique_ptr<Session> session) {
 void Conversation::makeFault(Random& random) {
   const std::lock_guard lock(mutex_);
   if (faultTarget_ == nullptr || !faultTarget_->isEstablished() || faultTarget_->hasCause()) return;
-  const auto faults = peer_->faults();
+  const auto faults = FaultsOf(kind_);
   const auto fault = faults[Draw<std::size_t>(random, 0, faults.size() - 1)];
   faultTarget_->expectLoss(NameOf(fault));
   peer_->suffer(fault);

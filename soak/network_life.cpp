@@ -22,12 +22,12 @@ void Add(qvsim::ControllerGroup& group, const std::string& serialNumber) {
 
 }  // namespace
 
-NetworkLife::NetworkLife(Workshop& workshop, Ledger& ledger, bool hasInterface)
-    : ledger_(ledger), hasInterface_(hasInterface), onLoopback_(workshop.loop, {.spread = 5ms}) {
+NetworkLife::NetworkLife(Ledger& ledger, bool hasInterface)
+    : ledger_(ledger), hasInterface_(hasInterface), onLoopback_(loop_, {.spread = 5ms}) {
   for (int number = 0; number < kControllers; ++number) Add(onLoopback_, SerialNumber(number));
   if (!hasInterface) return;
   onInterface_ = std::make_unique<qvsim::ControllerGroup>(
-      workshop.loop, qvsim::GroupSettings{.address = "10.77.9.1", .spread = 0ms});
+      loop_, qvsim::GroupSettings{.address = "10.77.9.1", .spread = 0ms});
   Add(*onInterface_, "SOAK-SECOND");
 }
 
@@ -95,8 +95,8 @@ void NetworkLife::switchInterface(Worker& worker) {
     worker.pause(20ms, 300ms);
     if (!PrivateNetwork::ip("link set qvsoak up")) ledger_.violation("the interface cannot be switched on");
     ledger_.add("interface down and up");
-    onInterface_->setAvailable("SOAK-SECOND", Draw(worker.random(), 0, 1) == 1);
     worker.pause(100ms, 1500ms);
+    onInterface_->setAvailable("SOAK-SECOND", Draw(worker.random(), 0, 1) == 1);
   }
 }
 

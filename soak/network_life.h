@@ -4,7 +4,6 @@
 #include <memory>
 
 #include "ledger.h"
-#include "peer.h"
 #include "quorvio/quorvio.h"
 #include "sim/controller_group.h"
 #include "workers.h"
@@ -16,7 +15,7 @@ namespace qvsoak {
 class NetworkLife {
  public:
   /// @param hasInterface  there is the interface qvsoak with the address 10.77.9.1, in a network of our own
-  NetworkLife(Workshop& workshop, Ledger& ledger, bool hasInterface);
+  NetworkLife(Ledger& ledger, bool hasInterface);
   NetworkLife(const NetworkLife&) = delete;
   NetworkLife& operator=(const NetworkLife&) = delete;
   ~NetworkLife();
@@ -34,6 +33,7 @@ class NetworkLife {
 
   Ledger& ledger_;
   const bool hasInterface_;
+  qvsim::EventLoop loop_;  ///< of its own: answers must not wait for the traffic of channels
   qvsim::ControllerGroup onLoopback_;
   std::unique_ptr<qvsim::ControllerGroup> onInterface_;
   std::atomic<bool> expectsEvents_ = false;

@@ -20,11 +20,6 @@ class TcpPeer final : public Peer {
 
   [[nodiscard]] std::string locator() const override { return "network:127.0.0.1:" + std::to_string(port_); }
 
-  [[nodiscard]] std::span<const Fault> faults() const override {
-    static constexpr std::array kFaults{Fault::Vanishes, Fault::Closes, Fault::Resets, Fault::EndsSending};
-    return kFaults;
-  }
-
   void suffer(Fault fault) override {
     if (!device_) return;
     if (fault == Fault::EndsSending) return device_->halfCloseAll();
@@ -119,9 +114,9 @@ std::string NameOf(Fault fault) {
   return kNames.at(static_cast<std::size_t>(fault));
 }
 
-std::span<const Fault> Peer::faults() const {
-  static constexpr std::array kFaults{Fault::Vanishes};
-  return kFaults;
+std::span<const Fault> FaultsOf(Kind kind) {
+  static constexpr std::array kFaults{Fault::Vanishes, Fault::Closes, Fault::Resets, Fault::EndsSending};
+  return std::span(kFaults).first(kind == Kind::Tcp ? kFaults.size() : 1);
 }
 
 std::unique_ptr<Peer> MakePeer(Kind kind, Workshop& workshop, const std::string& chip) {

@@ -15,6 +15,9 @@ enum class Fault { Vanishes, Closes, Resets, EndsSending };
 
 std::string NameOf(Fault fault);
 
+/// Those that a kind of link knows.
+std::span<const Fault> FaultsOf(Kind kind);
+
 /// The echoing device at the far end of one channel. One thread at a time.
 class Peer {
  public:
@@ -26,8 +29,6 @@ class Peer {
   [[nodiscard]] virtual std::string locator() const = 0;
   [[nodiscard]] virtual const char* options() const { return ""; }
 
-  /// The faults that this kind of link knows.
-  [[nodiscard]] virtual std::span<const Fault> faults() const;
   virtual void suffer(Fault fault) = 0;
   virtual void comeBack() = 0;
 

@@ -36,7 +36,7 @@ std::vector<std::string> ChipNames() {
 
 /// Everything that takes part, before the first thread starts.
 struct Scene {
-  Scene(Ledger& ledger, bool hasInterface) : life(workshop, ledger, hasInterface) {
+  Scene(Ledger& ledger, bool hasInterface) : life(ledger, hasInterface) {
     SetChips(workshop, ChipNames());
     for (std::size_t number = 0; number < QV_IO_HANDLE_COUNT; ++number)
       conversations.emplace_back(kKinds.at(number % kKinds.size()), number, workshop, ledger, pace);

@@ -57,7 +57,7 @@ void Subject::receive() {
 void Subject::sendUntilBlocked() {
   peer_->stall(true);
   sender_ = std::thread([this] {
-    const std::vector<char> bytes(kMoreThanFits);
+    static const std::vector<char> bytes(kMoreThanFits);  // one for all: making it takes its time
     sendResult_ = QV_IO_Send(handle_, bytes.data(), bytes.size());
   });
   Await([&] { return peer_->holdsUp(); }, "a peer that holds up a send");
