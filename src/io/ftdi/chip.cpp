@@ -11,6 +11,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
+constexpr uint32_t kLargestUserArea = 65536;  // no EEPROM comes near; a size above is none
 constexpr uint8_t kDataBits = 8;
 constexpr uint8_t kOneStopBit = 0;
 constexpr uint8_t kNoParity = 0;
@@ -44,6 +45,7 @@ void Chip::close() noexcept {
 std::vector<uint8_t> Chip::readUserArea() const {
   uint32_t size = 0;
   RequireDriver(functions_->FT_EE_UASize(handle_, &size));
+  Require(size <= kLargestUserArea, QV_IO_ERROR_DRIVER_FAILURE);
   std::vector<uint8_t> area(size + 1);  // an empty area, too, needs an address to be read to
   uint32_t read = 0;
   RequireDriver(functions_->FT_EE_UARead(handle_, area.data(), size, &read));
