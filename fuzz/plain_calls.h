@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstdint>
+#include <initializer_list>
+
+#include "random_texts.h"
+#include "script.h"
+
+namespace qvfuzz {
+
+/// One call of a function that has to do with no handle, chosen by the script, and its checks.
+void MakePlainCall(Script& script, RandomTexts& texts);
+
+/// Takes back what such calls have set.
+void EndPlainCalls();
+
+/// The result is one of those that the header states for the function.
+void CheckResult(uint32_t result, std::initializer_list<uint32_t> stated);
+
+}  // namespace qvfuzz

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <string>
+
+#include "script.h"
+
+namespace qvfuzz {
+
+/// Locators and option texts out of an input, kept from doing harm: nothing but simulated devices is opened,
+/// searches are short and few, and without a private network nothing is sent to any host.
+class RandomTexts {
+ public:
+  explicit RandomTexts(bool networkIsPrivate)
+      : searches_(networkIsPrivate ? kSearches : 0), networkIsPrivate_(networkIsPrivate) {}
+
+  std::string locator(Script& script) const;
+
+  /// For settings.
+  std::string options(Script& script);
+
+  /// For what may search.
+  std::string searchOptions(Script& script);
+
+ private:
+  static constexpr int kSearches = 3;  ///< in one input: they take milliseconds
+
+  int searches_;
+  bool networkIsPrivate_;
+};
+
+}  // namespace qvfuzz
