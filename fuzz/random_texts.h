@@ -22,7 +22,7 @@ class RandomTexts {
   std::string searchOptions(Script& script);
 
  private:
-  static constexpr int kSearches = 3;  ///< in one input: they take milliseconds
+  static constexpr int kSearches = 2;  ///< in one input: they take milliseconds
 
   int searches_;
   bool networkIsPrivate_;
