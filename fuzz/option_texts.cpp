@@ -89,8 +89,11 @@ void CheckSerial(const OptionsMap& options, const std::optional<SerialOptions>& 
 
 void CheckMap(const OptionsMap& options) {
   std::string written;
-  for (const auto& [key, value] : options.items())
-    written += value.empty() ? key + '\n' : key + ' ' + value + '\n';
+  for (const auto& [key, value] : options.items()) {
+    written += key;
+    if (!value.empty()) written.append(" ").append(value);
+    written += '\n';
+  }
   Check(OptionsMap(written).items() == options.items(), "options come back");
 }
 

@@ -69,17 +69,15 @@ void Session::step() {
 
 /// The next step on the receive thread of a channel, while this thread waits for it.
 void Session::callFromCallback() {
-  auto* const channel = model_.at(anyHandle());
+  const auto handle = anyHandle();
+  auto* const channel = model_.at(handle);
   if (callback_ != nullptr || channel == nullptr || !channel->echoes()) return;
+  channel->awaitEcho();  // what is on its way would be early
   callback_ = channel;
-  channel->runInCallback([this] { step(); },
-                         [&] {
-                           channel->expect("!");
-                           model_.forEachOpen([&](uint32_t handle, const OpenChannel& open) {
-                             if (&open == channel)
-                               Check(QV_IO_Send(handle, "!", 1) == QV_IO_OK, "an intact link takes bytes");
-                           });
-                         });
+  channel->expect("!");
+  channel->runInCallback(
+      [this] { step(); },
+      [handle] { Check(QV_IO_Send(handle, "!", 1) == QV_IO_OK, "an intact link takes bytes"); });
   callback_ = nullptr;
 }
 
@@ -181,7 +179,8 @@ void Session::closeOpen(uint32_t handle, OpenChannel& channel, bool wait) {
   if (link != nullptr) {
     --link->users;
     if (!waits) link->isReleased = false;
-    if (!waits || channel.isWaitingForEcho()) link->isQuiet = false;
+    const bool isDrained = waits && channel.echoes() && !channel.isWaitingForEcho();
+    if (link->kind == Link::Kind::Serial && !isDrained) link->isQuiet = false;
   }
   channel.expectNoEcho();
   Check(QV_IO_Close(handle, wait ? 1 : 0) == QV_IO_OK, "an open handle can be closed");
