@@ -23,6 +23,7 @@ bool IsBalanced(long blocks, std::size_t descriptors) {
 void ExpectToBearEveryFailure(const Use& use) {
   FailAllocation(0);  // which allocates when it is called first
   const auto good = use.undisturbed();
+  static_cast<void>(use.undisturbed());  // what is made once is there now
   const auto blocks = LiveBlocks();
   const auto descriptors = Descriptors();
   long nth = 1;
