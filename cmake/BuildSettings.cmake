@@ -10,11 +10,13 @@ target_link_libraries(quorvio_settings INTERFACE Threads::Threads)
 
 # An instrumented build holds symbols and libraries that the library itself has not.
 set(QUORVIO_INSTRUMENTED OFF)
+set(QUORVIO_SANITIZED OFF)
 if(QUORVIO_SANITIZE)
   target_compile_options(quorvio_settings INTERFACE
     -fsanitize=${QUORVIO_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
   target_link_options(quorvio_settings INTERFACE -fsanitize=${QUORVIO_SANITIZE})
   set(QUORVIO_INSTRUMENTED ON)
+  set(QUORVIO_SANITIZED ON)
 elseif(QUORVIO_COVERAGE)
   # Counters are atomic: several threads run the same line.
   target_compile_options(quorvio_settings INTERFACE --coverage -fprofile-update=atomic -O0)
