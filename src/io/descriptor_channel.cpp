@@ -84,6 +84,9 @@ bool DescriptorChannel::receiveBytes(std::span<uint8_t> buffer, long waiting) {
       // Callers without an error callback rely on seeing the -1; it counts like any other result.
       deliver(buffer.data(), static_cast<std::size_t>(got));
       stop_->wait(kRestAfterFault);
+      // The line was hung up after it had counted its bytes: asked anew it says so, read on it is empty for
+      // ever.
+      if (got == 0) return true;
     }
     waiting -= got;
   }

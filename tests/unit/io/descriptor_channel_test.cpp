@@ -94,6 +94,35 @@ TEST(DescriptorChannel, FailedReadsAreToldAndNeverKeepItFromClosing) {
   }
 }
 
+/// The two ends of a link whose peer goes while the channel reads.
+struct VanishingLink : Counts {
+  cppu::UniqueFd nearEnd;
+  cppu::UniqueFd farEnd;
+};
+
+/// At the empty message takes away what was counted behind it, and the peer.
+void Vanish(void* counts, const uint8_t* /*data*/, std::size_t length) {
+  auto& link = *static_cast<VanishingLink*>(static_cast<Counts*>(counts));
+  if (length != 0 || !link.farEnd) return;
+  std::array<char, 8> bytes{};
+  EXPECT_EQ(::read(link.nearEnd.get(), bytes.data(), bytes.size()), 5);
+  link.farEnd.reset();
+}
+
+TEST(DescriptorChannel, TellsOfAPeerThatWentBetweenTheCountAndTheRead) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()), 0);
+  VanishingLink link{{}, cppu::UniqueFd(ends[0]), cppu::UniqueFd(ends[1])};
+  EXPECT_EQ(::send(ends[1], "", 0, 0), 0);
+  EXPECT_EQ(::send(ends[1], "12345", 5, 0), 5);
+  const auto channel = std::make_shared<AnyChannel>(
+      kReporting, ChannelArguments{"serial:x", "", static_cast<Counts*>(&link), Vanish, CountNotice},
+      cppu::UniqueFd(::dup(ends[0])));
+  ASSERT_EQ(channel->open(channel), QV_IO_OK);
+  EXPECT_TRUE(Eventually([&] { return link.notices >= 2; }));
+  channel->close(true);
+}
+
 TEST(DescriptorChannel, SendsInPiecesAndReportsAFailedWrite) {
   std::array<int, 2> ends{};
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()), 0);
