@@ -57,7 +57,9 @@ void Visitor::visitBySerialNumber(Worker& worker) {
   if (result == QV_IO_OK) {
     close(worker.random(), handle, true);
     ledger_.add("visits, by serial number");
-  } else if (result == QV_IO_ERROR_DEVICE_NOT_FOUND || result == QV_IO_ERROR_NO_FREE_HANDLE) {
+  } else if (result == QV_IO_ERROR_NO_FREE_HANDLE) {
+    ledger_.add("opens without a free handle");
+  } else if (result == QV_IO_ERROR_DEVICE_NOT_FOUND) {
     ledger_.add("opens by serial number in vain");  // it leaves and comes back
   } else {
     ledger_.violation("an open by serial number failed: " + std::to_string(result));
