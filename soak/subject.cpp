@@ -100,12 +100,11 @@ void Subject::tidyUp() {
 
 void Subject::onReceive(void* self, const uint8_t* /*data*/, std::size_t length) {
   auto& subject = *static_cast<Subject*>(self);
-  if (subject.closesInCallback_.exchange(false)) {
-    subject.closeBegan_ = Clock::now();
-    QV_IO_Close(subject.handle_, 1);
-    subject.receiveThread_ = ::gettid();
-  }
   subject.received_ += length;
+  if (!subject.closesInCallback_.exchange(false)) return;
+  subject.closeBegan_ = Clock::now();
+  QV_IO_Close(subject.handle_, 1);
+  subject.receiveThread_ = ::gettid();  // last: whoever sees it may destroy the subject
 }
 
 void Subject::onError(void* self, uint32_t /*code*/) { ++static_cast<Subject*>(self)->notices_; }
