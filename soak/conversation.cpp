@@ -54,10 +54,10 @@ void Conversation::run(Worker& worker) {
 }
 
 bool Conversation::open(Worker& worker) {
-  session_ = std::make_unique<Session>(ledger_, name_, ++seed_);
-  if (isAway_) session_->expectLoss(kWasAway);
+  dialogue_ = std::make_unique<Dialogue>(ledger_, name_, ++seed_);
+  if (isAway_) dialogue_->expectLoss(kWasAway);
   worker.doing("opens");
-  const auto result = session_->open(*peer_);
+  const auto result = dialogue_->open(*peer_);
   if (result != QV_IO_OK) {
     judgeRefusal(worker, result);
     return false;
@@ -65,7 +65,7 @@ bool Conversation::open(Worker& worker) {
   ledger_.add(NameOf(kind_) + ": opens");
   triesSince_ = Clock::now();
   const std::lock_guard lock(mutex_);
-  faultTarget_ = session_.get();
+  faultTarget_ = dialogue_.get();
   return true;
 }
 
@@ -98,9 +98,9 @@ void Conversation::converse(Worker& worker) {
   const auto until = Clock::now() + std::chrono::milliseconds(life);
   while (worker.again() && Clock::now() < until) {
     worker.doing("sends");
-    if (!session_->send(DrawSize(random))) return;
+    if (!dialogue_->send(DrawSize(random))) return;
     worker.doing("waits for the echo");
-    if (!session_->awaitEcho(kOnTheirWay)) return;
+    if (!dialogue_->awaitEcho(kOnTheirWay)) return;
     worker.pause(std::chrono::microseconds(Draw<int64_t>(random, 0, 2 * pace_.rest().count())));
   }
 }
@@ -109,43 +109,43 @@ void Conversation::close(Worker& worker) {
   const auto ending = DrawEnding(worker.random());
   worker.doing("ends the conversation");
   const bool isClean = ending == Ending::Clean || ending == Ending::CleanWithoutWait;
-  if (isClean && !session_->hasCause()) std::ignore = session_->awaitEcho(0);
-  if (ending == Ending::InCallback) session_->closeFromCallback(DrawSize(worker.random()));
+  if (isClean && !dialogue_->hasCause()) std::ignore = dialogue_->awaitEcho(0);
+  if (ending == Ending::InCallback) dialogue_->closeFromCallback(DrawSize(worker.random()));
   {
     const std::lock_guard lock(mutex_);
     faultTarget_ = nullptr;
   }
-  const auto cause = session_->result().cause;
+  const auto cause = dialogue_->result().cause;
   // A connection to a port that nobody listens at may by chance get that very port and meet itself.
-  const bool metItself = cause == kWasAway && session_->isEstablished();
-  if (!cause.empty() && !metItself) session_->awaitNotice();
+  const bool metItself = cause == kWasAway && dialogue_->isEstablished();
+  if (!cause.empty() && !metItself) dialogue_->awaitNotice();
   worker.doing("closes");
   const bool wait = ending == Ending::Clean || ending == Ending::Abrupt;
-  session_->close(wait);
+  dialogue_->close(wait);
   ledger_.add(NameOf(kind_) + (ending == Ending::InCallback ? ": closes in a callback"
                                : wait                       ? ": closes with wait"
                                                             : ": closes without wait"));
   if (kind_ == Kind::Serial && !isAway_ && !(isClean && cause.empty())) renewPeer();
-  retire(std::move(session_));
+  retire(std::move(dialogue_));
   if (cause == kWasAway) awaitPeer(worker);
 }
 
-/// A terminal may still have bytes on their way, which the next session would get.
+/// A terminal may still have bytes on their way, which the next dialogue would get.
 void Conversation::renewPeer() {
-  session_->expectLoss("is replaced");  // of the handle that was closed without wait
+  dialogue_->expectLoss("is replaced");  // of the handle that was closed without wait
   const std::lock_guard lock(mutex_);
   peer_->suffer(Fault::Vanishes);
   peer_->comeBack();
 }
 
-void Conversation::retire(std::unique_ptr<Session> session) {
-  const auto result = session->result();
+void Conversation::retire(std::unique_ptr<Dialogue> dialogue) {
+  const auto result = dialogue->result();
   ledger_.add(NameOf(kind_) + ": bytes sent", result.sent);
   ledger_.add(NameOf(kind_) + ": bytes received", result.received);
   if (result.notices > 0)
     ledger_.add(NameOf(kind_) + ": notices explained, peer " + result.cause, result.notices);
   const auto now = Clock::now();
-  retired_.push_back({now, std::move(session)});
+  retired_.push_back({now, std::move(dialogue)});
   while (now - retired_.front().since > kLastCallback) retired_.pop_front();
 }
 

@@ -5,9 +5,9 @@
 #include <mutex>
 #include <string>
 
+#include "dialogue.h"
 #include "pace.h"
 #include "peer.h"
-#include "session.h"
 #include "workers.h"
 
 namespace qvsoak {
@@ -38,7 +38,7 @@ class Conversation {
   void converse(Worker& worker);
   void close(Worker& worker);
   void renewPeer();
-  void retire(std::unique_ptr<Session> session);
+  void retire(std::unique_ptr<Dialogue> dialogue);
 
   const Kind kind_;
   const std::string name_;
@@ -52,15 +52,15 @@ class Conversation {
   /// Closed without wait: a last callback may still come.
   struct Retired {
     Clock::time_point since;
-    std::unique_ptr<Session> session;
+    std::unique_ptr<Dialogue> dialogue;
   };
   std::deque<Retired> retired_;
 
   std::mutex mutex_;  ///< guards what follows; not held while the library is waited for
   std::unique_ptr<Peer> peer_;
   bool isAway_ = false;
-  Session* faultTarget_ = nullptr;    ///< the open session
-  std::unique_ptr<Session> session_;  ///< its own thread only
+  Dialogue* faultTarget_ = nullptr;     ///< the open dialogue
+  std::unique_ptr<Dialogue> dialogue_;  ///< its own thread only
 };
 
 }  // namespace qvsoak

@@ -15,14 +15,14 @@ namespace qvfuzz {
 
 /// The calls of one input on handles, each compared with the model. Calls come one at a time, on whatever
 /// thread.
-class Session {
+class CallSequence {
  public:
-  Session(Script script, Links& links);
-  Session(const Session&) = delete;
-  Session& operator=(const Session&) = delete;
+  CallSequence(Script script, Links& links);
+  CallSequence(const CallSequence&) = delete;
+  CallSequence& operator=(const CallSequence&) = delete;
 
   /// Closes everything and sees that nothing is left.
-  ~Session();
+  ~CallSequence();
 
   void run();
 

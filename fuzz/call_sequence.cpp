@@ -1,4 +1,4 @@
-#include "session.h"
+#include "call_sequence.h"
 
 #include <array>
 #include <chrono>
@@ -20,10 +20,10 @@ constexpr std::size_t kMostOpens = 160;
 
 }  // namespace
 
-Session::Session(Script script, Links& links)
+CallSequence::CallSequence(Script script, Links& links)
     : script_(script), links_(links), texts_(links.hasDiscovery()) {}
 
-Session::~Session() {
+CallSequence::~CallSequence() {
   model_.forEachOpen([this](uint32_t handle, OpenChannel& channel) {
     if (channel.echoes()) channel.awaitEcho();
     closeOpen(handle, channel, true);
@@ -35,11 +35,11 @@ Session::~Session() {
   links_.restore();
 }
 
-void Session::run() {
+void CallSequence::run() {
   for (int steps = 0; steps < kSteps && !script_.ended(); ++steps) step();
 }
 
-void Session::step() {
+void CallSequence::step() {
   switch (script_.below(16)) {
     case 0:
     case 1:
@@ -68,7 +68,7 @@ void Session::step() {
 }
 
 /// The next step on the receive thread of a channel, while this thread waits for it.
-void Session::callFromCallback() {
+void CallSequence::callFromCallback() {
   const auto handle = anyHandle();
   auto* const channel = model_.at(handle);
   if (callback_ != nullptr || channel == nullptr || !channel->echoes()) return;
@@ -82,7 +82,7 @@ void Session::callFromCallback() {
 }
 
 /// Mostly an open one.
-uint32_t Session::anyHandle() {
+uint32_t CallSequence::anyHandle() {
   const auto choice = script_.byte();
   if (choice >= 240) return script_.number();
   std::vector<uint32_t> open;
@@ -90,8 +90,8 @@ uint32_t Session::anyHandle() {
   return open.empty() || choice >= 224 ? choice % 66U : open[choice % open.size()];
 }
 
-OpenChannel* Session::open(Link* link, const std::string& locator, const std::string& options,
-                           uint32_t& result) {
+OpenChannel* CallSequence::open(Link* link, const std::string& locator, const std::string& options,
+                                uint32_t& result) {
   const auto choice = script_.byte();
   const bool hasReceive = choice % 8 != 1;
   const bool hasError = choice / 8 % 4 != 1;
@@ -113,18 +113,18 @@ OpenChannel* Session::open(Link* link, const std::string& locator, const std::st
 }
 
 /// The last link, a dual-channel chip, takes 10 ms to open: rarely.
-void Session::openKnown() {
+void CallSequence::openKnown() {
   auto& links = links_.all();
   const auto choice = script_.below(64);
   open(choice == 63 ? links.back() : links[choice % (links.size() - 1)]);
 }
 
-void Session::openMany() {
+void CallSequence::openMany() {
   auto& link = links_.all()[2];
   for (int times = 0; times <= QV_IO_HANDLE_COUNT; ++times) open(link);
 }
 
-void Session::open(Link& link) {
+void CallSequence::open(Link& link) {
   if (channels_.size() >= kMostOpens) return;
   const bool isUsb = link.kind == Link::Kind::Usb;
   if (link.kind == Link::Kind::Serial && link.users > 0) {  // they read each other's bytes
@@ -144,7 +144,7 @@ void Session::open(Link& link) {
   if (channel != nullptr) ++link.users;
 }
 
-void Session::openRandom() {
+void CallSequence::openRandom() {
   if (script_.byte() < 16) {
     uint32_t handle = 0;
     Check(QV_IO_Open(nullptr, "usb:ix:0", nullptr, nullptr, nullptr, nullptr) == QV_IO_ERROR_INVALID_ARGUMENT,
@@ -165,7 +165,7 @@ void Session::openRandom() {
   for (auto& link : links_.all()) link.isReleased = false;  // it may be any chip
 }
 
-void Session::close() {
+void CallSequence::close() {
   const auto handle = anyHandle();
   const auto wait = script_.byte() % 3U;
   auto* const channel = model_.at(handle);
@@ -173,7 +173,7 @@ void Session::close() {
   Check(QV_IO_Close(handle, wait) == QV_IO_ERROR_INVALID_HANDLE, "a handle that is not open is refused");
 }
 
-void Session::closeOpen(uint32_t handle, OpenChannel& channel, bool wait) {
+void CallSequence::closeOpen(uint32_t handle, OpenChannel& channel, bool wait) {
   const bool waits = wait && &channel != callback_;
   auto* const link = channel.link();
   if (link != nullptr) {
@@ -188,7 +188,7 @@ void Session::closeOpen(uint32_t handle, OpenChannel& channel, bool wait) {
   model_.closed(handle);
 }
 
-void Session::send() {
+void CallSequence::send() {
   const auto handle = anyHandle();
   const auto repeat = script_.byte();
   std::string bytes(script_.text());
@@ -206,7 +206,7 @@ void Session::send() {
   CheckResult(result, {QV_IO_OK, QV_IO_ERROR_CONNECTION_LOST, QV_IO_ERROR_TRANSMIT_FAILED});
 }
 
-void Session::getProperty() {
+void CallSequence::getProperty() {
   constexpr std::array<const char*, 4> kKeys{"ftdi-id", "", "available", nullptr};
   const auto handle = anyHandle();
   const auto* const key = script_.oneOf(kKeys);
@@ -225,12 +225,12 @@ void Session::getProperty() {
   Check(call.result == QV_IO_ERROR_PROPERTY_UNAVAILABLE, "a TCP link has no properties");
 }
 
-void Session::awaitEcho() {
+void CallSequence::awaitEcho() {
   auto* const channel = model_.at(anyHandle());
   if (channel != nullptr && channel != callback_ && channel->echoes()) channel->awaitEcho();
 }
 
-void Session::loseTcpPeers() {
+void CallSequence::loseTcpPeers() {
   model_.forEachOpen([](uint32_t, OpenChannel& channel) {
     if (channel.link() != nullptr && channel.link()->kind == Link::Kind::Tcp) channel.peerIsGone();
   });

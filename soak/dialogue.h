@@ -17,13 +17,13 @@ namespace qvsoak {
 /// One handle from its opening to its closing, with an echoing peer: what is sent must come back, and nothing
 /// else; a notice must have a cause; after a close with wait there must be no callback. What is not so is
 /// told to the ledger. It must outlive the last callback.
-class Session {
+class Dialogue {
  public:
   /// @param name  of the channel, for the ledger
-  Session(Ledger& ledger, std::string name, uint64_t seed);
-  Session(const Session&) = delete;
-  Session& operator=(const Session&) = delete;
-  ~Session() = default;
+  Dialogue(Ledger& ledger, std::string name, uint64_t seed);
+  Dialogue(const Dialogue&) = delete;
+  Dialogue& operator=(const Dialogue&) = delete;
+  ~Dialogue() = default;
 
   /// From now on notices and failed sends have this cause. Any thread, before the fault is made.
   void expectLoss(const std::string& cause);

@@ -1,4 +1,4 @@
-#include "session.h"
+#include "dialogue.h"
 
 #include <utility>
 #include <vector>
@@ -14,27 +14,27 @@ constexpr auto kPatience = 20s;  ///< far above what anything takes on a loaded 
 
 }  // namespace
 
-Session::Session(Ledger& ledger, std::string name, uint64_t seed)
+Dialogue::Dialogue(Ledger& ledger, std::string name, uint64_t seed)
     : ledger_(ledger), name_(std::move(name)), stream_(seed) {}
 
-void Session::expectLoss(const std::string& cause) {
+void Dialogue::expectLoss(const std::string& cause) {
   const std::lock_guard lock(mutex_);
   if (cause_.empty()) cause_ = cause;
 }
 
-uint32_t Session::open(const Peer& peer) {
+uint32_t Dialogue::open(const Peer& peer) {
   // A peer that stalls for a moment must not end a send.
   const auto options = std::string(peer.options()) + "\ntx-timeout 20000";
   return QV_IO_Open(&handle_, peer.locator().c_str(), options.c_str(), this, onReceive, onError);
 }
 
 template <class Condition>
-bool Session::await(Condition condition) {
+bool Dialogue::await(Condition condition) {
   std::unique_lock lock(mutex_);
   return changed_.wait_for(lock, kPatience, condition);
 }
 
-bool Session::send(std::size_t size) {
+bool Dialogue::send(std::size_t size) {
   std::vector<uint8_t> piece(size);
   {
     const std::lock_guard lock(mutex_);
@@ -48,7 +48,7 @@ bool Session::send(std::size_t size) {
   return result == QV_IO_OK;
 }
 
-bool Session::awaitEcho(uint64_t onTheirWay) {
+bool Dialogue::awaitEcho(uint64_t onTheirWay) {
   if (!await([&] { return notices_ > 0 || sent_ - received_ <= onTheirWay; })) {
     const auto so = result();
     blame(so.cause.empty() ? std::to_string(so.sent - so.received) + " bytes did not come back"
@@ -59,26 +59,26 @@ bool Session::awaitEcho(uint64_t onTheirWay) {
   return notices_ == 0;
 }
 
-void Session::awaitNotice() {
+void Dialogue::awaitNotice() {
   if (!await([&] { return notices_ > 0 || isTaken_; })) blame("not told that the peer " + result().cause);
 }
 
-bool Session::isEstablished() const {
+bool Dialogue::isEstablished() const {
   const std::lock_guard lock(mutex_);
   return received_ > 0 && notices_ == 0 && !isTaken_;
 }
 
-bool Session::hasCause() const {
+bool Dialogue::hasCause() const {
   const std::lock_guard lock(mutex_);
   return !cause_.empty();
 }
 
-bool Session::takeHandle() {
+bool Dialogue::takeHandle() {
   const std::lock_guard lock(mutex_);
   return !std::exchange(isTaken_, true);
 }
 
-void Session::close(bool wait) {
+void Dialogue::close(bool wait) {
   if (!takeHandle()) return;
   if (const auto result = QV_IO_Close(handle_, wait ? 1 : 0); result != QV_IO_OK)
     blame("closing failed: " + std::to_string(result));
@@ -86,7 +86,7 @@ void Session::close(bool wait) {
   isSilent_ = wait;
 }
 
-void Session::closeFromCallback(std::size_t size) {
+void Dialogue::closeFromCallback(std::size_t size) {
   {
     const std::lock_guard lock(mutex_);
     closesAt_ = sent_ + 1;
@@ -97,19 +97,19 @@ void Session::closeFromCallback(std::size_t size) {
   close(false);  // the link was lost before
 }
 
-Session::Result Session::result() const {
+Dialogue::Result Dialogue::result() const {
   const std::lock_guard lock(mutex_);
   return {sent_, received_, notices_, cause_};
 }
 
-void Session::onReceive(void* self, const uint8_t* data, std::size_t length) {
-  static_cast<Session*>(self)->receive({data, length});
+void Dialogue::onReceive(void* self, const uint8_t* data, std::size_t length) {
+  static_cast<Dialogue*>(self)->receive({data, length});
 }
 
-void Session::onError(void* self, uint32_t code) { static_cast<Session*>(self)->notice(code); }
+void Dialogue::onError(void* self, uint32_t code) { static_cast<Dialogue*>(self)->notice(code); }
 
 /// Receive thread.
-void Session::receive(std::span<const uint8_t> bytes) {
+void Dialogue::receive(std::span<const uint8_t> bytes) {
   {
     const std::lock_guard lock(mutex_);
     if (isSilent_) blame("bytes after the close");
@@ -127,7 +127,7 @@ void Session::receive(std::span<const uint8_t> bytes) {
 }
 
 /// Receive thread.
-void Session::notice(uint32_t code) {
+void Dialogue::notice(uint32_t code) {
   const std::lock_guard lock(mutex_);
   if (isSilent_) blame("a notice after the close");
   if (cause_.empty()) blame("notice " + std::to_string(code) + " without a cause");
