@@ -16,6 +16,9 @@ using std::chrono::milliseconds;
 constexpr uint32_t kBroadcast = 1;  // network ids of a connection over one interface
 constexpr uint32_t kMulticast = 2;
 constexpr int64_t kReceiveTimeoutMs = 60000;
+// More are lost, as in a device's full receive buffer: else a flood of searches would be answered long after
+// it.
+constexpr std::size_t kMostWaiting = 100;
 
 IP4 ReadAddress(const std::string& text) {
   const auto address = IP4FromString(text);
@@ -58,8 +61,12 @@ void ControllerGroup::receive() {
   while (connection_->Receive(networkId, sender, datagram, kReceiveTimeoutMs)) {
     QV_ND_Packet packet;
     if (!DecodePacket(datagram, packet) || (packet.OpCode & 0x80U) != 0) continue;
+    if (waiting_ >= kMostWaiting) continue;
+    ++waiting_;
     loop_.post([this, alive = std::weak_ptr(alive_), packet, networkId] {
-      if (!alive.expired()) handle(packet, networkId);
+      if (alive.expired()) return;
+      --waiting_;
+      handle(packet, networkId);
     });
   }
 }

@@ -77,6 +77,7 @@ class ControllerGroup {
   std::shared_ptr<quorvind::Connection> connection_;
   bool hasBroadcast_;
   std::atomic<std::size_t> requestsHeard_ = 0;
+  std::atomic<std::size_t> waiting_ = 0;  ///< requests on their way to the loop's thread
   // Loop's thread only:
   std::chrono::milliseconds spread_;
   DiscoveryFaults faults_;
