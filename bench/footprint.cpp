@@ -101,12 +101,13 @@ void MeasureMemory() {
 
 void MeasureIdleChannels() {
   constexpr double kMeasurable = 0.01;  // the sleeping and counting of this program itself
+  constexpr auto kTime = 5s;
   Lines<QV_IO_HANDLE_COUNT> lines;
   OpenAll(lines);
   std::this_thread::sleep_for(500ms);  // until the last thread has gone to sleep
   const auto before = LookAtReceiveThreads();
   Require(before.count == lines.size() && before.switches > 0, "counting the receive threads");
-  const auto load = LoadDuring(5s);
+  const auto load = LoadDuring(kTime);
   PrintLimit("wake-ups of 64 idle channels in 5 s", LookAtReceiveThreads().switches - before.switches, 0, "");
   PrintLimit("processor time of 64 idle channels", load, kMeasurable, "% of a core");
 }

@@ -1,5 +1,6 @@
 #include "random_texts.h"
 
+#include <algorithm>
 #include <array>
 #include <string_view>
 
@@ -79,7 +80,7 @@ std::string JoinedLines(Script& script) {
 std::string RandomTexts::locator(Script& script) const {
   std::string text(script.oneOf(kLocatorStarts));
   text += script.text();
-  text = text.substr(0, text.find('\0'));
+  text.resize(std::min(text.find('\0'), text.size()));
   const auto kind = qvio::InterfaceTypeOf(text);
   if (kind == QV_IO_INTERFACE_SERIAL) text.insert(std::string_view("serial:").size(), "/dev/null/");
   if (kind == QV_IO_INTERFACE_NETWORK && !networkIsPrivate_) return "network:127.0.0.1:1";

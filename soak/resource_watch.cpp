@@ -17,6 +17,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
+constexpr auto kLeastPeriod = 500ms;  // a shorter one says little about the load
+
 /// How far the median of the last third may be above that of the second. Threads and descriptors come and go
 /// with channels and searches.
 struct Watched {
@@ -66,7 +68,7 @@ void ResourceWatch::run(Worker& worker, Pace& pace) {
     samples_.push_back(Resources::now());
     const std::chrono::duration<double> time = Clock::now() - before;
     const auto used = ProcessorSeconds();
-    if (time > 500ms) pace.adapt((used - usedBefore) / time.count());
+    if (time > kLeastPeriod) pace.adapt((used - usedBefore) / time.count());
     usedBefore = used;
     before = Clock::now();
   }
