@@ -63,7 +63,6 @@ bool Conversation::open(Worker& worker) {
     return false;
   }
   ledger_.add(NameOf(kind_) + ": opens");
-  triesSince_ = Clock::now();
   const std::lock_guard lock(mutex_);
   faultTarget_ = dialogue_.get();
   return true;
@@ -122,6 +121,7 @@ void Conversation::close(Worker& worker) {
   worker.doing("closes");
   const bool wait = ending == Ending::Clean || ending == Ending::Abrupt;
   dialogue_->close(wait);
+  triesSince_ = Clock::now();
   ledger_.add(NameOf(kind_) + (ending == Ending::InCallback ? ": closes in a callback"
                                : wait                       ? ": closes with wait"
                                                             : ": closes without wait"));
