@@ -25,10 +25,14 @@ struct Watched {
   const char* name;
   std::size_t Resources::*value;
   std::size_t growth;
+  std::size_t growthInShortRun;
 };
-constexpr std::array kWatched{Watched{"threads", &Resources::threads, 4},
-                              Watched{"descriptors", &Resources::descriptors, 8},
-                              Watched{"resident KiB", &Resources::residentKiB, 2048}};
+constexpr std::array kWatched{Watched{"threads", &Resources::threads, 4, 4},
+                              Watched{"descriptors", &Resources::descriptors, 8, 8},
+                              Watched{"resident KiB", &Resources::residentKiB, 2048, 16384}};
+/// Samples. In a shorter third memory is still warming up: what is over is kept for half a minute, and malloc
+/// takes what the busiest moment needed.
+constexpr std::size_t kLongThird = 60;
 
 std::size_t ResidentKiB() {
   std::ifstream file("/proc/self/statm");
@@ -78,7 +82,8 @@ void ResourceWatch::judge(Ledger& ledger) const {
   const auto third = samples_.size() / 3;
   if (third == 0) return;
   const std::span all(samples_);
-  for (const auto& [name, value, growth] : kWatched) {
+  for (const auto& [name, value, growthInLongRun, growthInShortRun] : kWatched) {
+    const auto growth = third < kLongThird ? growthInShortRun : growthInLongRun;
     const auto second = Median(all.subspan(third, third), value);
     const auto last = Median(all.last(third), value);
     const auto peak = std::ranges::max(all, {}, value).*value;
