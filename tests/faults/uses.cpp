@@ -109,14 +109,15 @@ void Watch(const std::string& serialNumber, Patience patience, Answers& answers)
   if (answers.add("watch", watched, {QV_IO_ERROR_INVALID_ARGUMENT, kFailed})) {
     // Whatever an event was lost by, the next search brings it.
     auto heard = kMissing;
+    bool isKnown = false;
     for (int search = 0; search < 3 && heard != QV_IO_OK; ++search) {
-      answers.add("search", Find(serialNumber), {QV_IO_ERROR_INVALID_ARGUMENT, kMissing});
+      isKnown = answers.add("search", Find(serialNumber), {QV_IO_ERROR_INVALID_ARGUMENT, kMissing});
       heard = event.came.await(QV_IO_OK, patience);
     }
     answers.add("event", heard, {kMissing});
     answers.add("data", event.data, {kFailed});
-    // Known by now: no search.
-    UseChannel("network:sn:" + serialNumber, "", patience, answers);
+    // Without a search of its own. One that got its answer too late has taken the device out again.
+    if (isKnown) UseChannel("network:sn:" + serialNumber, "", patience, answers);
   }
   if (!answers.add("unwatch", QV_IO_SetGlobalOptions(nullptr), {kFailed}))
     answers.add("unwatch", QV_IO_SetGlobalOptions(nullptr));
