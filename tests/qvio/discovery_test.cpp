@@ -26,6 +26,12 @@ class QvioDiscovery : public testing::Test {
     (*controllers_)->setAvailable("T-2", false);
   }
 
+  /// With time for the answer on a loaded machine. With a type there is no search, which would take it all.
+  static Words patiently(Words words) {
+    words.insert(words.end(), {"--timeout", "20000"});
+    return words;
+  }
+
   static Outcome run(Words words, const std::string& input = "") {
     words.insert(words.end(), {"--iface", kLoopback});
     return RunQvio(words, input);
@@ -105,13 +111,13 @@ TEST_F(QvioDiscovery, SaysWhatIsWrongAndWhatHelps) {
 }
 
 TEST_F(QvioDiscovery, ConfiguresADevice) {
-  const auto configured = [&] { return run({"config", "get", "T-2"}).output; };
+  const auto configured = [&] { return run(patiently({"config", "get", "T-2", "--type", "8"})).output; };
   const std::string preset =
       "ip       127.0.0.1\nmask     255.255.255.0\ngateway  127.0.0.254\ndhcp     off\n";
   EXPECT_EQ(configured(), preset);
   EXPECT_EQ(run({"config", "set", "T-2", "--ip", "127.0.0.9", "--yes"}).status, 0);
   EXPECT_EQ(configured(), "ip       127.0.0.9\nmask     255.255.255.0\ngateway  127.0.0.254\ndhcp     off\n");
-  EXPECT_EQ(run({"config", "set", "T-2", "--type", "8", "--dhcp", "--yes"}).status, 0);
+  EXPECT_EQ(run(patiently({"config", "set", "T-2", "--type", "8", "--dhcp", "--yes"})).status, 0);
   const auto json = nlohmann::json::parse(run({"config", "get", "T-2", "--json"}).output);
   EXPECT_EQ(json["dhcp"], true);
   EXPECT_EQ(json["ip"], "127.0.0.9");
@@ -125,13 +131,15 @@ TEST_F(QvioDiscovery, ConfiguresADevice) {
 
 TEST_F(QvioDiscovery, AsksBeforeItChangesAnything) {
   for (const bool yes : {false, true}) {
-    QvioTerminal terminal({"config", "set", "T-1", "--ip", "127.0.0.7", "--iface", kLoopback});
+    QvioTerminal terminal(
+        patiently({"config", "set", "T-1", "--type", "7", "--ip", "127.0.0.7", "--iface", kLoopback}));
     EXPECT_TRUE(terminal.shows("127.0.0.1 -> 127.0.0.7")) << terminal.screen();
     EXPECT_TRUE(terminal.shows("Change it? [y/N]"));
     terminal.type(yes ? "y\r" : "\r");
     EXPECT_TRUE(terminal.shows(yes ? "has done it" : "nothing was changed"));
     EXPECT_EQ(terminal.waitForEnd(), yes ? 0 : 1);
-    EXPECT_EQ(run({"config", "get", "T-1"}).output.find("127.0.0.7") != std::string::npos, yes);
+    const auto configured = run(patiently({"config", "get", "T-1", "--type", "7"})).output;
+    EXPECT_EQ(configured.find("127.0.0.7") != std::string::npos, yes);
   }
 }
 
