@@ -26,9 +26,9 @@ class QvioDiscovery : public testing::Test {
     (*controllers_)->setAvailable("T-2", false);
   }
 
-  /// With time for the answer on a loaded machine. With a type there is no search, which would take it all.
-  static Words patiently(Words words) {
-    words.insert(words.end(), {"--timeout", "20000"});
+  /// With time for the answer on a loaded machine. The type spares the search, which would take it all.
+  static Words patiently(Words words, const std::string& type) {
+    words.insert(words.end(), {"--type", type, "--timeout", "20000"});
     return words;
   }
 
@@ -111,20 +111,20 @@ TEST_F(QvioDiscovery, SaysWhatIsWrongAndWhatHelps) {
 }
 
 TEST_F(QvioDiscovery, ConfiguresADevice) {
-  const auto configured = [&] { return run(patiently({"config", "get", "T-2", "--type", "8"})).output; };
+  const auto configured = [&] { return run(patiently({"config", "get", "T-2"}, "8")).output; };
   const std::string preset =
       "ip       127.0.0.1\nmask     255.255.255.0\ngateway  127.0.0.254\ndhcp     off\n";
   EXPECT_EQ(configured(), preset);
   EXPECT_EQ(run({"config", "set", "T-2", "--ip", "127.0.0.9", "--yes"}).status, 0);
   EXPECT_EQ(configured(), "ip       127.0.0.9\nmask     255.255.255.0\ngateway  127.0.0.254\ndhcp     off\n");
-  EXPECT_EQ(run(patiently({"config", "set", "T-2", "--type", "8", "--dhcp", "--yes"})).status, 0);
-  const auto json = nlohmann::json::parse(run({"config", "get", "T-2", "--json"}).output);
+  EXPECT_EQ(run(patiently({"config", "set", "T-2", "--dhcp", "--yes"}, "8")).status, 0);
+  const auto json = nlohmann::json::parse(run(patiently({"config", "get", "T-2", "--json"}, "8")).output);
   EXPECT_EQ(json["dhcp"], true);
   EXPECT_EQ(json["ip"], "127.0.0.9");
-  EXPECT_EQ(run({"config", "reset", "T-2", "--yes"}).status, 0);
+  EXPECT_EQ(run(patiently({"config", "reset", "T-2", "--yes"}, "8")).status, 0);
   EXPECT_EQ(configured(), preset);
 
-  EXPECT_EQ(run({"info", "set", "T-1", "New axis", "--yes"}).status, 0);
+  EXPECT_EQ(run(patiently({"info", "set", "T-1", "New axis", "--yes"}, "7")).status, 0);
   EXPECT_NE(run({"list", "--kind", "network", "--timeout", "300"}).output.find("New axis"),
             std::string::npos);
 }
@@ -132,13 +132,13 @@ TEST_F(QvioDiscovery, ConfiguresADevice) {
 TEST_F(QvioDiscovery, AsksBeforeItChangesAnything) {
   for (const bool yes : {false, true}) {
     QvioTerminal terminal(
-        patiently({"config", "set", "T-1", "--type", "7", "--ip", "127.0.0.7", "--iface", kLoopback}));
+        patiently({"config", "set", "T-1", "--ip", "127.0.0.7", "--iface", kLoopback}, "7"));
     EXPECT_TRUE(terminal.shows("127.0.0.1 -> 127.0.0.7")) << terminal.screen();
     EXPECT_TRUE(terminal.shows("Change it? [y/N]"));
     terminal.type(yes ? "y\r" : "\r");
     EXPECT_TRUE(terminal.shows(yes ? "has done it" : "nothing was changed"));
     EXPECT_EQ(terminal.waitForEnd(), yes ? 0 : 1);
-    const auto configured = run(patiently({"config", "get", "T-1", "--type", "7"})).output;
+    const auto configured = run(patiently({"config", "get", "T-1"}, "7")).output;
     EXPECT_EQ(configured.find("127.0.0.7") != std::string::npos, yes);
   }
 }
