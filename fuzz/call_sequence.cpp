@@ -10,7 +10,7 @@
 #include "quorvio/quorvio.h"
 #include "support/wait.h"
 #include "text_buffer.h"
-#include "util/retired_threads.h"
+#include "util/thread.h"
 
 namespace qvfuzz {
 namespace {
@@ -29,7 +29,8 @@ CallSequence::~CallSequence() {
     closeOpen(handle, channel, true);
   });
   EndPlainCalls();
-  Check(cppu::Retired().joinAll(qvtest::kGenerous), "a closed channel ends");
+  Check(cppu::Threads::all().endAll(qvtest::kGenerous), "a closed channel ends");
+  cppu::Threads::all().reopen();
   for (const uint32_t handle : {0U, 1U, 63U, 64U})
     Check(QV_IO_Close(handle, 1) == QV_IO_ERROR_INVALID_HANDLE, "a closed handle is unknown");
   links_.restore();

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "api/event_record.h"
+#include "util/fork.h"
 
 namespace qvio {
 
@@ -26,19 +27,8 @@ void EventDispatcher::raise(quorvind::DiscoveryEvent event, PropertyRecord devic
   if (isStillWanted()) call(record);
 }
 
-bool EventDispatcher::isDelivering() const { return deliveringThread_ == ::pthread_self(); }
-
 void EventDispatcher::call(const QV_IO_Event& event) {
-  struct Delivery {
-    explicit Delivery(std::atomic<pthread_t>& mark) : thread(mark) { thread = ::pthread_self(); }
-    Delivery(const Delivery&) = delete;
-    Delivery& operator=(const Delivery&) = delete;
-    ~Delivery() { thread = pthread_t{}; }
-    std::atomic<pthread_t>& thread;
-  };
-  if (callback_ == nullptr) return;
-  const Delivery delivery(deliveringThread_);
-  callback_(userData_, event.type, &event);
+  if (callback_ != nullptr) cppu::CallApplication(callback_, userData_, event.type, &event);
 }
 
 }  // namespace qvio

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <pthread.h>
-
-#include <atomic>
 #include <functional>
 #include <mutex>
 
@@ -25,7 +22,6 @@ class EventDispatcher final : public quorvind::DiscoveryEvents {
 
   void raise(quorvind::DiscoveryEvent event, PropertyRecord device,
              const std::function<bool()>& isStillWanted) override;
-  [[nodiscard]] bool isDelivering() const override;
 
  private:
   void call(const QV_IO_Event& event);  // caller holds the global mutex
@@ -33,7 +29,6 @@ class EventDispatcher final : public quorvind::DiscoveryEvents {
   std::mutex& globalMutex_;  ///< guards callback and user data
   QV_IO_EventCallback callback_ = nullptr;
   void* userData_ = nullptr;
-  std::atomic<pthread_t> deliveringThread_{};  ///< 0: none; no thread has that number
 };
 
 }  // namespace qvio

@@ -1,6 +1,8 @@
 // The thirteen functions of the library: pointers are checked, one call goes inward, and what it throws
 // becomes a result code.
 
+#include <pthread.h>
+
 #include <cstring>
 #include <string_view>
 #include <utility>
@@ -20,6 +22,26 @@
 
 namespace qvio {
 namespace {
+
+/// Holds the cancellation of the calling thread off: ended in the middle of a call, it would leave locks and
+/// devices behind, and ends right after the call instead.
+class CancellationOff {
+ public:
+  CancellationOff() { ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
+  CancellationOff(const CancellationOff&) = delete;
+  CancellationOff& operator=(const CancellationOff&) = delete;
+  ~CancellationOff() { ::pthread_setcancelstate(before_, nullptr); }
+
+ private:
+  int before_ = PTHREAD_CANCEL_ENABLE;
+};
+
+/// What every function of the library does around its work.
+template <class Action>
+uint32_t Call(Action action) {
+  const CancellationOff wholeCall;
+  return ResultOf(action);
+}
 
 template <class... Pointers>
 void RequirePointers(Pointers... pointers) {
@@ -78,7 +100,7 @@ uint32_t OpenChannel(const char* locator, ChannelArguments arguments) {
 using namespace qvio;  // NOLINT(google-build-using-namespace): what follows stands outside of every namespace
 
 uint32_t QV_IO_GetVersion(uint32_t* major, uint32_t* minor, uint32_t* update) {
-  return ResultOf([&] {
+  return Call([&] {
     RequirePointers(major, minor, update);
     *major = 2;
     *minor = 1;
@@ -87,7 +109,7 @@ uint32_t QV_IO_GetVersion(uint32_t* major, uint32_t* minor, uint32_t* update) {
 }
 
 uint32_t QV_IO_GetLocatorInterfaceType(uint32_t* interfaceType, const char* locator) {
-  return ResultOf([&] {
+  return Call([&] {
     RequirePointers(interfaceType);
     *interfaceType = 0;
     const auto type = InterfaceTypeOf(TextOrEmpty(locator));
@@ -97,14 +119,14 @@ uint32_t QV_IO_GetLocatorInterfaceType(uint32_t* interfaceType, const char* loca
 }
 
 uint32_t QV_IO_CanEnumerateDevices(uint32_t interfaceType, uint32_t* canEnumerate) {
-  return ResultOf([&] {
+  return Call([&] {
     RequirePointers(canEnumerate);
     *canEnumerate = interfaceType == QV_IO_INTERFACE_USB ? 1 : 0;
   });
 }
 
 uint32_t QV_IO_EnumerateDevices(uint32_t interfaceType, const char* options, char* buffer, size_t* size) {
-  return ResultOf([&] {
+  return Call([&] {
     RequireTextOut(buffer, size);
     const auto result =
         ResultOf([&] { HandOut(ListDevices(interfaceType, TextOrEmpty(options)), buffer, *size); });
@@ -117,26 +139,26 @@ uint32_t QV_IO_EnumerateDevices(uint32_t interfaceType, const char* options, cha
 }
 
 uint32_t QV_IO_EnumerateInterfaces(const char* options, char* buffer, size_t* size) {
-  return ResultOf([&] {
+  return Call([&] {
     RequireTextOut(buffer, size);
     HandOut(ListInterfaces(TextOrEmpty(options)), buffer, *size);
   });
 }
 
 uint32_t QV_IO_SetGlobalOptions(const char* options) {
-  return ResultOf([&] {
-    quorvind::ReleasedChannels released;  // destroyed after the lock is let go: that waits for their threads
+  return Call([&] {
+    const auto settings = quorvind::ReadSettings(ReadGlobalOptions(TextOrEmpty(options)));
     const std::lock_guard lock(TheLibrary().globalMutex);
-    quorvind::AdoptGlobalOptions(ReadGlobalOptions(TextOrEmpty(options)), TheLibrary().events, released);
+    quorvind::AdoptSettings(settings, TheLibrary().events);
   });
 }
 
 uint32_t QV_IO_SetEventCallback(QV_IO_EventCallback callback, void* userData) {
-  return ResultOf([&] { TheLibrary().events.set(callback, userData); });
+  return Call([&] { TheLibrary().events.set(callback, userData); });
 }
 
 uint32_t QV_IO_GetErrorEventData(const QV_IO_Event* event, uint32_t* errorCode, char* buffer, size_t* size) {
-  return ResultOf([&] {
+  return Call([&] {
     Require(event != nullptr && event->type == QV_IO_EVENT_ERROR, QV_IO_ERROR_WRONG_EVENT_TYPE);
     RequirePointers(errorCode);
     RequireTextOut(buffer, size);
@@ -147,7 +169,7 @@ uint32_t QV_IO_GetErrorEventData(const QV_IO_Event* event, uint32_t* errorCode, 
 
 uint32_t QV_IO_GetDiscoveryEventData(const QV_IO_Event* event, const char* options, char* buffer,
                                      size_t* size) {
-  return ResultOf([&] {
+  return Call([&] {
     const bool discovery = event != nullptr && (event->type == QV_IO_EVENT_DEVICE_FOUND ||
                                                 event->type == QV_IO_EVENT_DEVICE_LOST);
     Require(discovery, QV_IO_ERROR_WRONG_EVENT_TYPE);
@@ -158,7 +180,7 @@ uint32_t QV_IO_GetDiscoveryEventData(const QV_IO_Event* event, const char* optio
 
 uint32_t QV_IO_Open(uint32_t* handle, const char* locator, const char* options, void* userData,
                     QV_IO_ReceiveCallback onReceive, QV_IO_ErrorCallback onError) {
-  return ResultOf([&] {
+  return Call([&] {
     RequirePointers(handle);
     *handle = 0;
     *handle = OpenChannel(locator, {{}, std::string(TextOrEmpty(options)), userData, onReceive, onError});
@@ -166,11 +188,11 @@ uint32_t QV_IO_Open(uint32_t* handle, const char* locator, const char* options, 
 }
 
 uint32_t QV_IO_Close(uint32_t handle, uint32_t wait) {
-  return ResultOf([&] { TheLibrary().handles.take(handle)->close(wait != 0); });
+  return Call([&] { TheLibrary().handles.take(handle)->close(wait != 0); });
 }
 
 uint32_t QV_IO_Send(uint32_t handle, const void* data, size_t length) {
-  return ResultOf([&] {
+  return Call([&] {
     const auto channel = TheLibrary().handles.at(handle);
     RequireBuffer(data, length);
     return channel->send(data, length);
@@ -178,7 +200,7 @@ uint32_t QV_IO_Send(uint32_t handle, const void* data, size_t length) {
 }
 
 uint32_t QV_IO_GetProperty(uint32_t handle, const char* key, char* buffer, size_t* size) {
-  return ResultOf([&] {
+  return Call([&] {
     const auto channel = TheLibrary().handles.at(handle);
     RequirePointers(key);
     RequireTextOut(buffer, size);

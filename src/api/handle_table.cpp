@@ -29,12 +29,8 @@ std::shared_ptr<IoDevice> HandleTable::take(uint32_t handle) {
   return std::exchange(slots_[handle], nullptr);
 }
 
-void HandleTable::clear() {
-  for (auto slot = slots_.rbegin(); slot != slots_.rend(); ++slot) {
-    std::shared_ptr<IoDevice> dropped;  // destroyed after the lock is let go
-    const std::lock_guard lock(globalMutex_);
-    dropped.swap(*slot);
-  }
+void HandleTable::clear() noexcept {
+  for (auto slot = slots_.rbegin(); slot != slots_.rend(); ++slot) slot->reset();
 }
 
 }  // namespace qvio

@@ -24,8 +24,9 @@ class HandleTable {
   /// Empties the slot and returns its channel. Throws as at() does.
   std::shared_ptr<IoDevice> take(uint32_t handle);
 
-  /// Drops every reference, from the last slot to the first, without closing: for the end of the library.
-  void clear();
+  /// Drops every reference, from the last slot to the first, without closing: for the end of the library,
+  /// when no receive thread is left. Caller holds the global mutex.
+  void clear() noexcept;
 
  private:
   std::mutex& globalMutex_;  ///< guards what follows

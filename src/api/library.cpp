@@ -1,55 +1,55 @@
 #include "api/library.h"
 
+#include <pthread.h>
+
 #include <chrono>
-#include <memory>
-#include <thread>
-#include <utility>
+#include <new>
 
 #include "io/ftdi/usb.h"
 #include "nd/discovery.h"
+#include "util/fork.h"
+#include "util/lock_within.h"
 #include "util/never_destroyed.h"
-#include "util/retired_threads.h"
+#include "util/thread.h"
 
 namespace qvio {
 namespace {
 
-/// A closing channel takes at most a second (a send to a stalled peer); a callback that hangs must not keep
-/// the process from ending.
+/// A closing channel needs a moment; a callback that hangs must not keep the process from ending.
 constexpr std::chrono::seconds kPatienceAtUnload{2};
 
 constinit cppu::NeverDestroyed<Library> library;
 
-/// Whether no event callback is running, or none after the given time.
-bool BecomesLockable(std::mutex& mutex, std::chrono::milliseconds patience) {
-  const auto deadline = std::chrono::steady_clock::now() + patience;
-  while (!mutex.try_lock()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  mutex.unlock();
-  return true;
-}
-
-/// What threads may still use although nobody will ask for it again.
-void Keep(std::shared_ptr<void> object) {
-  static cppu::NeverDestroyed<std::shared_ptr<void>> kept;
-  kept.value = std::move(object);
-}
-
+/// Ends the threads, those of open channels and watched interfaces too, and releases what they used. What a
+/// thread that is left still uses stays: it is stuck in a callback, or it is the calling one.
 void EndThreads() {
-  // An application may end from within its event callback, which holds the global mutex.
-  if (TheLibrary().events.isDelivering()) return;
-  if (!BecomesLockable(TheLibrary().globalMutex, kPatienceAtUnload)) return;
+  const auto deadline = std::chrono::steady_clock::now() + kPatienceAtUnload;
+  if (!cppu::Threads::all().endAll(kPatienceAtUnload)) return;
+  const auto lock = cppu::LockWithin(TheLibrary().globalMutex, deadline);
+  if (!lock) return;
   TheLibrary().handles.clear();
-  auto discovery = quorvind::TakeDiscoveryDown();
-  if (!cppu::Retired().joinAll(kPatienceAtUnload)) Keep(std::move(discovery));
+  quorvind::ForgetDiscovery(deadline);
 }
 
-[[gnu::constructor]] void Load() { TheUsb().driver.onLibraryLoad(); }
+/// A forked child starts afresh. What the parent's objects hold is neither used nor released here: their
+/// locks may be held by threads that do not exist in the child, and their devices are the parent's.
+void StartAfreshInChild() {
+  cppu::CountFork();
+  cppu::Threads::afterForkInChild();
+  ::new (&library.value) Library;
+  quorvind::RenewDiscovery();
+  RenewUsb();
+}
+
+[[gnu::constructor]] void Load() {
+  ::pthread_atfork(cppu::Threads::beforeFork, cppu::Threads::afterForkInParent, StartAfreshInChild);
+  TheUsb().driver.onLibraryLoad();
+}
 
 [[gnu::destructor]] void Unload() {
   EndThreads();
-  TheUsb().driver.onLibraryUnload();
+  if (cppu::ForkCount() == 0)
+    TheUsb().driver.onLibraryUnload();  // in a child the driver's state is the parent's
 }
 
 }  // namespace

@@ -8,8 +8,8 @@
 
 namespace qvio {
 
-/// The process-wide objects. Built at load and never destroyed; at unload the handle table is emptied and the
-/// receive threads that were told to end are waited for.
+/// The process-wide objects. Built at load and never destroyed; built anew in a forked child. At unload all
+/// threads are ended, and then the handle table is emptied.
 struct Library {
   std::mutex globalMutex;  ///< guards the handle table, the event callback and the global options
   HandleTable handles{globalMutex};

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "options/result.h"
+#include "util/scope_exit.h"
 #include "util/system_call.h"
 
 namespace qvio {
@@ -35,26 +36,26 @@ uint32_t DescriptorChannel::open(std::shared_ptr<IoDevice> self) {
   return ResultOf([&] {
     fd_ = openDescriptor();
     stop_.emplace();
-    try {
-      thread_.start(std::move(self), [this] { run(); });
-    } catch (...) {
-      fd_.reset();
-      throw;
-    }
+    thread_ = cppu::Thread("qvio-rx", {std::move(self), this});
   });
 }
 
 void DescriptorChannel::close(bool wait) {
   stop_->request();
-  thread_.end(wait);
+  wait ? thread_.join() : cppu::Threads::all().reap();
 }
 
 void DescriptorChannel::run() {
+  const cppu::ScopeExit release([this] { releaseDescriptor(); });  // also when a callback calls pthread_exit
   std::array<uint8_t, kReadBuffer> buffer{};
   while (!stop_->requested()) {
     if (!receiveOnce(buffer)) stop_->wait(kRestAfterFault);
   }
-  releaseDescriptor();
+}
+
+void DescriptorChannel::abandon() noexcept {
+  fd_.reset();
+  stop_.reset();
 }
 
 /// Waits for input and hands it out. False after a fault, which asks for a rest.
@@ -106,7 +107,7 @@ bool DescriptorChannel::fault(uint32_t notice) const {
   return false;
 }
 
-void DescriptorChannel::releaseDescriptor() {
+void DescriptorChannel::releaseDescriptor() noexcept {
   const std::lock_guard lock(sendMutex_);
   if (kind_.socket) ::shutdown(fd_.get(), SHUT_RDWR);
   fd_.reset();

@@ -9,8 +9,8 @@
 #include <span>
 
 #include "io/io_device.h"
-#include "io/receive_thread.h"
 #include "util/stop_signal.h"
+#include "util/thread.h"
 #include "util/unique_fd.h"
 
 namespace qvio {
@@ -29,7 +29,7 @@ struct DescriptorKind {
 ///
 /// The descriptor stays non-blocking; waiting is done in poll, together with the stop signal, so that every
 /// state can be closed. Callers see what a blocking descriptor would show.
-class DescriptorChannel : public IoDevice {
+class DescriptorChannel : public IoDevice, private cppu::Worker {
  public:
   uint32_t open(std::shared_ptr<IoDevice> self) final;
   void close(bool wait) final;
@@ -42,13 +42,16 @@ class DescriptorChannel : public IoDevice {
   [[nodiscard]] virtual cppu::UniqueFd openDescriptor() const = 0;
 
  private:
-  // Receive thread.
-  void run();
+  // The receive thread's work.
+  void run() override;
+  void stop() noexcept override { stop_->request(); }
+  void abandon() noexcept override;
+
   [[nodiscard]] bool receiveOnce(std::span<uint8_t> buffer);
   [[nodiscard]] bool receiveBytes(std::span<uint8_t> buffer, long waiting);
   void deliverInChunks(std::span<const uint8_t> bytes) const;
   [[nodiscard]] bool fault(uint32_t notice) const;
-  void releaseDescriptor();
+  void releaseDescriptor() noexcept;
 
   // Sending; caller holds sendMutex_.
   [[nodiscard]] long writeSome(std::span<const uint8_t> bytes) const;
@@ -61,7 +64,7 @@ class DescriptorChannel : public IoDevice {
   std::mutex sendMutex_;
   cppu::UniqueFd fd_;                     ///< closed by the receive thread under sendMutex_
   std::optional<cppu::StopSignal> stop_;  ///< there from open on, for the channel's whole life
-  ReceiveThread thread_;
+  cppu::Thread thread_;
 };
 
 }  // namespace qvio

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "quorvio/quorvio.h"
+#include "util/fork.h"
 
 namespace qvio {
 
@@ -51,10 +52,10 @@ class IoDevice {
 
   /// Receive thread only.
   void deliver(const uint8_t* data, std::size_t length) const {
-    arguments_.onReceive(arguments_.userData, data, length);
+    cppu::CallApplication(arguments_.onReceive, arguments_.userData, data, length);
   }
   void report(uint32_t resultCode) const {
-    if (reportsErrors()) arguments_.onError(arguments_.userData, resultCode);
+    if (reportsErrors()) cppu::CallApplication(arguments_.onError, arguments_.userData, resultCode);
   }
 
  private:

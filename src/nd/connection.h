@@ -40,6 +40,10 @@ class Connection {
   /// InvalidArgumentException for an id that there is not, NetworkException when a network does not take it;
   /// then the networks after that one have not been tried.
   virtual void Send(uint32_t networkId, const Bytes& data) = 0;
+
+  /// To be called in a forked child, where the connection is the parent's: closes the child's copies of the
+  /// descriptors and takes no lock.
+  virtual void Abandon() noexcept {}
 };
 
 /// Opens a broadcast and a multicast network for each local interface address, in the set's order: interface

@@ -1,36 +1,84 @@
 #include "nd/device_filter.h"
 
+#include <algorithm>
+#include <list>
+#include <mutex>
 #include <new>
-#include <thread>
 #include <utility>
+
+#include "nd/known_devices.h"
+#include "nd/log.h"
+#include "util/guarded.h"
+#include "util/scope_exit.h"
 
 namespace quorvind {
 
-DeviceFilter::DeviceFilter(std::shared_ptr<Host> host, DeviceCallback added, ChangeCallback changed,
-                           DeviceCallback removed, unsigned int deviceType, unsigned char protocolId,
-                           bool tracksAvailability)
-    : added_(std::move(added)),
-      changed_(std::move(changed)),
-      removed_(std::move(removed)),
-      deviceType_(deviceType),
-      protocolId_(protocolId),
-      tracksAvailability_(tracksAvailability),
-      host_(std::move(host)),
-      registration_(host_->addListener([this](const DiscoverInfo& info) { return onDiscoverInfo(info); })) {}
+using Time = std::chrono::steady_clock::time_point;
 
-DeviceFilter::~DeviceFilter() { host_->removeListener(registration_); }
+class DeviceFilter::Core {
+ public:
+  Core(DeviceCallback added, ChangeCallback changed, DeviceCallback removed, uint32_t type,
+       uint8_t protocolId, bool tracksAvailability)
+      : deviceType(type),
+        added_(std::move(added)),
+        changed_(std::move(changed)),
+        removed_(std::move(removed)),
+        protocolId_(protocolId),
+        tracksAvailability_(tracksAvailability) {}
 
-std::vector<DiscoverInfo> DeviceFilter::devices() const {
-  return known_.with([](const KnownDevices& known) { return known.copy(); });
-}
+  void onDiscoverInfo(const DiscoverInfo& info);
+  [[nodiscard]] std::vector<DiscoverInfo> devices() const;
 
-bool DeviceFilter::accepts(const DiscoverInfo& info) const {
-  return (deviceType_ == kAnyDeviceType || deviceType_ == info.DeviceType) &&
+  /// A search that is running, by the time of its begin.
+  using Search = std::list<Time>::const_iterator;
+  Search beginSearch();
+  void endSearch(Search search);
+
+  /// Removes what has not been heard since the oldest running search began.
+  void sweep(const std::string& serialNumber);
+
+  const uint32_t deviceType;
+
+ private:
+  /// What an answer did to the list.
+  struct Effect {
+    bool added = false;
+    bool changed = false;
+    bool removed = false;
+  };
+
+  [[nodiscard]] bool accepts(const DiscoverInfo& info) const;
+  Effect apply(const DiscoverInfo& info, KnownDevices& known) const;
+  static void undo(const Effect& effect, const DiscoverInfo& info, KnownDevices& known);
+  static bool update(DiscoverInfo& known, const DiscoverInfo& info);
+  static bool removeUnavailable(KnownDevices::Position position, const DiscoverInfo& info,
+                                KnownDevices& known);
+
+  const DeviceCallback added_;
+  const ChangeCallback changed_;
+  const DeviceCallback removed_;
+  const uint8_t protocolId_;
+  const bool tracksAvailability_;
+
+  /// Held around a change of the list and its callbacks, so that both happen in the same order. Comes before
+  /// every lock that a callback takes.
+  std::mutex order_;
+  cppu::Guarded<KnownDevices> known_;
+  cppu::Guarded<std::list<Time>> searches_;  ///< the running ones, the oldest first
+};
+
+bool DeviceFilter::Core::accepts(const DiscoverInfo& info) const {
+  return (deviceType == kAnyDeviceType || deviceType == info.DeviceType) &&
          (protocolId_ == 0 || protocolId_ == info.ProtocolId);
 }
 
-bool DeviceFilter::onDiscoverInfo(const DiscoverInfo& info) {
-  if (!accepts(info)) return true;
+std::vector<DiscoverInfo> DeviceFilter::Core::devices() const {
+  return known_.with([](const KnownDevices& known) { return known.copy(); });
+}
+
+void DeviceFilter::Core::onDiscoverInfo(const DiscoverInfo& info) {
+  if (!accepts(info)) return;
+  const std::lock_guard lock(order_);
   const auto effect = known_.with([&](KnownDevices& known) { return apply(info, known); });
   try {
     if (effect.added) added_(info);
@@ -40,11 +88,10 @@ bool DeviceFilter::onDiscoverInfo(const DiscoverInfo& info) {
     known_.with([&](KnownDevices& known) { undo(effect, info, known); });
     throw;
   }
-  return true;
 }
 
-/// After a callback for which there was no memory: the device's next answer is told like this one.
-void DeviceFilter::undo(const Effect& effect, const DiscoverInfo& info, KnownDevices& known) {
+/// After a callback that ran out of memory: the device's next answer is reported like this one.
+void DeviceFilter::Core::undo(const Effect& effect, const DiscoverInfo& info, KnownDevices& known) {
   const auto position = known.find(info);
   if (position == known.end()) return;
   if (effect.added) {
@@ -54,48 +101,99 @@ void DeviceFilter::undo(const Effect& effect, const DiscoverInfo& info, KnownDev
   }
 }
 
-DeviceFilter::Effect DeviceFilter::apply(const DiscoverInfo& info, KnownDevices& known) const {
+DeviceFilter::Core::Effect DeviceFilter::Core::apply(const DiscoverInfo& info, KnownDevices& known) const {
   const bool countsAsGone = tracksAvailability_ && !info.Available;
   const auto position = known.find(info);
-  if (position == known.end()) {
-    if (!countsAsGone) known.append(info);
-    return {.added = !countsAsGone};
+  if (position != known.end()) {
+    if (countsAsGone) return {.changed = removeUnavailable(position, info, known), .removed = true};
+    return {.changed = update(*position, info)};
   }
-  if (countsAsGone) return {.changed = removeUnavailable(position, info, known), .removed = true};
-  return {.changed = update(*position, info)};
+  if (countsAsGone) return {};
+  if (known.isFull()) {
+    LogWarning("Too many devices, ignored", info.SerialNumber);
+    return {};
+  }
+  known.append(info);
+  return {.added = true};
 }
 
 /// Whether the availability has changed.
-bool DeviceFilter::update(DiscoverInfo& known, const DiscoverInfo& info) {
+bool DeviceFilter::Core::update(DiscoverInfo& known, const DiscoverInfo& info) {
   known.LastSeen = info.LastSeen;
   return std::exchange(known.Available, info.Available) != info.Available;
 }
 
-/// Whether a change is told beside the removal. Owners that track availability know a removal by this: the
-/// device behind the removed one counts as heard and unavailable with it, until it answers itself, and where
-/// there is none the removed one's own availability decides.
-bool DeviceFilter::removeUnavailable(KnownDevices::Position position, const DiscoverInfo& info,
-                                     KnownDevices& known) {
+/// Whether a change is reported beside the removal. Owners that track availability know a removal by this:
+/// the device after the removed one counts as heard and unavailable with it, until it answers itself, and
+/// where there is none the removed one's own availability decides.
+bool DeviceFilter::Core::removeUnavailable(KnownDevices::Position position, const DiscoverInfo& info,
+                                           KnownDevices& known) {
   const bool wasAvailable = position->Available;
   const auto next = known.erase(position);
   return next != known.end() ? update(*next, info) : wasAvailable;
 }
 
-void DeviceFilter::search(std::chrono::milliseconds timeout, const std::string& serialNumber) {
-  const auto start = std::chrono::steady_clock::now();
-  host_->discover(deviceType_, serialNumber);
-  if (timeout.count() > 0) std::this_thread::sleep_for(timeout);
-  // Told after the lock is let go: the callback takes locks that come before this one.
-  auto silent = known_.with([&](KnownDevices& known) { return known.takeOlderThan(start); });
+DeviceFilter::Core::Search DeviceFilter::Core::beginSearch() {
+  return searches_.with([](std::list<Time>& running) {
+    running.push_back(std::chrono::steady_clock::now());
+    return Search(std::prev(running.end()));
+  });
+}
+
+void DeviceFilter::Core::endSearch(Search search) {
+  searches_.with([&](std::list<Time>& running) { running.erase(search); });
+}
+
+void DeviceFilter::Core::sweep(const std::string& serialNumber) {
+  const std::lock_guard lock(order_);
+  const auto limit = searches_.with([](const std::list<Time>& running) { return running.front(); });
+  auto silent = known_.with([&](KnownDevices& known) {
+    return known.takeIf([&](const DiscoverInfo& info) {
+      return info.LastSeen < limit && (serialNumber.empty() || info.SerialNumber == serialNumber);
+    });
+  });
+  // The list's own lock is released: a callback may ask for the devices.
   try {
     for (; !silent.empty(); silent.pop_front()) removed_(silent.front());
   } catch (const std::bad_alloc&) {
-    // The next search tells it, and those that come after it.
+    // The next search reports it, and those that come after it.
     known_.with([&](KnownDevices& known) {
       for (const auto& info : silent) known.append(info);
     });
     throw;
   }
+}
+
+DeviceFilter::DeviceFilter(std::shared_ptr<Host> host, DeviceCallback added, ChangeCallback changed,
+                           DeviceCallback removed, unsigned int deviceType, unsigned char protocolId,
+                           bool tracksAvailability)
+    : core_(std::make_shared<Core>(std::move(added), std::move(changed), std::move(removed), deviceType,
+                                   protocolId, tracksAvailability)),
+      host_(std::move(host)),
+      registration_(host_->addListener(
+          [core = core_](const DiscoverInfo& info) { return core->onDiscoverInfo(info), true; })) {}
+
+DeviceFilter::~DeviceFilter() { host_->removeListener(registration_); }
+
+bool DeviceFilter::onDiscoverInfo(const DiscoverInfo& info) {
+  core_->onDiscoverInfo(info);
+  return true;
+}
+
+std::vector<DiscoverInfo> DeviceFilter::devices() const { return core_->devices(); }
+
+void DeviceFilter::search(std::chrono::milliseconds timeout, const std::string& serialNumber) {
+  cppu::CancellableWait uncancelled;
+  search(timeout, serialNumber, uncancelled);
+}
+
+void DeviceFilter::search(std::chrono::milliseconds timeout, const std::string& serialNumber,
+                          cppu::CancellableWait& wait) {
+  const auto running = core_->beginSearch();
+  const cppu::ScopeExit ended([&] { core_->endSearch(running); });
+  const auto deadline = *running + timeout;
+  host_->discover(core_->deviceType, serialNumber);
+  if (wait.waitUntil(deadline)) core_->sweep(serialNumber);
 }
 
 }  // namespace quorvind

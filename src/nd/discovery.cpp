@@ -1,22 +1,28 @@
 #include "nd/discovery.h"
 
 #include <algorithm>
+#include <condition_variable>
+#include <list>
+#include <memory>
 #include <mutex>
+#include <new>
 #include <unordered_map>
-#include <unordered_set>
 #include <utility>
 
 #include "nd/connection.h"
+#include "nd/device_cache.h"
 #include "nd/device_filter.h"
 #include "nd/device_record.h"
 #include "nd/errors.h"
 #include "nd/host.h"
 #include "nd/interface_texts.h"
+#include "nd/local_address.h"
 #include "nd/log.h"
 #include "nd/search_task.h"
-#include "options/locator.h"
 #include "options/result.h"
+#include "util/lock_within.h"
 #include "util/never_destroyed.h"
+#include "util/scope_exit.h"
 
 namespace quorvind {
 namespace {
@@ -24,32 +30,39 @@ namespace {
 using qvio::Failure;
 using qvio::NetworkLocatorFormat;
 using std::chrono::milliseconds;
+using Time = std::chrono::steady_clock::time_point;
 
 constexpr std::chrono::seconds kFreshFor{3};
+constexpr std::chrono::seconds kTrustedFor{10};  // a record of an interface that nobody listens on
+constexpr std::chrono::hours kRememberedFor{1};  // the same, before it is forgotten
 
-/// What listens on one local address. Destroying it waits for the host's thread: never with a lock held, and
-/// never on a thread that delivers an event.
+/// What listens on one local address. Destroying it never waits: its thread ends by itself.
 struct DiscoverChannel {
   std::shared_ptr<Host> host;
   std::shared_ptr<DeviceFilter> filter;
-  std::chrono::steady_clock::time_point lastSearch{};
+  Time lastSearch{};
   IP4 address{};
 };
 using ChannelList = std::vector<std::shared_ptr<DiscoverChannel>>;
 
 template <class Value>
 using ByAddress = std::unordered_map<IP4, Value, IP4AddressHash>;
-using DeviceSet = std::unordered_set<DiscoverInfo, DeviceHash, SameDevice>;
+
+/// A serial number that a search waits for.
+struct Awaited {
+  const std::string& serialNumber;
+  bool heard = false;
+};
 
 struct QuorviNDState {
-  std::mutex mutex;  ///< guards all that follows; no channel is destroyed while it is held
+  std::mutex mutex;  ///< guards all that follows
   ByAddress<std::weak_ptr<DiscoverChannel>> registry{kInitialBuckets};
   ByAddress<std::shared_ptr<DiscoverChannel>> active{kInitialBuckets};  ///< of the interfaces to watch
-  ByAddress<DeviceSet> cache{kInitialBuckets};
+  DeviceCache cache;
   NetworkLocatorFormat format = NetworkLocatorFormat::SerialNumber;
   DiscoveryEvents* events = nullptr;  ///< set before any channel is active
-  ChannelList deferred;               ///< used while an event was delivered, released by the next caller
-  bool isDown = false;                ///< the library is being unloaded: nothing is kept any more
+  std::list<Awaited> awaited;
+  std::condition_variable heard;  ///< an awaited serial number is in the cache
 };
 
 QuorviNDState& State() {
@@ -57,22 +70,46 @@ QuorviNDState& State() {
   return state.value;
 }
 
-/// Told by a filter's callbacks: keeps the cache true and raises an event if the interface is watched.
+/// Whether the calling thread is delivering an event: then it must not wait for a discovery thread, which may
+/// be waiting for this delivery to end.
+thread_local bool isDelivering = false;
+
+/// Caller holds the state's mutex; the device is in the cache.
+void WakeThoseWhoAwait(QuorviNDState& state, const std::string& serialNumber) {
+  for (auto& awaited : state.awaited) {
+    if (awaited.serialNumber != serialNumber) continue;
+    awaited.heard = true;
+    state.heard.notify_all();
+  }
+}
+
+/// Called by a filter: updates the cache and raises an event if the interface is watched.
 void OnDevice(const IP4& local, DiscoveryEvent event, const DiscoverInfo& info) {
   auto& state = State();
   std::unique_lock lock(state.mutex);
-  if (state.isDown) return;
-  auto& devices = state.cache.try_emplace(local, kInitialBuckets).first->second;
-  event == DiscoveryEvent::DeviceFound ? void(devices.insert(info)) : void(devices.erase(info));
-  // No reference to the channel is taken: this may be its own thread, which must not be the last to hold it.
+  if (event == DiscoveryEvent::DeviceFound) {
+    state.cache.insert(local, info);
+    WakeThoseWhoAwait(state, info.SerialNumber);
+  } else {
+    state.cache.erase(local, info);
+  }
   if (!state.active.contains(local)) return;
   const auto format = state.format;
   auto* const events = state.events;
   lock.unlock();
+  isDelivering = true;
+  const cppu::ScopeExit delivered([] { isDelivering = false; });
   events->raise(event, MakeDeviceRecord(info, format, local), [&] {
     const std::lock_guard again(state.mutex);
     return state.active.contains(local);
   });
+}
+
+/// Every answer, after the filter has dealt with it.
+void OnAnswer(const IP4& local, const DiscoverInfo& info) {
+  auto& state = State();
+  const std::lock_guard lock(state.mutex);
+  if (state.cache.refresh(local, info)) WakeThoseWhoAwait(state, info.SerialNumber);
 }
 
 std::shared_ptr<DiscoverChannel> MakeChannel(const IP4& address) {
@@ -87,27 +124,39 @@ std::shared_ptr<DiscoverChannel> MakeChannel(const IP4& address) {
     if (change.has(DeviceFilter::Change::AvailabilityChanged)) info.Available ? found(info) : lost(info);
   };
   const auto filter = std::make_shared<DeviceFilter>(host, found, changed, lost, kAnyDeviceType, 0, false);
-  auto channel = std::make_shared<DiscoverChannel>(DiscoverChannel{host, filter, {}, address});
-  host->start(IP4Set{address});  // last: whatever throws before, there is no thread to wait for
-  return channel;
+  host->addListener([address](const DiscoverInfo& info) { return OnAnswer(address, info), true; });
+  host->start(IP4Set{address});
+  return std::make_shared<DiscoverChannel>(DiscoverChannel{host, filter, {}, address});
 }
 
+/// Caller holds the state's mutex.
 void PurgeExpired(QuorviNDState& state) {
   std::erase_if(state.registry, [](const auto& entry) { return entry.second.expired(); });
+  state.cache.expire(std::chrono::steady_clock::now() - kRememberedFor,
+                     [&](const IP4& local) { return !state.registry.contains(local); });
 }
 
 /// Caller holds the state's mutex. Throws QuorviNDException.
 std::shared_ptr<DiscoverChannel> GetOrCreateDiscoverChannel(QuorviNDState& state, const IP4& address) {
-  const auto known = state.registry.find(address);
-  if (known != state.registry.end()) {
-    if (auto channel = known->second.lock()) return channel;
-  }
-  PurgeExpired(state);
-  auto& entry =
-      state.registry[address];  // first: once the channel runs, nothing may throw that releases it here
+  auto& entry = state.registry[address];
+  if (auto channel = entry.lock()) return channel;
   auto channel = MakeChannel(address);
   entry = channel;
   return channel;
+}
+
+/// The channels of the addresses that can be used; a warning is logged for each other one. Caller holds the
+/// state's mutex.
+ChannelList UsableChannels(QuorviNDState& state, std::span<const IP4> addresses) {
+  ChannelList channels;
+  for (const auto& address : addresses) {
+    try {
+      channels.push_back(GetOrCreateDiscoverChannel(state, address));
+    } catch (const QuorviNDException& failure) {
+      LogWarning("Interface not usable", failure.what());
+    }
+  }
+  return channels;
 }
 
 std::vector<SearchTask> StartSearches(const ChannelList& channels, milliseconds timeout, bool force,
@@ -118,52 +167,72 @@ std::vector<SearchTask> StartSearches(const ChannelList& channels, milliseconds 
     // The time of the last search is never set, so that every call searches: a list that is up to 3 s old
     // would miss the device that was just switched on.
     if (!force && channel->lastSearch >= freshnessLimit) continue;
-    searches.emplace_back(*channel->filter, timeout, serialNumber);
+    searches.emplace_back(channel->filter, timeout, serialNumber);
   }
   return searches;
 }
 
-/// Searches on the channels of all addresses at once; `channels` gets them, and has to be released with no
-/// lock held. Returns a result code.
+/// Registers a serial number as awaited while it lives.
+class Awaiting {
+ public:
+  Awaiting(QuorviNDState& state, const std::string& serialNumber) : state_(state) {
+    const std::lock_guard lock(state_.mutex);
+    position_ = state_.awaited.insert(state_.awaited.end(), {serialNumber});
+  }
+  Awaiting(const Awaiting&) = delete;
+  Awaiting& operator=(const Awaiting&) = delete;
+  ~Awaiting() {
+    const std::lock_guard lock(state_.mutex);
+    state_.awaited.erase(position_);
+  }
+
+  /// Whether the device was heard before the deadline.
+  [[nodiscard]] bool waitUntil(Time deadline) {
+    std::unique_lock lock(state_.mutex);
+    return state_.heard.wait_until(lock, deadline, [this] { return position_->heard; });
+  }
+
+ private:
+  QuorviNDState& state_;
+  std::list<Awaited>::iterator position_;
+};
+
+/// Searches on the channels of all addresses at once, and gets these channels. With a serial number it ends
+/// as soon as that device is in the cache. Returns a result code.
 uint32_t DiscoverDevices(QuorviNDState& state, const IP4Set& addresses, milliseconds timeout, bool force,
                          ChannelList& channels, const std::string& serialNumber) {
   if (addresses.empty()) return QV_IO_ERROR_INVALID_ARGUMENT;
-  channels.reserve(addresses.size());  // so that no channel is released under the lock for want of memory
-  std::unique_lock lock(state.mutex);
-  try {
-    for (const auto& address : addresses) channels.push_back(GetOrCreateDiscoverChannel(state, address));
-  } catch (const QuorviNDException& failure) {
-    LogWarning("Interface not usable", failure.what());
-    return QV_IO_ERROR_INVALID_ARGUMENT;
+  const auto local = LocalOnes(addresses);
+  {
+    const std::lock_guard lock(state.mutex);
+    channels = UsableChannels(state, local);
+    PurgeExpired(state);
   }
-  PurgeExpired(state);
-  lock.unlock();
+  if (channels.empty()) return QV_IO_ERROR_INVALID_ARGUMENT;
+  Awaiting awaiting(state, serialNumber);
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
   auto searches = StartSearches(channels, timeout, force, serialNumber);
+  if (!serialNumber.empty() && awaiting.waitUntil(deadline)) {
+    for (auto& search : searches) search.cancel();
+  }
   bool succeeded = true;
-  for (auto& search : searches) succeeded = search.succeeds() && succeeded;
+  for (auto& search : searches) succeeded = search.join() && succeeded;
   return succeeded ? QV_IO_OK : QV_IO_ERROR_QUERY_FAILED;
 }
 
-std::optional<Endpoint> LookUp(QuorviNDState& state, const std::string& serialNumber) {
-  const std::lock_guard lock(state.mutex);
-  for (const auto& [address, devices] : state.cache) {
-    for (const auto& info : devices) {
-      if (info.SerialNumber == serialNumber) return Endpoint{IP4ToString(info.Address), info.Port};
-    }
-  }
-  return {};
-}
+/// What the cache knows of a serial number.
+struct Lookup {
+  std::optional<Endpoint> endpoint;
+  bool trusted = false;  ///< needs no search even if the caller names interfaces
+};
 
-/// Releases what was used while an event was delivered. Not for a thread that delivers one.
-void ReleaseDeferred(QuorviNDState& state) {
-  ChannelList released;
+Lookup LookUp(QuorviNDState& state, const std::string& serialNumber) {
   const std::lock_guard lock(state.mutex);
-  released.swap(state.deferred);
-}
-
-bool IsDeliveringEvent(QuorviNDState& state) {
-  const std::lock_guard lock(state.mutex);
-  return state.events != nullptr && state.events->isDelivering();
+  const auto found = state.cache.latest(serialNumber);
+  if (!found) return {};
+  const bool recent = std::chrono::steady_clock::now() - found->info.LastSeen <= kTrustedFor;
+  return {Endpoint{IP4ToString(found->info.Address), found->info.Port},
+          recent || state.active.contains(found->local)};
 }
 
 /// What has been heard over one local address.
@@ -178,27 +247,22 @@ std::vector<Heard> HeardBy(const ChannelList& channels) {
   return heard;
 }
 
-/// What the channels that there are have heard, without a search. For a thread that delivers an event: the
-/// channels are released by a later caller, since that would wait.
+/// What the existing channels have heard, without a search.
 std::vector<Heard> HeardSoFar(QuorviNDState& state, const IP4Set& addresses) {
-  std::vector<Heard> heard;
-  const std::lock_guard lock(state.mutex);
-  auto& deferred = state.deferred;
-  deferred.reserve(deferred.size() + addresses.size());
-  for (const auto& address : addresses) {
-    const auto known = state.registry.find(address);
-    if (known == state.registry.end()) continue;
-    const auto channel = known->second.lock();  // not the last one: the list has it
-    if (!channel) continue;
-    if (std::ranges::find(deferred, channel) == deferred.end()) deferred.push_back(channel);
-    heard.push_back({address, channel->filter->devices()});
+  ChannelList channels;
+  {
+    const std::lock_guard lock(state.mutex);
+    for (const auto& address : addresses) {
+      const auto known = state.registry.find(address);
+      if (known == state.registry.end()) continue;
+      if (auto channel = known->second.lock()) channels.push_back(std::move(channel));
+    }
   }
-  return heard;
+  return HeardBy(channels);
 }
 
 /// Searches, and gives what has been heard then and before.
 std::vector<Heard> Search(QuorviNDState& state, const IP4Set& addresses, milliseconds timeout, bool force) {
-  ReleaseDeferred(state);
   ChannelList channels;
   DiscoverDevices(state, addresses, timeout, force, channels, {});  // whatever it did, known devices count
   return HeardBy(channels);
@@ -215,33 +279,19 @@ decltype(auto) WithInterfaces(Action action) {
   }
 }
 
-/// Caller holds the state's mutex, under which `released` keeps every channel alive, whatever throws.
-void Watch(QuorviNDState& state, const IP4Set& addresses, ReleasedChannels& released) {
-  released.reserve(released.size() + state.active.size() + addresses.size());
-  std::erase_if(state.active, [&](auto& entry) {
-    if (addresses.contains(entry.first)) return false;
-    released.push_back(std::move(entry.second));
-    return true;
-  });
-  for (const auto& address : addresses) {
-    auto channel = GetOrCreateDiscoverChannel(state, address);
-    released.push_back(channel);
-    state.active[address] = std::move(channel);
-  }
-}
-
 }  // namespace
 
 std::optional<Endpoint> FindDevice(const std::string& serialNumber, std::span<const std::string> ifaces,
                                    milliseconds searchTime) {
   auto& state = State();
-  ReleaseDeferred(state);
-  if (auto known = LookUp(state, serialNumber)) return known;
+  const auto known = LookUp(state, serialNumber);
+  if (known.endpoint && (known.trusted || ifaces.empty())) return known.endpoint;
   const auto addresses = WithInterfaces([&] { return ReadInterfaces(ifaces); });
-  if (addresses.empty()) return {};
+  if (addresses.empty()) return known.endpoint;
   ChannelList channels;
   DiscoverDevices(state, addresses, searchTime, true, channels, serialNumber);
-  return LookUp(state, serialNumber);
+  const auto found = LookUp(state, serialNumber);
+  return found.trusted ? found.endpoint : std::nullopt;  // an old record is of a device that did not answer
 }
 
 void AppendNetworkDevices(const qvio::DeviceListOptions& options, qvio::RecordList& records) {
@@ -249,9 +299,8 @@ void AppendNetworkDevices(const qvio::DeviceListOptions& options, qvio::RecordLi
   const auto addresses = WithInterfaces([&] { return ReadInterfaces(options.ifaces); });
   const auto format = qvio::ReadNetworkLocatorFormat(options.locatorFormatNetwork);
   const auto heard =
-      IsDeliveringEvent(state)
-          ? HeardSoFar(state, addresses)
-          : Search(state, addresses, milliseconds(options.discoveryTimeout), options.forceRescan);
+      isDelivering ? HeardSoFar(state, addresses)
+                   : Search(state, addresses, milliseconds(options.discoveryTimeout), options.forceRescan);
   for (const auto& [local, devices] : heard) {
     for (const auto& info : devices) {
       if (IsAskedFor(info, options)) records.push_back(MakeDeviceRecord(info, format, local));
@@ -268,34 +317,47 @@ void AppendNetworkInterfaces(qvio::RecordList& records) {
   }
 }
 
-void AdoptGlobalOptions(const qvio::GlobalOptions& options, DiscoveryEvents& events,
-                        ReleasedChannels& released) {
+Settings ReadSettings(const qvio::GlobalOptions& options) {
+  Settings settings;
+  if (!options.locatorFormatNetwork.empty())
+    settings.format = qvio::ReadNetworkLocatorFormat(options.locatorFormatNetwork);
+  try {
+    const auto addresses =
+        WithInterfaces([&] { return ReadWatchedInterfaces(options.discoveryIfaces); }).value_or(IP4Set{});
+    settings.watched = LocalOnes(addresses);
+    settings.complete = settings.watched->size() == addresses.size();
+  } catch (const Failure&) {
+    settings.watched.reset();  // reported by AdoptSettings, after it has adopted the format
+  }
+  return settings;
+}
+
+void AdoptSettings(const Settings& settings, DiscoveryEvents& events) {
   auto& state = State();
   const std::lock_guard lock(state.mutex);
   state.events = &events;
-  released.reserve(state.deferred.size());
-  for (auto& channel : std::exchange(state.deferred, {})) released.push_back(std::move(channel));
-  if (!options.locatorFormatNetwork.empty())
-    state.format = qvio::ReadNetworkLocatorFormat(options.locatorFormatNetwork);
-  const auto addresses = WithInterfaces([&] { return ReadWatchedInterfaces(options.discoveryIfaces); });
-  WithInterfaces([&] { Watch(state, addresses.value_or(IP4Set{}), released); });
+  state.format = settings.format.value_or(state.format);
+  qvio::Require(settings.watched.has_value(), QV_IO_ERROR_INVALID_ARGUMENT);
+  ByAddress<std::shared_ptr<DiscoverChannel>> active{kInitialBuckets};
+  for (auto& channel : UsableChannels(state, *settings.watched)) {
+    const auto address = channel->address;
+    active[address] = std::move(channel);
+  }
+  state.active.swap(active);
   PurgeExpired(state);
+  qvio::Require(settings.complete && state.active.size() == settings.watched->size(),
+                QV_IO_ERROR_INVALID_ARGUMENT);
 }
 
-std::shared_ptr<void> TakeDiscoveryDown() {
+void ForgetDiscovery(Time deadline) {
   auto& state = State();
-  const auto contents = std::make_shared<QuorviNDState>();
-  {
-    const std::lock_guard lock(state.mutex);
-    state.isDown = true;
-    contents->registry = std::exchange(state.registry, {});
-    contents->active = std::exchange(state.active, {});
-    contents->cache = std::exchange(state.cache, {});
-    contents->deferred = std::exchange(state.deferred, {});
-  }
-  for (const auto& [address, channel] : contents->active) channel->host->retire();
-  for (const auto& channel : contents->deferred) channel->host->retire();
-  return contents;
+  const auto lock = cppu::LockWithin(state.mutex, deadline);
+  if (!lock) return;
+  std::exchange(state.active, {});  // with their tables
+  std::exchange(state.registry, {});
+  std::exchange(state.cache, DeviceCache(0));
 }
+
+void RenewDiscovery() { ::new (&State()) QuorviNDState; }
 
 }  // namespace quorvind

@@ -2,15 +2,16 @@
 
 #include <chrono>
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "nd/discovery_events.h"
+#include "options/locator.h"
 #include "options/option_sets.h"
 #include "options/record_list.h"
+#include "util/ip4.h"
 
 /// All that the layers above may call of discovery. Its state is one for the process. Any thread, with no
 /// lock held but the global mutex where it is said.
@@ -22,9 +23,10 @@ struct Endpoint {
   uint16_t port = 0;
 };
 
-/// The device with this serial number among those that discovery knows; else the one that a search over the
-/// interfaces finds within the time; none when there is no such device or no interface to search.
-/// Throws Failure with QV_IO_ERROR_INVALID_ARGUMENT for an invalid interface text.
+/// The device with this serial number: the one heard last among those that discovery knows. Unless its
+/// interface is watched, the call names no interface, or it was heard within the last 10 s, the interfaces
+/// are searched first, until the device answers or the time has passed. None when there is no such device or
+/// no interface to search. Throws Failure with QV_IO_ERROR_INVALID_ARGUMENT for an invalid interface text.
 std::optional<Endpoint> FindDevice(const std::string& serialNumber, std::span<const std::string> ifaces,
                                    std::chrono::milliseconds searchTime);
 
@@ -37,19 +39,28 @@ void AppendNetworkDevices(const qvio::DeviceListOptions& options, qvio::RecordLi
 /// Appends a record for each local interface that can be searched.
 void AppendNetworkInterfaces(qvio::RecordList& records);
 
-/// Discovery channels that are no longer wanted. Destroying them waits for their threads, so that has to be
-/// done with no lock held at all.
-using ReleasedChannels = std::vector<std::shared_ptr<void>>;
+/// What the global options say about discovery.
+struct Settings {
+  std::optional<qvio::NetworkLocatorFormat> format;  ///< of the locators in events; none: as it is
+  std::optional<std::vector<IP4>> watched;           ///< local addresses; none: a text was invalid
+  bool complete = true;                              ///< false: some addresses are not local, and left out
+};
 
-/// Adopts the interfaces to watch and the locator format of events. Caller holds the global mutex.
-/// @param events    hears of the devices on these interfaces; must live as long as the process
-/// @param released  gets the channels of the interfaces that are watched no more, also when this throws
-/// Throws Failure or OptionsError; the format and a part of the interfaces may be adopted then.
-void AdoptGlobalOptions(const qvio::GlobalOptions& options, DiscoveryEvents& events,
-                        ReleasedChannels& released);
+/// Reads the settings; takes no lock, since that may take long. Throws OptionsError for an unknown format.
+Settings ReadSettings(const qvio::GlobalOptions& options);
 
-/// Tells all threads of watched interfaces to end, without waiting: they are among the retired ones. What is
-/// returned is in use until they have ended.
-std::shared_ptr<void> TakeDiscoveryDown();
+/// Adopts the interfaces to watch and the locator format of events. Caller holds the global mutex; on return
+/// no event comes from an interface that is no longer watched.
+/// @param events  hears of the devices on these interfaces; must live as long as the process
+/// Throws Failure with QV_IO_ERROR_INVALID_ARGUMENT when a text was invalid or not all interfaces can be
+/// watched. The format and, unless a text was invalid, the other interfaces are adopted all the same.
+void AdoptSettings(const Settings& settings, DiscoveryEvents& events);
+
+/// For the end of the library, when no thread of discovery is left: forgets everything, unless a call of the
+/// application is stuck in here until the deadline.
+void ForgetDiscovery(std::chrono::steady_clock::time_point deadline);
+
+/// For a forked child: a new state; the parent's is left as it is.
+void RenewDiscovery();
 
 }  // namespace quorvind

@@ -3,20 +3,17 @@
 #include <cstdint>
 #include <future>
 #include <memory>
+#include <mutex>
+#include <random>
 #include <string>
 
+#include "nd/answers.h"
 #include "nd/connection.h"
-#include "nd/listeners.h"
 #include "nd/packet.h"
+#include "nd/reception.h"
 #include "util/thread.h"
 
 namespace quorvind {
-
-/// Outcome of a configuration query.
-struct GetDeviceConfigResult {
-  ResultCode Code = ResultCode::Success;
-  DeviceConfig Config;  ///< only with Success
-};
 
 /// The host side of the discovery protocol: sends requests, matches each answer to its request by the token,
 /// and hands what devices say of themselves to listeners. Created stopped. Any thread; start and stop one at
@@ -26,9 +23,11 @@ struct GetDeviceConfigResult {
 /// it likes. Of a host that stops, the futures report a broken promise.
 class Host {
  public:
-  Host();
+  Host() = default;
   Host(const Host&) = delete;
   Host& operator=(const Host&) = delete;
+
+  /// Never waits: the receive thread ends by itself. Pending requests fail with RequestCancelledException.
   ~Host();
 
   /// Takes the transport and starts the receive thread. Throws InvalidOperationException on a host that runs.
@@ -37,12 +36,9 @@ class Host {
   /// The same with a transport over these local interfaces. Throws NetworkException.
   void start(const IP4Set& interfaces);
 
-  /// Ends the receive thread and closes the transport; nothing on a host that is stopped. Must not be called
-  /// with a lock held that a listener takes. Called by a listener, it does not wait for the thread.
+  /// Ends the receive thread and closes the transport; does nothing on a host that is stopped. Waits for a
+  /// listener that is running, unless a listener calls it.
   void stop();
-
-  /// The same without waiting: the thread goes to the list of retired ones.
-  void retire();
 
   /// Asks devices to tell of themselves, on all networks; the listeners hear the answers.
   /// @param deviceType    kAnyDeviceType for any
@@ -65,10 +61,25 @@ class Host {
   void removeListener(std::size_t id);
 
  private:
-  class Core;
+  /// What there is while the host runs.
+  struct Running {
+    std::shared_ptr<Connection> connection;
+    std::shared_ptr<Reception> reception;
+    cppu::Thread thread;
 
-  /// Shared with the receive thread, which may outlive the host for a moment.
-  std::shared_ptr<Core> core_;
+    void stop() const noexcept;
+  };
+
+  Running takeRunning();
+  RequestToken drawToken();
+  void send(uint32_t networkId, const QV_ND_Packet& packet);
+  template <class Answer, class Make>
+  std::future<Answer> request(PendingRequests<Answer>& pending, Make make);
+
+  const std::shared_ptr<Answers> answers_ = std::make_shared<Answers>();
+  std::mutex mutex_;  ///< guards what follows
+  Running running_;
+  std::mt19937_64 random_{std::random_device("default")()};
 };
 
 }  // namespace quorvind

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <list>
 #include <unordered_map>
@@ -17,6 +18,13 @@ class KnownDevices {
  public:
   using Position = std::list<DiscoverInfo>::iterator;
 
+  /// The most devices that are remembered for an interface: far more than any network has, and little enough
+  /// memory when somebody forges answers.
+  static constexpr std::size_t kMost = 16384;
+
+  [[nodiscard]] bool isFull() const { return list_.size() >= kMost; }
+  [[nodiscard]] auto begin() const { return list_.begin(); }
+  [[nodiscard]] auto end() const { return list_.end(); }
   [[nodiscard]] Position end() { return list_.end(); }
 
   /// The same device, or end().
@@ -37,12 +45,13 @@ class KnownDevices {
     return list_.erase(position);
   }
 
-  /// Takes out those that were last seen before the moment.
-  std::list<DiscoverInfo> takeOlderThan(std::chrono::steady_clock::time_point moment) noexcept {
+  /// Takes out those for which the predicate holds.
+  template <class Predicate>
+  std::list<DiscoverInfo> takeIf(Predicate predicate) noexcept {
     std::list<DiscoverInfo> taken;
     for (auto position = list_.begin(); position != list_.end();) {
       const auto device = position++;
-      if (device->LastSeen >= moment) continue;
+      if (!predicate(std::as_const(*device))) continue;
       index_.erase(std::cref(*device));
       taken.splice(taken.end(), list_, device);
     }

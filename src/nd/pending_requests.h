@@ -4,6 +4,7 @@
 #include <cstring>
 #include <exception>
 #include <future>
+#include <mutex>
 #include <unordered_map>
 #include <utility>
 
@@ -11,16 +12,23 @@
 
 namespace quorvind {
 
-/// The requests that wait for an answer, by token. Not locked: the owner does that.
+/// The requests of one kind that wait for an answer, by token. Any thread.
 template <class Answer>
 class PendingRequests {
  public:
-  std::future<Answer> add(const RequestToken& token) { return promises_[token].get_future(); }
+  std::future<Answer> add(const RequestToken& token) {
+    const std::lock_guard lock(mutex_);
+    return promises_[token].get_future();
+  }
 
-  void drop(const RequestToken& token) { promises_.erase(token); }
+  void drop(const RequestToken& token) {
+    const std::lock_guard lock(mutex_);
+    promises_.erase(token);
+  }
 
   /// Moves the request out, if there is one with the token, into an empty `request`.
   bool take(const RequestToken& token, std::promise<Answer>& request) {
+    const std::lock_guard lock(mutex_);
     const auto found = promises_.find(token);
     if (found == promises_.end()) return false;
     request = std::move(found->second);
@@ -29,11 +37,10 @@ class PendingRequests {
   }
 
   /// Destroyed unfulfilled: their futures report a broken promise.
-  void dropAll() { promises_.clear(); }
+  void dropAll() noexcept { takeAll(); }
 
-  void failAll(const std::exception_ptr& failure) {
-    for (auto& [token, promise] : promises_) promise.set_exception(failure);
-    promises_.clear();
+  void failAll(const std::exception_ptr& failure) noexcept {
+    for (auto& [token, promise] : takeAll()) promise.set_exception(failure);
   }
 
  private:
@@ -44,8 +51,17 @@ class PendingRequests {
       return hash;
     }
   };
+  using Promises = std::unordered_map<RequestToken, std::promise<Answer>, TokenHash>;
 
-  std::unordered_map<RequestToken, std::promise<Answer>, TokenHash> promises_;
+  Promises takeAll() noexcept {
+    Promises all;
+    const std::lock_guard lock(mutex_);
+    all.swap(promises_);
+    return all;
+  }
+
+  std::mutex mutex_;  ///< guards promises_; a leaf, not held while a promise is fulfilled
+  Promises promises_;
 };
 
 }  // namespace quorvind

@@ -1,42 +1,63 @@
 #include "nd/search_task.h"
 
+#include <cxxabi.h>
+
 #include <exception>
+#include <utility>
 
 #include "nd/log.h"
 
 namespace quorvind {
-namespace {
 
-/// Judged where it is thrown: an exception that two threads hold is destroyed by either, which no sanitizer
-/// can follow.
-bool Succeeds(DeviceFilter& filter, std::chrono::milliseconds timeout, const std::string& serialNumber) {
-  try {
-    filter.search(timeout, serialNumber);
-    return true;
-  } catch (const std::exception& failure) {
-    LogWarning("Search failed", failure.what());
-  } catch (...) {
-    LogWarning("Search failed", "unknown failure");
+/// The search itself, shared by the task and its thread.
+class SearchTask::Search final : public cppu::Worker {
+ public:
+  Search(std::shared_ptr<DeviceFilter> filter, std::chrono::milliseconds timeout, std::string serialNumber)
+      : filter_(std::move(filter)), timeout_(timeout), serialNumber_(std::move(serialNumber)) {}
+
+  /// The failure is judged here, where it is thrown: an exception that two threads hold is destroyed by
+  /// either, which no sanitizer can follow.
+  void run() override {
+    try {
+      filter_->search(timeout_, serialNumber_, wait_);
+      succeeded_ = true;
+    } catch (const std::exception& failure) {
+      LogWarning("Search failed", failure.what());
+    } catch (const abi::__forced_unwind&) {
+      throw;  // a callback of the application has called pthread_exit
+    } catch (...) {
+      LogWarning("Search failed", "unknown failure");
+    }
   }
-  return false;
-}
 
-}  // namespace
+  void stop() noexcept override { wait_.cancel(); }
 
-SearchTask::SearchTask(DeviceFilter& filter, std::chrono::milliseconds timeout,
-                       const std::string& serialNumber) {
+  /// After the thread was joined.
+  [[nodiscard]] bool succeeded() const { return succeeded_; }
+
+ private:
+  const std::shared_ptr<DeviceFilter> filter_;
+  const std::chrono::milliseconds timeout_;
+  const std::string serialNumber_;
+  cppu::CancellableWait wait_;
+  bool succeeded_ = false;
+};
+
+SearchTask::SearchTask(std::shared_ptr<DeviceFilter> filter, std::chrono::milliseconds timeout,
+                       const std::string& serialNumber)
+    : search_(std::make_shared<Search>(std::move(filter), timeout, serialNumber)) {
   try {
-    thread_ = cppu::Thread("qvio-search", [&filter, timeout, serialNumber, succeeded = succeeded_] {
-      *succeeded = Succeeds(filter, timeout, serialNumber);
-    });
+    thread_ = cppu::Thread("qvio-search", search_);
   } catch (const std::exception& failure) {
     LogWarning("Could not start a search", failure.what());
   }
 }
 
-bool SearchTask::succeeds() {
-  if (thread_.joinable()) thread_.join();
-  return *succeeded_;
+void SearchTask::cancel() noexcept { search_->stop(); }
+
+bool SearchTask::join() {
+  thread_.join();
+  return search_->succeeded();
 }
 
 }  // namespace quorvind

@@ -5,27 +5,27 @@
 #include <string>
 
 #include "nd/device_filter.h"
+#include "util/cancellable_wait.h"
 #include "util/thread.h"
 
 namespace quorvind {
 
-/// A timed search that runs on a thread of its own; its end is awaited at the latest by the destructor. The
-/// filter must outlive it.
+/// A timed search that runs on a thread of its own.
 class SearchTask {
  public:
-  SearchTask(DeviceFilter& filter, std::chrono::milliseconds timeout, const std::string& serialNumber);
-  SearchTask(SearchTask&&) = default;
-  SearchTask& operator=(SearchTask&&) = delete;
-  ~SearchTask() {
-    if (thread_.joinable()) thread_.join();
-  }
+  SearchTask(std::shared_ptr<DeviceFilter> filter, std::chrono::milliseconds timeout,
+             const std::string& serialNumber);
 
-  /// Waits for the end. False when the search, or the start of its thread, has thrown.
-  [[nodiscard]] bool succeeds();
+  /// Ends the search before its time; then it removes no device.
+  void cancel() noexcept;
+
+  /// Waits for the end. False when the search, or the start of its thread, has failed.
+  [[nodiscard]] bool join();
 
  private:
-  /// Written by the thread, read after it was joined. Shared, because the task may be moved meanwhile.
-  std::shared_ptr<bool> succeeded_ = std::make_shared<bool>(false);
+  class Search;
+
+  std::shared_ptr<Search> search_;
   cppu::Thread thread_;
 };
 

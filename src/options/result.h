@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cxxabi.h>
+
 #include <cstdint>
 #include <stdexcept>
 #include <string>
@@ -35,9 +37,10 @@ uint32_t CurrentExceptionResult() noexcept;
 
 /// Runs an action that returns a result code or nothing (QV_IO_OK) and turns what it throws into a code: a
 /// Failure gives its own, an OptionsError QV_IO_ERROR_INVALID_ARGUMENT, anything else
-/// QV_IO_ERROR_DRIVER_FAILURE. No exception passes into the application.
+/// QV_IO_ERROR_DRIVER_FAILURE. No exception passes into the application; only the forced unwinding of a thread
+/// that is being ended must, since swallowing it aborts the process.
 template <class Action>
-uint32_t ResultOf(Action action) noexcept {
+uint32_t ResultOf(Action action) {
   try {
     if constexpr (std::is_void_v<std::invoke_result_t<Action>>) {
       action();
@@ -45,6 +48,8 @@ uint32_t ResultOf(Action action) noexcept {
     } else {
       return action();
     }
+  } catch (const abi::__forced_unwind&) {
+    throw;
   } catch (...) {
     return CurrentExceptionResult();
   }

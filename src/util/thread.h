@@ -1,36 +1,100 @@
 #pragma once
 
+#include <pthread.h>
+
 #include <chrono>
-#include <functional>
-#include <future>
-#include <thread>
+#include <condition_variable>
+#include <list>
+#include <memory>
+#include <mutex>
 
 namespace cppu {
 
-/// A thread of the library: it bears a name and blocks all signals, so that the application's handlers run
-/// on the application's threads. Movable; must be joined before it is destroyed.
+/// What a thread of the library works on. The thread holds it from its start to its end.
+class Worker {
+ public:
+  Worker() = default;
+  Worker(const Worker&) = delete;
+  Worker& operator=(const Worker&) = delete;
+  virtual ~Worker() = default;
+
+  /// The thread's body. It may be left by the forced unwinding of pthread_exit, which a callback of the
+  /// application may call, but not by an exception.
+  virtual void run() = 0;
+
+  /// Asks run() to return soon. Any thread, at any time, also before run() has begun and after it has
+  /// returned; must not block.
+  virtual void stop() noexcept = 0;
+
+  /// Called in a forked child, in which the thread does not exist: closes the child's copies of the
+  /// descriptors and touches nothing that is shared with the parent.
+  virtual void abandon() noexcept {}
+};
+
+/// A thread of the library. It has a name, a stack of 1 MiB, all signals blocked, so that the application's
+/// handlers run on the application's threads, and cancellation off. Threads::all() knows it from its start
+/// until it is joined, so that a Thread may be destroyed at any time, also on the thread itself.
 class Thread {
  public:
   Thread() = default;
 
-  /// Starts the body. Throws std::system_error when no thread can be had; then the body never runs.
+  /// Starts the worker. Throws std::system_error when no thread is available; then run() is never called.
   /// @param name  at most 15 characters
-  Thread(const char* name, std::function<void()> body);
+  Thread(const char* name, std::shared_ptr<Worker> worker);
+  Thread(Thread&&) = default;
+  Thread& operator=(Thread&& other) noexcept;
+  ~Thread() { release(); }
 
-  [[nodiscard]] bool joinable() const noexcept { return thread_.joinable(); }
-  [[nodiscard]] bool isCurrent() const noexcept { return thread_.get_id() == std::this_thread::get_id(); }
-
-  /// Waits until the body has returned, at most until the deadline. After true, join() returns at once.
-  [[nodiscard]] bool endsBefore(std::chrono::steady_clock::time_point deadline) const {
-    return ended_.wait_until(deadline) == std::future_status::ready;
-  }
-
-  void join() { thread_.join(); }
-  void detach() { thread_.detach(); }
+  /// Waits for the end of the thread. Returns at once when there is none and on the thread itself.
+  void join();
 
  private:
-  std::future<void> ended_;
-  std::thread thread_;
+  friend class Threads;
+  struct Record;
+
+  static void* runRecord(void* record);
+  void release() noexcept;
+
+  std::shared_ptr<Record> record_;
+};
+
+/// The one place that knows every thread of the library: closing without waiting, unloading, exit and fork
+/// rely on it. Any thread.
+class Threads {
+ public:
+  /// The one of the process. Never destroyed.
+  static Threads& all();
+
+  /// Joins the threads that have ended and whose Thread is gone. Does not wait for a thread that still works.
+  void reap() noexcept;
+
+  /// Ends them all, for good: no thread starts any more. Stops every worker and joins the threads, except for
+  /// the calling one. A thread that does not end in time, because a callback of the application does not
+  /// return, is left alone. Returns whether none is left.
+  bool endAll(std::chrono::milliseconds patience);
+
+  /// Lets threads start again after endAll().
+  void reopen();
+
+  /// For pthread_atfork. The child starts with no threads; the workers of the parent's are abandoned.
+  static void beforeFork() noexcept { all().mutex_.lock(); }
+  static void afterForkInParent() noexcept { all().mutex_.unlock(); }
+  static void afterForkInChild() noexcept;
+
+ private:
+  friend class Thread;
+  using RecordPtr = std::shared_ptr<Thread::Record>;
+
+  static bool IsCurrent(const Thread::Record& record);  // caller holds mutex_
+  void start(const RecordPtr& record);
+  void finish(Thread::Record& record) noexcept;
+  void join(const RecordPtr& record);
+  std::shared_ptr<Worker> takeUnstopped();
+
+  std::mutex mutex_;  ///< guards what follows and the records; a leaf, held in fork as well
+  std::condition_variable ended_;
+  std::list<RecordPtr> records_;  ///< the threads that are not joined yet
+  bool closed_ = false;           ///< after endAll()
 };
 
 }  // namespace cppu

@@ -3,10 +3,10 @@
 #include <chrono>
 #include <cstdio>
 #include <exception>
+#include <thread>
 
 #include "device_search.h"
 #include "util/stop_signal.h"
-#include "util/thread.h"
 
 namespace qvio_tool {
 
@@ -16,7 +16,7 @@ class RepeatedSearch {
  public:
   /// @param pause  between two searches; 0: only the first one
   RepeatedSearch(const DeviceSearch& search, std::chrono::seconds pause)
-      : thread_("qvio-rescan", [this, &search, pause] { run(search, pause); }) {}
+      : thread_([this, &search, pause] { run(search, pause); }) {}
   RepeatedSearch(const RepeatedSearch&) = delete;
   RepeatedSearch& operator=(const RepeatedSearch&) = delete;
   ~RepeatedSearch() {
@@ -39,7 +39,7 @@ class RepeatedSearch {
   }
 
   cppu::StopSignal stop_;
-  cppu::Thread thread_;
+  std::thread thread_;
 };
 
 }  // namespace qvio_tool

@@ -11,6 +11,7 @@
 #include "io/ftdi/link_settings.h"
 #include "io/ftdi/usb.h"
 #include "options/result.h"
+#include "util/scope_exit.h"
 #include "util/text_out.h"
 
 namespace qvio {
@@ -69,12 +70,7 @@ uint32_t IoFtdi::open(std::shared_ptr<IoDevice> self) {
     sendLimit_ = milliseconds(options.txTimeout);
     healthCheck_ = milliseconds(options.healthCheck);
     chip_ = OpenConfigured(FindChip(locator(), options, usb), options, usb.functions());
-    try {
-      start(std::move(self));
-    } catch (...) {
-      chip_.close();  // before the event that the driver may know by now
-      throw;
-    }
+    start(std::move(self));
   });
 }
 
@@ -84,23 +80,27 @@ void IoFtdi::start(std::shared_ptr<IoDevice> self) {
   const auto status =
       chip_.functions().FT_SetEventNotification(chip_.handle(), d2xx::kEventReceived, event_->driverHandle());
   Require(status == d2xx::Ok, QV_IO_ERROR_DRIVER_FAILURE);
-  thread_.start(std::move(self), [this] { run(); });
+  thread_ = cppu::Thread("qvio-rx", {std::move(self), this});
 }
 
 void IoFtdi::close(bool wait) {
-  {
-    const std::lock_guard lock(*event_);
-    stop_->request();
-    event_->signal();
-  }
-  thread_.end(wait);
+  stop();
+  wait ? thread_.join() : cppu::Threads::all().reap();
+}
+
+void IoFtdi::stop() noexcept {
+  const std::lock_guard lock(*event_);
+  stop_->request();
+  event_->signal();
 }
 
 void IoFtdi::run() {
+  const cppu::ScopeExit closeChip([this] {  // also when a callback ends the thread by pthread_exit
+    const std::lock_guard alone(inUse_);
+    chip_.close();
+  });
   std::array<uint8_t, QV_IO_RECEIVE_CHUNK> buffer{};
   while (!stop_->requested()) receive(awaitBytes(), buffer);
-  const std::lock_guard alone(inUse_);
-  chip_.close();
 }
 
 IoFtdi::QueueState IoFtdi::query() const {

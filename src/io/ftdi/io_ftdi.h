@@ -10,15 +10,15 @@
 #include "io/ftdi/chip.h"
 #include "io/ftdi/receive_event.h"
 #include "io/io_device.h"
-#include "io/receive_thread.h"
 #include "options/option_sets.h"
 #include "util/stop_signal.h"
+#include "util/thread.h"
 
 namespace qvio {
 
 /// A USB link through FTDI's driver. The receive thread sleeps in the driver's event and asks for the chip's
 /// state once in a period, so that an unplugged chip is noticed.
-class IoFtdi final : public IoDevice {
+class IoFtdi final : public IoDevice, private cppu::Worker {
  public:
   using IoDevice::IoDevice;
 
@@ -40,8 +40,11 @@ class IoFtdi final : public IoDevice {
 
   void start(std::shared_ptr<IoDevice> self);
 
-  // Receive thread.
-  void run();
+  // The receive thread's work.
+  void run() override;
+  void stop() noexcept override;
+  void abandon() noexcept override { stop_.reset(); }  // the driver's descriptors are its own affair
+
   [[nodiscard]] uint32_t awaitBytes();
   [[nodiscard]] QueueState queryUnlessStopped(const std::optional<Time>& deadline, bool failureWasTold,
                                               bool& timedOut);
@@ -56,7 +59,7 @@ class IoFtdi final : public IoDevice {
   /// as long as they last. Nothing else is locked while it is held.
   std::shared_mutex inUse_;
   Chip chip_;
-  ReceiveThread thread_;
+  cppu::Thread thread_;
 };
 
 }  // namespace qvio

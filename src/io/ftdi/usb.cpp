@@ -1,5 +1,7 @@
 #include "io/ftdi/usb.h"
 
+#include <new>
+
 #include "options/result.h"
 #include "util/never_destroyed.h"
 
@@ -8,6 +10,12 @@ namespace qvio {
 Usb& TheUsb() {
   static constinit cppu::NeverDestroyed<Usb> usb;
   return usb.value;
+}
+
+void RenewUsb() {
+  const auto driver = TheUsb().driver;
+  ::new (&TheUsb()) Usb;
+  TheUsb().driver = driver;
 }
 
 UsbAccess::UsbAccess() : usb_(TheUsb()), lock_(usb_.mutex) {

@@ -16,6 +16,9 @@ struct Usb {
 
 Usb& TheUsb();
 
+/// For a forked child: a new lock and an empty list. The driver's libraries stay loaded.
+void RenewUsb();
+
 /// The USB mutex, held, with the driver loaded. Throws Failure with QV_IO_ERROR_DRIVER_UNAVAILABLE.
 class UsbAccess {
  public:

@@ -36,7 +36,10 @@ TEST(HandleTable, GivesTheLowestFreeHandleAndNoSixtyFifth) {
   table.take(40);
   EXPECT_EQ(table.store(std::make_shared<NullDevice>()), 3U);
   EXPECT_EQ(table.store(std::make_shared<NullDevice>()), 40U);
-  table.clear();
+  {
+    const std::lock_guard lock(mutex);
+    table.clear();
+  }
   EXPECT_THROW(std::ignore = table.at(0), Failure);
 }
 

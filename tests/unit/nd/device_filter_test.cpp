@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <future>
+#include <thread>
+
+#include "nd/device_cache.h"
 #include "unit/nd/fake_connection.h"
 
 namespace quorvind {
@@ -96,17 +100,100 @@ TEST(DeviceFilter, SearchSweepsWhatWasNotHeardSinceTheRequest) {
   EXPECT_THROW(watcher.filter.search(0ms, "SN"), InvalidOperationException);
   auto* const net = StartOnFake(*watcher.host);
   net->onSend = [&] { watcher.hear(Device("B", true, std::chrono::steady_clock::now())); };
-  watcher.filter.search(0ms, "SN");
-  EXPECT_EQ(watcher.result(), "-A1 -E1 | B1 D0 ");
+  watcher.filter.search(0ms, "E");
+  EXPECT_EQ(watcher.result(), "-E1 | A1 B1 D0 ") << "others were not asked";
   ASSERT_EQ(net->sent.size(), 1U);
   const auto& sent = net->sent[0];
-  EXPECT_TRUE(sent.OpCode == 0x21 && sent.DeviceType == 7 && sent.SerialNumber == "SN");
+  EXPECT_TRUE(sent.OpCode == 0x21 && sent.DeviceType == 7 && sent.SerialNumber == "E");
+  watcher.filter.search(0ms, "");
+  EXPECT_EQ(watcher.result(), "-A1 | B1 D0 ");
 
   net->onSend = [&] { watcher.told.clear(); };
   const auto start = std::chrono::steady_clock::now();
   watcher.filter.search(30ms, "");
   EXPECT_GE(std::chrono::steady_clock::now() - start, 30ms);
   EXPECT_EQ(watcher.result(), "-B1 | D0 ");
+}
+
+TEST(DeviceFilter, SearchesThatOverlapSpareWhatAnsweredTheOldest) {
+  Watcher watcher(false);
+  auto* const net = StartOnFake(*watcher.host);
+  watcher.hear(Device("silent"));
+  net->onSend = [&] {  // of the outer search
+    net->onSend = [] {};
+    watcher.hear(Device("A", true, std::chrono::steady_clock::now()));
+    std::this_thread::sleep_for(1ms);  // the inner one begins after that answer
+    watcher.filter.search(0ms, "");
+    EXPECT_EQ(watcher.result(), "+A1 -silent1 | A1 ");
+  };
+  watcher.filter.search(0ms, "");
+  EXPECT_EQ(watcher.result(), "+A1 -silent1 | A1 ");
+
+  cppu::CancellableWait cancelled;
+  cancelled.cancel();
+  watcher.filter.search(1h, "", cancelled);
+  EXPECT_EQ(watcher.result(), "+A1 -silent1 | A1 ") << "a cancelled search removes nothing";
+}
+
+TEST(DeviceFilter, ReportsInTheOrderInWhichItsListChanges) {
+  const auto host = std::make_shared<Host>();
+  StartOnFake(*host);
+  std::string reported;
+  std::future<bool> answer;
+  DeviceFilter* filter = nullptr;
+  const auto removed = [&](const DiscoverInfo& info) {
+    if (!answer.valid()) {  // B is out of the list as well, but not reported yet
+      answer = std::async(std::launch::async, [&] { return filter->onDiscoverInfo(Device("B")); });
+      EXPECT_EQ(answer.wait_for(20ms), std::future_status::timeout);
+    }
+    reported += '-' + Name(info);
+  };
+  const auto added = [&](const DiscoverInfo& info) { reported += '+' + Name(info); };
+  DeviceFilter watched(host, added, nullptr, removed, kAnyDeviceType, 0, false);
+  filter = &watched;
+  for (const auto* const serialNumber : {"A", "B"}) watched.onDiscoverInfo(Device(serialNumber));
+  watched.search(0ms, "");
+  answer.wait();
+  EXPECT_EQ(reported, "+A1 +B1 -A1 -B1 +B1 ");
+}
+
+TEST(DeviceFilter, IgnoresWhatIsMoreThanAnyNetworkHas) {
+  Watcher watcher(false);
+  for (std::size_t i = 0; i < KnownDevices::kMost; ++i)
+    watcher.filter.onDiscoverInfo(Device(std::to_string(i)));
+  watcher.hear(Device("forged"));
+  EXPECT_EQ(watcher.told, "");
+  EXPECT_EQ(watcher.filter.devices().size(), KnownDevices::kMost);
+}
+
+TEST(DeviceCache, FindsWhatWasHeardLastAndForgetsWhatNobodyUses) {
+  const auto now = std::chrono::steady_clock::now();
+  const IP4 a{10, 0, 0, 1};
+  const IP4 b{10, 0, 0, 2};
+  const auto at = [&](uint16_t port, std::chrono::seconds age) {
+    return DiscoverInfo{7, "SN", {10, 0, 0, 9}, 1, port, true, "", now - age};
+  };
+  const auto port = [&](const DeviceCache& cache) {
+    const auto found = cache.latest("SN");
+    return found ? found->info.Port : 0;
+  };
+  DeviceCache cache;
+  cache.insert(a, at(1, 30s));
+  cache.insert(b, at(2, 20s));
+  cache.insert(a, at(3, 25s));
+  EXPECT_EQ(port(cache), 2);
+  EXPECT_TRUE(cache.refresh(a, at(1, 10s)));
+  EXPECT_FALSE(cache.refresh(b, at(1, 0s)));
+  EXPECT_EQ(port(cache), 1) << "an equal record refreshes the time";
+  cache.erase(a, at(1, 0s));
+  EXPECT_EQ(port(cache), 2);
+  cache.expire(now - 5s, [&](const IP4& local) { return local == b; });
+  EXPECT_EQ(port(cache), 3);
+
+  for (std::size_t i = 0; i <= KnownDevices::kMost; ++i)
+    cache.insert(a, Device(std::to_string(i), true, now - 1h));
+  cache.insert(a, at(4, 0s));
+  EXPECT_EQ(port(cache), 4) << "forged records make room for recent ones";
 }
 
 TEST(DeviceFilter, HearsItsHostAndLeavesIt) {

@@ -1,11 +1,12 @@
 #include <gtest/gtest.h>
 #include <malloc.h>
 
+#include <atomic>
 #include <set>
 
 #include "nd/log.h"
 #include "unit/nd/fake_connection.h"
-#include "util/retired_threads.h"
+#include "util/thread.h"
 
 namespace quorvind {
 namespace {
@@ -128,10 +129,10 @@ TEST_F(HostTest, ListenersHearWhatDevicesSayWhateverFails) {
   EXPECT_EQ(log, (Texts{text + "listener", text + "unknown failure", text + "receive"}));
 }
 
-TEST_F(HostTest, RemovingAListenerWaitsUntilItHasEnded) {
+TEST_F(HostTest, RemovingAListenerOrTheHostWaitsForNobody) {
   std::promise<void> entered;
   std::promise<void> release;
-  bool ended = false;
+  std::atomic<bool> ended = false;
   const auto id = host->addListener([&](const auto&) {
     entered.set_value();  // throws in a second call
     release.get_future().wait();
@@ -139,12 +140,14 @@ TEST_F(HostTest, RemovingAListenerWaitsUntilItHasEnded) {
   });
   net->announce("A");
   entered.get_future().wait();
-  auto removed = std::async(std::launch::async, [&] { return host->removeListener(id), ended; });
-  EXPECT_EQ(removed.wait_for(50ms), std::future_status::timeout);
-  release.set_value();
-  EXPECT_TRUE(removed.get());
   net->announce("B");
-  EXPECT_TRUE(net->isDealtWith() && log.empty());
+  host->removeListener(id);
+  host.reset();
+  EXPECT_FALSE(ended);
+  release.set_value();
+  EXPECT_TRUE(cppu::Threads::all().endAll(qvtest::kGenerous));
+  cppu::Threads::all().reopen();
+  EXPECT_TRUE(ended && log.empty());
 }
 
 TEST_F(HostTest, AListenerMayRemoveItselfAndReleaseTheHost) {
@@ -158,7 +161,8 @@ TEST_F(HostTest, AListenerMayRemoveItselfAndReleaseTheHost) {
   net->announce("B");
   released.get_future().wait();
   EXPECT_EQ(calls, 1);
-  EXPECT_TRUE(cppu::Retired().joinAll(qvtest::kGenerous));
+  EXPECT_TRUE(cppu::Threads::all().endAll(qvtest::kGenerous));
+  cppu::Threads::all().reopen();
 }
 
 TEST_F(HostTest, LogsPacketsAndDatagrams) {

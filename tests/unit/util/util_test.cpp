@@ -5,10 +5,11 @@
 #include <future>
 #include <string>
 
+#include "support/wait.h"
 #include "util/number.h"
-#include "util/retired_threads.h"
 #include "util/stop_signal.h"
 #include "util/text_out.h"
+#include "util/thread.h"
 
 namespace cppu {
 namespace {
@@ -48,12 +49,27 @@ TEST(Numbers, SignedOnesKeepTheirSign) {
   EXPECT_THROW(ToInt32("2147483648"), std::out_of_range);
 }
 
+/// Runs a function on a thread of the library; stop() fulfils a promise that it may wait for.
+class Job final : public Worker {
+ public:
+  explicit Job(std::function<void(std::future<void>)> body) : body_(std::move(body)) {}
+  void run() override { body_(stopped_.get_future()); }
+  void stop() noexcept override { stopped_.set_value(); }
+
+ private:
+  std::function<void(std::future<void>)> body_;
+  std::promise<void> stopped_;
+};
+
+Thread Start(std::function<void(std::future<void>)> body) {
+  return {"test", std::make_shared<Job>(std::move(body))};
+}
+
 TEST(Thread, BlocksAllSignalsAndLeavesTheStartersMask) {
   sigset_t starter;
   pthread_sigmask(SIG_SETMASK, nullptr, &starter);
   sigset_t inside;
-  Thread thread("test", [&] { pthread_sigmask(SIG_SETMASK, nullptr, &inside); });
-  thread.join();
+  Start([&](auto) { pthread_sigmask(SIG_SETMASK, nullptr, &inside); }).join();
   sigset_t after;
   pthread_sigmask(SIG_SETMASK, nullptr, &after);
   for (const int signal : {SIGALRM, SIGINT, SIGTERM, SIGUSR1, SIGPIPE}) {
@@ -64,23 +80,35 @@ TEST(Thread, BlocksAllSignalsAndLeavesTheStartersMask) {
 
 TEST(StopSignal, EndsARestAtOnceAndForEver) {
   StopSignal stop;
-  Thread resting("test", [&] { stop.wait(1h); });
+  auto resting = Start([&](auto) { stop.wait(1h); });
   stop.request();
   resting.join();
   stop.wait(1h);
   EXPECT_TRUE(stop.requested());
 }
 
-TEST(RetiredThreads, JoinsTheEndedAndLetsAStuckOneGo) {
-  RetiredThreads retired;
-  auto held = std::make_shared<int>();
+TEST(Threads, EndAllStopsJoinsAndLetsAStuckOneBe) {
+  auto& threads = Threads::all();
   std::promise<void> release;
-  retired.add(Thread("test", [held, wait = release.get_future().share()] { wait.wait(); }));
-  retired.add(Thread("test", [held] {}));
-  retired.joinAll(20ms);  // the first is stuck: let go, or this would never return
-  EXPECT_GE(held.use_count(), 2);
+  auto held = std::make_shared<int>();
+  auto waiting = Start([held](auto stopped) { stopped.wait(); });
+  Start([held](auto stopped) { stopped.wait(); });   // nobody holds the Thread
+  Start([held](auto) { ::pthread_exit(nullptr); });  // ends without returning
+  auto stuck = Start([held, wait = release.get_future().share()](auto) { wait.wait(); });
+  auto own = Start([&](auto stopped) {
+    EXPECT_FALSE(threads.endAll(20ms)) << "one is stuck, and one is the caller";
+    stopped.wait();
+  });
+  own.join();
+  EXPECT_EQ(held.use_count(), 2) << "all but the stuck one have ended and released what they held";
+  EXPECT_THROW(Start([](auto) {}), std::system_error);
   release.set_value();
-  while (held.use_count() > 1) std::this_thread::yield();
+  EXPECT_TRUE(threads.endAll(qvtest::kGenerous));
+  EXPECT_EQ(held.use_count(), 1);
+  stuck.join();
+  threads.reopen();
+  Start([held](auto) {}).join();
+  EXPECT_EQ(held.use_count(), 1);
 }
 
 }  // namespace

@@ -1,0 +1,78 @@
+#include "nd/reception.h"
+
+#include <cxxabi.h>
+
+#include <chrono>
+#include <exception>
+#include <string>
+#include <utility>
+
+#include "nd/log.h"
+#include "nd/packet_text.h"
+
+namespace quorvind {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr int64_t kReceiveTimeoutMs = 5000;
+constexpr auto kRestAfterFault = 100ms;  // a transport that keeps failing must not cost a core
+
+}  // namespace
+
+Reception::Reception(std::shared_ptr<Connection> connection, std::shared_ptr<Answers> answers)
+    : connection_(std::move(connection)), answers_(std::move(answers)) {}
+
+void Reception::run() {
+  while (!isStopped()) {
+    try {
+      receiveOnce();
+    } catch (const std::exception& failure) {
+      rest(failure.what());
+    } catch (const abi::__forced_unwind&) {
+      throw;  // a callback of the application has called pthread_exit
+    } catch (...) {
+      rest("unknown failure");
+    }
+  }
+}
+
+void Reception::stop() noexcept {
+  {
+    const std::lock_guard lock(mutex_);
+    stopped_ = true;
+  }
+  wakeUp_.notify_all();
+  connection_->Close(false);
+}
+
+bool Reception::isStopped() {
+  const std::lock_guard lock(mutex_);
+  return stopped_;
+}
+
+void Reception::rest(std::string_view failure) {
+  LogWarning("Host could not process a datagram", failure);
+  std::unique_lock lock(mutex_);
+  wakeUp_.wait_for(lock, kRestAfterFault, [this] { return stopped_; });
+}
+
+void Reception::receiveOnce() {
+  uint32_t networkId = 0;
+  IP4 sender{};
+  QV_ND_RawPacket datagram;
+  if (!connection_->Receive(networkId, sender, datagram.Data, kReceiveTimeoutMs)) return;
+  QV_ND_Packet packet;
+  const bool valid = DecodePacket(datagram.Data, packet);
+  const auto origin = [&] { return connection_->NetworkName(networkId) + " from " + IP4ToString(sender); };
+  if (IsLogged(LogCategory::RawDatagrams)) {
+    Log(LogCategory::RawDatagrams, std::string("Host got ") + (valid ? "valid " : "invalid ") +
+                                       "raw packet over " + origin() + ": " + ToString(datagram));
+  }
+  if (!valid) return;
+  if (IsLogged(LogCategory::Packets))
+    Log(LogCategory::Packets, "Host got packet over " + origin() + ": " + ToString(packet));
+  answers_->dispatch(packet, sender);
+}
+
+}  // namespace quorvind
