@@ -3,7 +3,9 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
+#include <pthread.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -91,37 +93,85 @@ TEST(Unload, EndsDiscoveryWhileDevicesTalk) {
   EXPECT_TRUE(Eventually([] { return ThreadsNamed("qvio-nd") == 0; }));
 }
 
-/// Ends the process from within the event callback, which runs with a lock held that unloading needs.
-[[noreturn]] void ExitInsideEvent() {
+/// The library with everything on: a TCP device that talks without a pause, and devices that come and go on a
+/// watched interface.
+struct Busy {
+  explicit Busy(QV_IO_ReceiveCallback onReceive, QV_IO_EventCallback onEvent, void* userData = nullptr) {
+    library.find<decltype(QV_IO_SetEventCallback)>("QV_IO_SetEventCallback")(onEvent, userData);
+    EXPECT_EQ(library.find<decltype(QV_IO_SetGlobalOptions)>("QV_IO_SetGlobalOptions")(
+                  "discovery-iface network:127.0.0.1\ndiscovery-iface network:127.0.0.2"),
+              QV_IO_OK);
+    const auto locator = link.locator();
+    EXPECT_EQ(library.find<decltype(QV_IO_Open)>("QV_IO_Open")(&handle, locator.c_str(), nullptr, userData,
+                                                               onReceive, onError),
+              QV_IO_OK);
+    EXPECT_EQ(library.find<decltype(QV_IO_Send)>("QV_IO_Send")(handle, "x", 1), QV_IO_OK);
+    controllers.add(OwnSerial("busy"));
+    link.sendForever();
+  }
+  static void onError(void* /*userData*/, uint32_t /*code*/) {}
+
+  EchoLink link{LinkKind::Tcp};
   Controllers controllers;
-  const auto serial = OwnSerial("exit");
-  const LoadedLibrary library;
-  library.find<decltype(QV_IO_SetEventCallback)>("QV_IO_SetEventCallback")(
-      [](void*, uint32_t, const QV_IO_Event*) { std::exit(3); }, nullptr);
-  library.find<decltype(QV_IO_SetGlobalOptions)>("QV_IO_SetGlobalOptions")(
-      "discovery-iface network:127.0.0.1");
-  controllers.add(serial);
-  for (;;) ::pause();
+  LoadedLibrary library;
+  uint32_t handle = 0;
+};
+
+TEST(Unload, EndsChannelsThatAreStillOpen) {
+  for (int round = 0; round < 20; ++round) {
+    struct Calls {
+      std::atomic<std::size_t> received = 0;
+      std::atomic<int> events = 0;
+    } calls;
+    const Busy busy(
+        [](void* user, const uint8_t*, std::size_t length) { static_cast<Calls*>(user)->received += length; },
+        [](void* user, uint32_t, const QV_IO_Event*) { ++static_cast<Calls*>(user)->events; }, &calls);
+    EXPECT_TRUE(Eventually([&] { return calls.received > 10000 && calls.events > 0; }));
+  }
+  EXPECT_FALSE(IsMapped("libquorvio"));
+  EXPECT_TRUE(Eventually([] { return ThreadsNamed("qvio-nd") + ReceiveThreads() == 0; }));
 }
 
-TEST(Unload, LetsAnApplicationEndInsideItsEventCallback) {
+void Ignore(void* /*userData*/, const uint8_t* /*data*/, std::size_t /*length*/) {}
+void IgnoreEvent(void* /*userData*/, uint32_t /*type*/, const QV_IO_Event* /*event*/) {}
+
+/// How a process that is busy with the library may end. Each must end by itself, at once, with its status.
+const struct {
+  const char* name;
+  QV_IO_ReceiveCallback onReceive;
+  QV_IO_EventCallback onEvent;
+  bool exits;  ///< the main thread, once the callbacks run
+  int status;
+} kEndings[] = {{"exit beside callbacks", Ignore, IgnoreEvent, true, 3},
+                {"exit in the receive callback", [](void*, const uint8_t*, std::size_t) { std::exit(4); },
+                 IgnoreEvent, false, 4},
+                {"exit in the event callback", Ignore,
+                 [](void*, uint32_t, const QV_IO_Event*) { std::exit(5); }, false, 5},
+                {"receive thread ended", [](void*, const uint8_t*, std::size_t) { ::pthread_exit(nullptr); },
+                 IgnoreEvent, true, 6},
+                {"event thread ended", Ignore,
+                 [](void*, uint32_t, const QV_IO_Event*) { ::pthread_exit(nullptr); }, true, 7},
+                {"callbacks that hang", [](void*, const uint8_t*, std::size_t) { ::pause(); },
+                 [](void*, uint32_t, const QV_IO_Event*) { ::pause(); }, true, 8}};
+
+TEST(Unload, LetsAProcessEndWhateverItIsDoing) {
   testing::FLAGS_gtest_death_test_style = "threadsafe";
-  EXPECT_EXIT(ExitInsideEvent(), testing::ExitedWithCode(3), "");
-}
-
-/// Ends the process with everything on: the exit must not wait for what never ends.
-[[noreturn]] void ExitWithDiscoveryOn() {
-  Controllers controllers;
-  controllers.add(OwnSerial("exit"));
-  const LoadedLibrary library;
-  library.find<decltype(QV_IO_SetGlobalOptions)>("QV_IO_SetGlobalOptions")(
-      "discovery-iface network:127.0.0.1");
-  std::exit(4);
-}
-
-TEST(Unload, LetsAnApplicationEndWithDiscoveryOn) {
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
-  EXPECT_EXIT(ExitWithDiscoveryOn(), testing::ExitedWithCode(4), "");
+  for (const auto& ending : kEndings) {
+    const auto run = [&] {
+      static std::atomic<bool> received = false;
+      static std::atomic<bool> told = false;
+      static QV_IO_ReceiveCallback onReceive = ending.onReceive;
+      static QV_IO_EventCallback onEvent = ending.onEvent;
+      const Busy busy([](void* user, const uint8_t* data,
+                         std::size_t length) { received = true, onReceive(user, data, length); },
+                      [](void* user, uint32_t type, const QV_IO_Event* event) {
+                        told = true, onEvent(user, type, event);
+                      });
+      while (!ending.exits || !received || !told) ::usleep(1000);
+      std::exit(ending.status);
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(ending.status), "") << ending.name;
+  }
 }
 
 }  // namespace
