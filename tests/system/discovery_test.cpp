@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <future>
 #include <string>
 #include <thread>
 #include <vector>
@@ -101,6 +102,51 @@ TEST(Discovery, OpensByASerialNumberThatASearchOrTheCacheKnows) {
   const Channel other(locator + ':' + Port(otherPort));
   EXPECT_EQ(other.send("*IDN?\n"), QV_IO_OK);
   EXPECT_TRUE(other.receives("QUORVI,DRV-SIM," + OwnSerial("other") + ",1.0\r\n"));
+}
+
+TEST(Discovery, ASearchForOneDeviceEndsWithItsAnswerAndLeavesTheOthers) {
+  Controllers controllers;
+  const auto serial = OwnSerial("one");
+  const auto other = OwnSerial("other");
+  controllers.add(serial);
+  controllers.add(other);
+  const EventRecorder recorder(other);
+  ASSERT_EQ(QV_IO_SetGlobalOptions("discovery-iface network:127.0.0.1"), QV_IO_OK);
+  const std::string only = "only-locator\ndiscovery-timeout 500\nfind-device-sn " + other;
+  EXPECT_EQ(ListDevices(kLoopback, only).text, "network:sn:" + other);
+  const auto known = recorder.events().size();
+  auto listing = std::async(std::launch::async, [&] { return ListDevices(kLoopback, only).text; });
+  for (const auto* const absent : {"absent", "nobody"}) {
+    EXPECT_EQ(Channel("network:sn:" + std::string(absent), "iface network:127.0.0.1").result(),
+              QV_IO_ERROR_DEVICE_NOT_FOUND);
+  }
+  EXPECT_EQ(listing.get(), "network:sn:" + other) << "searches for others do not end what it has heard";
+  EXPECT_EQ(recorder.events().size(), known) << "nobody asked it, so its silence says nothing";
+
+  ASSERT_EQ(QV_IO_SetGlobalOptions("discovery-iface network:none"), QV_IO_OK);
+  controllers->changePort(serial);
+  const auto late = OwnSerial("late");  // not in the cache
+  controllers.add(late);
+  const auto started = std::chrono::steady_clock::now();
+  // An interface that is not local is left out of the search.
+  const Channel channel("network:sn:" + late,
+                        "iface network:198.51.100.7\niface network:127.0.0.1\ndiscovery-timeout 60000");
+  EXPECT_EQ(channel.result(), QV_IO_OK);
+  EXPECT_LT(std::chrono::steady_clock::now() - started, kGenerous);
+}
+
+TEST(Discovery, OpensADeviceThatHasMovedWhereItSpokeLast) {
+  Controllers controllers;
+  const auto serial = OwnSerial("moves");
+  controllers.add(serial);
+  for (int round = 0; round < 8; ++round) {
+    EXPECT_NE(ListDevices(kLoopback, "only-locator\ndiscovery-timeout 300").text.find(serial),
+              std::string::npos);
+    const Channel channel("network:sn:" + serial);
+    EXPECT_EQ(channel.send("*IDN?\n"), QV_IO_OK);
+    EXPECT_TRUE(channel.receives("QUORVI,DRV-SIM," + serial + ",1.0\r\n")) << round;
+    controllers->changePort(serial);
+  }
 }
 
 TEST(Discovery, FindsADeviceWhateverElseComesAlong) {
