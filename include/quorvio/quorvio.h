@@ -13,8 +13,8 @@
  *
  * Threads. Every function may be called from any thread at any time. Each open handle has one receive
  * thread of its own, which calls the two callbacks given to QV_IO_Open, one call at a time; callbacks of
- * different handles may run at the same moment. Threads of the library block all signals. Callbacks must
- * not throw.
+ * different handles may run at the same moment. Threads of the library block all signals and have stacks of
+ * 1 MiB. Callbacks must not throw.
  *
  * What may be called from inside a callback ("own" is the handle that the callback belongs to):
  *
@@ -38,11 +38,23 @@
  *     QV_IO_GetProperty                 yes                           no: deadlock
  *
  * The event callback runs with the lock held that the functions marked "deadlock" need; that makes
- * QV_IO_SetEventCallback a barrier. For the same reason it should return soon. An enumeration of network
- * devices inside it does not search, since it would wait for itself.
+ * QV_IO_SetEventCallback a barrier. For the same reason it should return soon, and must not wait for another
+ * thread that is inside a function of the library. An enumeration of network devices inside it does not
+ * search, since it would wait for itself.
  *
- * Signals and fork. Signal handlers of the application run on its own threads; interrupted system calls
- * are repeated. No function raises a signal. Every descriptor is close-on-exec. */
+ * End. A process may end at any time, with handles open and interfaces watched, also by exit in a callback:
+ * open channels are closed as by QV_IO_Close without wait, and their threads get up to 2 s to end. dlclose does
+ * the same. Before dlclose an application must make sure that no other thread is inside a function of the
+ * library and that its callbacks return: close the handles with wait, set a null event callback and watch
+ * nothing. A callback that is still running 2 s later would return into code that is no longer there. A callback
+ * may end its thread by pthread_exit; the handle then stays silent until it is closed.
+ *
+ * Signals, cancellation and fork. Signal handlers of the application run on its own threads; interrupted
+ * system calls are repeated. No function raises a signal. A thread that is cancelled inside a function ends after
+ * it. Every descriptor is close-on-exec. A forked child starts afresh: the handles and watches of the parent are
+ * not there (QV_IO_ERROR_INVALID_HANDLE), all else works as in a new process, and the parent notices nothing, not
+ * even when the child ends. If a callback forks and returns in the child, its thread ends there. FTDI's driver
+ * itself may not support fork: open USB devices either before or after it, in one of the two processes. */
 #ifndef QUORVIO_QUORVIO_H
 #define QUORVIO_QUORVIO_H
 
@@ -132,8 +144,9 @@ typedef void (*QV_IO_ReceiveCallback)(void* userData, const uint8_t* data, size_
  * @param resultCode  QV_IO_ERROR_CONNECTION_LOST or QV_IO_ERROR_RECEIVE_FAILED */
 typedef void (*QV_IO_ErrorCallback)(void* userData, uint32_t resultCode);
 
-/** A network device was found or lost. Called on a discovery thread, or on a thread that enumerates, with
- * the library's global lock held: see the table at the top for what must not be called from here.
+/** A network device was found or lost. Called on a discovery thread of the library, a search thread for devices
+ * that did not answer a search, with the library's global lock held: see the table at the top for what must not be
+ * called from here. The events of an interface come in the order in which its list of devices changes.
  * @param userData   as given to QV_IO_SetEventCallback
  * @param eventType  QV_IO_EVENT_DEVICE_FOUND or QV_IO_EVENT_DEVICE_LOST
  * @param event      the record, valid during the call only */
@@ -178,9 +191,10 @@ uint32_t QV_IO_CanEnumerateDevices(uint32_t interfaceType, uint32_t* canEnumerat
  * usb-pid, usb-vid, usb-desc (USB); device-type, device-info, iface, network-host, network-port (network).
  * Filters: `find-only-available` (default true), `find-protocol-id`, `find-usb-pid`, `find-usb-vid`,
  * `find-usb-product-name`, `find-device-sn`, `find-device-type`. Network search: `iface` "network:ADDRESS"
- * (of a local interface) or "network:all", one line each; all are searched at once, and the call takes the
- * whole `discovery-timeout` ms (default 100). One datagram may get lost: ask again where that matters. An
- * address that is not local finds nothing. `force-rescan`: ask the devices afresh.
+ * (of a local interface) or "network:all", one line each; all that can be used are searched at once, and the
+ * call takes the whole `discovery-timeout` ms (default 100). One datagram may get lost: ask again where that
+ * matters. An address that is not local finds nothing. `force-rescan`: ask the devices afresh. At most 16,384
+ * devices of an interface are kept. A device whose serial number holds a control character has no locator.
  * `locator-format-usb` "sn" or "id", `locator-format-network` "sn" or "host".
  * Serial ports cannot be listed: a list that includes them answers QV_IO_ERROR_NOT_SUPPORTED as a whole.
  *
@@ -212,8 +226,8 @@ uint32_t QV_IO_EnumerateInterfaces(const char* options, char* buffer, size_t* si
  *
  * @param options  may be null (the empty text)
  * @return QV_IO_OK; QV_IO_ERROR_INVALID_ARGUMENT: options rejected, after which nothing has changed but the
- *         locator format if only the interfaces were wrong, or an interface cannot be watched, such as one
- *         that is not local; then others of the list may be watched. */
+ *         locator format if an interface text was invalid; or an interface cannot be watched, such as one
+ *         that is not local, and then the others of the list are watched. */
 uint32_t QV_IO_SetGlobalOptions(const char* options);
 
 /** Sets the one callback for global events; null switches events off. When the call returns, the callback
@@ -250,8 +264,10 @@ uint32_t QV_IO_GetDiscoveryEventData(const QV_IO_Event* event, const char* optio
  *   `port N`             port when the locator gives none or 0
  *   `connect-timeout N`  ms for each address of the host, default 5000
  *   `iface TEXT`         "network:ADDRESS" or "network:all": where a serial number is searched that is not
- *                        known yet; may be repeated
- *   `discovery-timeout N` ms for that search, default 100
+ *                        known, or whose device was last heard more than 10 s ago on an interface that is not
+ *                        watched; may be repeated. Without it the device is used as it was heard last, up to an
+ *                        hour ago
+ *   `discovery-timeout N` ms for that search, default 100; it ends as soon as the device has answered
  *   A refused connection may pass here; then the error callback reports QV_IO_ERROR_CONNECTION_LOST. No
  *   socket option is set.
  * Options of a USB link:
