@@ -43,18 +43,19 @@
  * search, since it would wait for itself.
  *
  * End. A process may end at any time, with handles open and interfaces watched, also by exit in a callback:
- * open channels are closed as by QV_IO_Close without wait, and their threads get up to 2 s to end. dlclose does
- * the same. Before dlclose an application must make sure that no other thread is inside a function of the
- * library and that its callbacks return: close the handles with wait, set a null event callback and watch
- * nothing. A callback that is still running 2 s later would return into code that is no longer there. A callback
- * may end its thread by pthread_exit; the handle then stays silent until it is closed.
+ * open channels are closed as by QV_IO_Close without wait, and their threads get up to 2 s to end. dlclose
+ * does the same. Before dlclose an application must make sure that no other thread is inside a function of
+ * the library and that its callbacks return: close the handles with wait, set a null event callback and watch
+ * nothing. A callback that is still running 2 s later would return into code that is no longer there. A
+ * callback may end its thread by pthread_exit; the handle then stays silent until it is closed.
  *
  * Signals, cancellation and fork. Signal handlers of the application run on its own threads; interrupted
- * system calls are repeated. No function raises a signal. A thread that is cancelled inside a function ends after
- * it. Every descriptor is close-on-exec. A forked child starts afresh: the handles and watches of the parent are
- * not there (QV_IO_ERROR_INVALID_HANDLE), all else works as in a new process, and the parent notices nothing, not
- * even when the child ends. If a callback forks and returns in the child, its thread ends there. FTDI's driver
- * itself may not support fork: open USB devices either before or after it, in one of the two processes. */
+ * system calls are repeated. No function raises a signal. A thread that is cancelled inside a function ends
+ * after it. Every descriptor is close-on-exec. A forked child starts afresh: the handles and watches of the
+ * parent are not there (QV_IO_ERROR_INVALID_HANDLE), all else works as in a new process, and the parent
+ * notices nothing, not even when the child ends. If a callback forks and returns in the child, its thread
+ * ends there. FTDI's driver itself may not support fork: open USB devices either before or after it, in one
+ * of the two processes. */
 #ifndef QUORVIO_QUORVIO_H
 #define QUORVIO_QUORVIO_H
 
@@ -144,9 +145,10 @@ typedef void (*QV_IO_ReceiveCallback)(void* userData, const uint8_t* data, size_
  * @param resultCode  QV_IO_ERROR_CONNECTION_LOST or QV_IO_ERROR_RECEIVE_FAILED */
 typedef void (*QV_IO_ErrorCallback)(void* userData, uint32_t resultCode);
 
-/** A network device was found or lost. Called on a discovery thread of the library, a search thread for devices
- * that did not answer a search, with the library's global lock held: see the table at the top for what must not be
- * called from here. The events of an interface come in the order in which its list of devices changes.
+/** A network device was found or lost. Called on a discovery thread of the library, a search thread for
+ * devices that did not answer a search, with the library's global lock held: see the table at the top for
+ * what must not be called from here. The events of an interface come in the order in which its list of
+ * devices changes.
  * @param userData   as given to QV_IO_SetEventCallback
  * @param eventType  QV_IO_EVENT_DEVICE_FOUND or QV_IO_EVENT_DEVICE_LOST
  * @param event      the record, valid during the call only */
@@ -265,14 +267,11 @@ uint32_t QV_IO_GetDiscoveryEventData(const QV_IO_Event* event, const char* optio
  *   `connect-timeout N`  ms for each address of the host, default 5000
  *   `iface TEXT`         "network:ADDRESS" or "network:all": where a serial number is searched that is not
  *                        known, or whose device was last heard more than 10 s ago on an interface that is not
- *                        watched; may be repeated. Without it the device is used as it was heard last, up to an
- *                        hour ago
- *   `discovery-timeout N` ms for that search, default 100; it ends as soon as the device has answered
- *   A refused connection may pass here; then the error callback reports QV_IO_ERROR_CONNECTION_LOST. No
- *   socket option is set.
- * Options of a USB link:
- *   `baudrate N`         line speed; without it the chip's configuration or the product decides, and a
- *                        product without a speed of its own needs the option
+ *                        watched; may be repeated. Without it the device is used as it was heard last, up to
+ * an hour ago `discovery-timeout N` ms for that search, default 100; it ends as soon as the device has
+ * answered A refused connection may pass here; then the error callback reports QV_IO_ERROR_CONNECTION_LOST.
+ * No socket option is set. Options of a USB link: `baudrate N`         line speed; without it the chip's
+ * configuration or the product decides, and a product without a speed of its own needs the option
  *   `ftdi-flow-control`  "none", "rtscts" or "dtrdsr"; else as the speed
  *   `health-check N`     ms, 0 or 50 and above, default 250: how soon an unplugged chip is noticed; it is
  *                        reported as QV_IO_ERROR_CONNECTION_LOST once in that time. 0: only when bytes come
