@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <stdexcept>
-#include <utility>
 
 #include "util/text.h"
 
@@ -16,13 +15,25 @@ struct Escape {
 };
 constexpr std::array<Escape, 4> kEscapes{{{'%', "%25"}, {'\n', "%0A"}, {'|', "%7C"}, {'=', "%3D"}}};
 
-std::string WriteRecord(const PropertyRecord& record, const Selection& keys) {
-  const bool all = keys.contains(kAllKeys);
-  std::vector<std::string> items;
-  for (const auto& [key, value] : record) {
-    if (all || keys.contains(key)) items.push_back(key + '=' + EscapeValue(value));
+// Escaping and unescaping are one pass over the text each, so that no code comes out of the text of another.
+void AppendEscaped(std::string& text, std::string_view value) {
+  for (const char character : value) {
+    const auto* row = std::ranges::find(kEscapes, character, &Escape::character);
+    row == kEscapes.end() ? text += character : text += row->code;
   }
-  return cppu::Join(items, '|');
+}
+
+/// Appends a line to the text of the whole list; a text for each record would cost twice the time.
+void AppendRecord(std::string& text, const PropertyRecord& record, const Selection& keys) {
+  const bool all = keys.contains(kAllKeys);
+  bool newLine = true;
+  for (const auto& [key, value] : record) {
+    if (!all && !keys.contains(key)) continue;
+    if (!text.empty()) text += newLine ? '\n' : '|';
+    newLine = false;
+    text.append(key) += '=';
+    AppendEscaped(text, value);
+  }
 }
 
 PropertyRecord ReadRecord(std::string_view line) {
@@ -37,19 +48,9 @@ PropertyRecord ReadRecord(std::string_view line) {
 
 }  // namespace
 
-// Both directions are one pass over the text: no code can come out of the text of another, which is what
-// escaping "%" first and reading "%25" last would ensure in passes of their own.
 std::string EscapeValue(std::string_view value) {
   std::string escaped;
-  escaped.reserve(value.size());
-  for (const char character : value) {
-    const auto* row = std::ranges::find(kEscapes, character, &Escape::character);
-    if (row == kEscapes.end()) {
-      escaped += character;
-    } else {
-      escaped += row->code;
-    }
-  }
+  AppendEscaped(escaped, value);
   return escaped;
 }
 
@@ -65,12 +66,9 @@ std::string UnescapeValue(std::string_view value) {
 }
 
 std::string WriteRecordList(const RecordList& records, const Selection& keys) {
-  std::vector<std::string> lines;
-  for (const auto& record : records) {
-    auto line = WriteRecord(record, keys);
-    if (!line.empty()) lines.push_back(std::move(line));
-  }
-  return cppu::Join(lines, '\n');
+  std::string text;
+  for (const auto& record : records) AppendRecord(text, record, keys);
+  return text;
 }
 
 RecordList ReadRecordList(std::string_view text) {
