@@ -1,11 +1,13 @@
 #include "cases.h"
 
 #include <benchmark/benchmark.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "contestants.h"
@@ -16,15 +18,24 @@ namespace {
 
 constexpr std::size_t kLargeMessage = std::size_t{64} << 20U;
 
+/// Of the process until now, the far end included.
+double ContextSwitches() {
+  rusage used{};
+  Require(::getrusage(RUSAGE_SELF, &used) == 0, "getrusage");
+  return static_cast<double>(used.ru_nvcsw + used.ru_nivcsw);
+}
+
 template <class Contestant>
 void RoundTrip(benchmark::State& state, Line line) {
   const Peer peer(line, Echo);
   Contestant contestant(peer.address());
   const std::array<uint8_t, 64> request{};
+  const auto before = ContextSwitches();
   for (auto _ : state) {
     contestant.send(request);
     contestant.receive(request.size());
   }
+  state.counters[kSwitches] = {ContextSwitches() - before, benchmark::Counter::kAvgIterations};
 }
 
 template <class Contestant>
@@ -82,6 +93,7 @@ template <class Contestant, class Run>
 auto* Register(const char* name, Run run) {
   return benchmark::RegisterBenchmark(RunName(name, Contestant::kName).c_str(), run)
       ->UseRealTime()
+      ->MeasureProcessCPUTime()
       ->ComputeStatistics(kQuarter, LowerQuartile);
 }
 
@@ -99,10 +111,16 @@ void RegisterTransfer(const char* name, void (*run)(benchmark::State&)) {
 }
 
 template <class Contestant>
-void RegisterContestant() {
+void RegisterReceiver() {
   RegisterRoundTrip<Contestant>(kRoundTripTcp, Line::Tcp);
-  RegisterRoundTrip<Contestant>(kRoundTripTerminal, Line::PseudoTerminal);
+  if constexpr (!std::is_same_v<Contestant, BlockingThread>)
+    RegisterRoundTrip<Contestant>(kRoundTripTerminal, Line::PseudoTerminal);
   RegisterTransfer<Contestant>(kReceiving, Receive<Contestant>);
+}
+
+template <class Contestant>
+void RegisterContestant() {
+  RegisterReceiver<Contestant>();
   RegisterTransfer<Contestant>(kSending, Send<Contestant>);
   RegisterTransfer<Contestant>(kEchoing, EchoLargeMessage<Contestant>);
 }
@@ -112,6 +130,8 @@ void RegisterContestant() {
 void RegisterCases() {
   RegisterContestant<BareDescriptor>();
   RegisterContestant<HandWrittenThread>();
+  RegisterReceiver<LargeReadsThread>();  // they send as the hand-written thread does
+  RegisterReceiver<BlockingThread>();
   RegisterContestant<AsioStream>();
   RegisterContestant<Quorvio>();
 }

@@ -10,6 +10,9 @@ inline constexpr const char* kReceiving = "receive 512 MiB, TCP";
 inline constexpr const char* kSending = "send 512 MiB in 64-KiB pieces, TCP";
 inline constexpr const char* kEchoing = "64 MiB in one send and back, TCP";
 
+/// A counter of round trips: context switches of the whole process for each.
+inline constexpr const char* kSwitches = "switches";
+
 /// The statistics that are compared.
 inline constexpr const char* kMedian = "median";
 inline constexpr const char* kQuarter = "quarter";

@@ -9,7 +9,7 @@
 
 namespace qvbench {
 
-/// A handle of the library that closes itself, with wait.
+/// A handle of the library that closes itself.
 class Channel {
  public:
   Channel(const Address& address, void* userData, QV_IO_ReceiveCallback onReceive,
@@ -27,8 +27,8 @@ class Channel {
     return QV_IO_Send(handle_, bytes.data(), bytes.size());
   }
 
-  void close() {
-    if (open_) Require(QV_IO_Close(handle_, 1) == QV_IO_OK, "QV_IO_Close");
+  void close(bool wait = true) {
+    if (open_) Require(QV_IO_Close(handle_, wait ? 1 : 0) == QV_IO_OK, "QV_IO_Close");
     open_ = false;
   }
 

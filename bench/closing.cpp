@@ -18,9 +18,9 @@ using Microseconds = std::chrono::duration<double, std::micro>;
 constexpr double kQuick = 100;          // microseconds
 constexpr double kStalled = 1.1 * 1e6;  // a send that is in progress has a second to show progress
 
-Microseconds TimeOfClosing(Channel& channel) {
+Microseconds TimeOfClosing(Channel& channel, bool wait = true) {
   const auto begin = std::chrono::steady_clock::now();
-  channel.close();
+  channel.close(wait);
   return std::chrono::steady_clock::now() - begin;
 }
 
@@ -36,6 +36,13 @@ double Median(std::size_t rounds, Round round) {
 Microseconds CloseIdle(Line line) {
   OpenLine idle(line);
   return TimeOfClosing(idle.channel());
+}
+
+Microseconds CloseWithoutWait() {
+  OpenLine idle(Line::Tcp);
+  const auto time = TimeOfClosing(idle.channel(), false);
+  idle.awaitEnd();
+  return time;
 }
 
 Microseconds CloseAfterLoss() {
@@ -86,6 +93,7 @@ void MeasureClosing() {
              "us");
   PrintLimit("close with wait, idle, terminal",
              Median(kRounds, [] { return CloseIdle(Line::PseudoTerminal); }), kQuick, "us");
+  PrintLimit("close without wait, idle, TCP", Median(kRounds, CloseWithoutWait), kQuick, "us");
   PrintLimit("close with wait, peer is gone, TCP", Median(kRounds, CloseAfterLoss), kStalled, "us");
   PrintLimit("close with wait, peer floods, TCP", Median(kRounds / 10, CloseInFlood), kStalled, "us");
   PrintLimit("close with wait, send stalled, TCP", Median(kFewRounds, [] { return CloseStalled(Line::Tcp); }),

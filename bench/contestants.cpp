@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -36,19 +37,34 @@ void BareDescriptor::receive(std::size_t bytes) {
   }
 }
 
-HandWrittenThread::HandWrittenThread(const Address& address)
-    : fd_(address.open()), callback_(CountBytes), thread_([this](const auto& stop) { run(stop); }) {}
+ReceiveThread::ReceiveThread(const Address& address, Style style)
+    : fd_(address.open()),
+      style_(style),
+      callback_(CountBytes),
+      thread_([this](const auto& stop) { run(stop); }) {}
 
-void HandWrittenThread::send(std::span<const uint8_t> bytes) const { SendAll(fd_.get(), bytes); }
+ReceiveThread::~ReceiveThread() {
+  thread_.request_stop();
+  if (style_ == Style::Blocking) ::shutdown(fd_.get(), SHUT_RDWR);
+}
 
-void HandWrittenThread::run(const std::stop_token& stop) {
+void ReceiveThread::send(std::span<const uint8_t> bytes) const { SendAll(fd_.get(), bytes); }
+
+void ReceiveThread::run(const std::stop_token& stop) {
+  std::array<uint8_t, kLargePiece> buffer;
   while (!stop.stop_requested()) {
     pollfd entry{fd_.get(), POLLIN, 0};
-    if (::poll(&entry, 1, kLookForStopMs) > 0) readWaiting();
+    if (style_ != Style::Blocking && ::poll(&entry, 1, kLookForStopMs) <= 0) continue;
+    style_ == Style::SmallReads ? readWaiting() : readOnce(buffer);
   }
 }
 
-void HandWrittenThread::readWaiting() {
+void ReceiveThread::readOnce(std::span<uint8_t> buffer) {
+  const auto got = ::read(fd_.get(), buffer.data(), buffer.size());
+  if (got > 0) callback_(&inbox_, buffer.data(), static_cast<std::size_t>(got));
+}
+
+void ReceiveThread::readWaiting() {
   int waiting = 0;
   Require(::ioctl(fd_.get(), FIONREAD, &waiting) == 0, "FIONREAD");
   auto left = static_cast<std::size_t>(waiting);

@@ -32,25 +32,46 @@ class BareDescriptor {
   std::array<uint8_t, kLargePiece> buffer_;
 };
 
-/// The receive thread that applications write by hand: poll, ask for the number of bytes, read at most 1024
-/// at a time, call back.
-class HandWrittenThread {
+/// A receive thread as applications write it by hand, with a callback.
+class ReceiveThread {
  public:
-  static constexpr const char* kName = "hand-written thread";
+  enum class Style {
+    SmallReads,  ///< poll, ask for the number of bytes, read at most 1024 at a time
+    LargeReads,  ///< poll, one read of up to 64 KiB
+    Blocking,    ///< reads of up to 64 KiB that wait; TCP only, since nothing ends such a read of a terminal
+  };
   static constexpr bool kReceivesByItself = true;
 
-  explicit HandWrittenThread(const Address& address);
+  ReceiveThread(const Address& address, Style style);
+  ReceiveThread(const ReceiveThread&) = delete;
+  ReceiveThread& operator=(const ReceiveThread&) = delete;
+  ~ReceiveThread();
   void send(std::span<const uint8_t> bytes) const;
   void receive(std::size_t bytes) { inbox_.await(bytes); }
 
  private:
   void run(const std::stop_token& stop);
   void readWaiting();
+  void readOnce(std::span<uint8_t> buffer);
 
   Descriptor fd_;
+  Style style_;
   void (*callback_)(void* user, const uint8_t* data, std::size_t length);
   Inbox inbox_;
   std::jthread thread_;
+};
+
+struct HandWrittenThread : ReceiveThread {
+  static constexpr const char* kName = "hand-written thread";
+  explicit HandWrittenThread(const Address& address) : ReceiveThread(address, Style::SmallReads) {}
+};
+struct LargeReadsThread : ReceiveThread {
+  static constexpr const char* kName = "thread, 64-KiB reads";
+  explicit LargeReadsThread(const Address& address) : ReceiveThread(address, Style::LargeReads) {}
+};
+struct BlockingThread : ReceiveThread {
+  static constexpr const char* kName = "thread, blocking";
+  explicit BlockingThread(const Address& address) : ReceiveThread(address, Style::Blocking) {}
 };
 
 /// Standalone Asio: one thread runs the context, reads are asynchronous and large.

@@ -32,12 +32,22 @@ double HeapBytes() {
   return static_cast<double>(info.uordblks + info.hblkhd);
 }
 
-double ResidentBytes() {
+struct Mapped {
+  double resident;
+  double writable;  ///< what mlockall() would make resident: heap and stacks, whether touched or not
+};
+
+Mapped MappedBytes() {
   std::ifstream statm("/proc/self/statm");
   double total = 0;
   double resident = 0;
-  Require(static_cast<bool>(statm >> total >> resident), "/proc/self/statm");
-  return resident * static_cast<double>(::sysconf(_SC_PAGESIZE));
+  double shared = 0;
+  double text = 0;
+  double library = 0;
+  double data = 0;
+  Require(static_cast<bool>(statm >> total >> resident >> shared >> text >> library >> data), "statm");
+  const auto page = static_cast<double>(::sysconf(_SC_PAGESIZE));
+  return {resident * page, data * page};
 }
 
 double ProcessorSeconds() {
@@ -92,11 +102,14 @@ void MeasureMemory() {
   const OpenLine first(Line::Tcp);  // what the process needs but once is there before the count begins
   Lines<kCount> lines;
   const auto heap = HeapBytes();
-  const auto resident = ResidentBytes();
+  const auto before = MappedBytes();
   OpenAll(lines);
+  const auto after = MappedBytes();
   PrintLimit("heap of an open channel", (HeapBytes() - heap) / kCount / kKiB, 80, "KiB");
   PrintLimit("resident memory of an open channel, its stack included",
-             (ResidentBytes() - resident) / kCount / kKiB, 80, "KiB");
+             (after.resident - before.resident) / kCount / kKiB, 80, "KiB");
+  PrintLimit("memory of an open channel under mlockall", (after.writable - before.writable) / kCount / kKiB,
+             -1, "KiB");
 }
 
 void MeasureIdleChannels() {

@@ -40,6 +40,11 @@ class OpenLine {
     farEnd_.reset();
     notices_.await(1);
   }
+  /// After a close without wait of a TCP line: returns when the receive thread has ended the connection.
+  void awaitEnd() const {
+    uint8_t byte = 0;
+    Require(::read(farEnd_->get(), &byte, 1) == 0, "end of the connection");
+  }
   [[nodiscard]] std::size_t notices() const { return notices_.count(); }
 
  private:

@@ -18,6 +18,8 @@ class RatioTable : public benchmark::ConsoleReporter {
  private:
   using Statistic = std::map<std::string, double>;  ///< real time by the name of the run
   std::map<std::string, Statistic> statistics_;     ///< by the statistic's name
+  Statistic processorTimes_;                        ///< of the whole process, medians
+  Statistic switches_;                              ///< a round trip, medians
 };
 
 }  // namespace qvbench
