@@ -12,6 +12,11 @@ std::string LocatorOf(const DiscoverInfo& info, qvio::NetworkLocatorFormat forma
   return "network:" + IP4ToString(info.Address) + ":" + std::to_string(info.Port);
 }
 
+/// A line of its own in the serial number could pass for the locator of another device.
+bool HasControlCharacter(const std::string& text) {
+  return std::ranges::any_of(text, [](unsigned char c) { return c < 0x20 || c == 0x7F; });
+}
+
 template <class Value>
 bool Allows(const std::vector<Value>& list, const Value& value) {
   return list.empty() || std::ranges::find(list, value) != list.end();
@@ -21,16 +26,17 @@ bool Allows(const std::vector<Value>& list, const Value& value) {
 
 qvio::PropertyRecord MakeDeviceRecord(const DiscoverInfo& info, qvio::NetworkLocatorFormat format,
                                       const IP4& local) {
-  return {{"iface-type", "network"},
-          {"network-host", IP4ToString(info.Address)},
-          {"network-port", std::to_string(info.Port)},
-          {"device-type", std::to_string(info.DeviceType)},
-          {"device-sn", info.SerialNumber},
-          {"available", info.Available ? "1" : "0"},
-          {"protocol-id", std::to_string(info.ProtocolId)},
-          {"locator", LocatorOf(info, format)},
-          {"iface", "network:" + IP4ToString(local)},
-          {"device-info", info.Info}};
+  qvio::PropertyRecord record{{"iface-type", "network"},
+                              {"network-host", IP4ToString(info.Address)},
+                              {"network-port", std::to_string(info.Port)},
+                              {"device-type", std::to_string(info.DeviceType)},
+                              {"device-sn", info.SerialNumber},
+                              {"available", info.Available ? "1" : "0"},
+                              {"protocol-id", std::to_string(info.ProtocolId)},
+                              {"iface", "network:" + IP4ToString(local)},
+                              {"device-info", info.Info}};
+  if (!HasControlCharacter(info.SerialNumber)) record.emplace("locator", LocatorOf(info, format));
+  return record;
 }
 
 bool IsAskedFor(const DiscoverInfo& info, const qvio::DeviceListOptions& options) {

@@ -7,7 +7,7 @@
 
 namespace quorvind {
 
-/// The property record of a network device.
+/// The property record of a network device; without a locator if the serial number has a control character.
 /// @param local  the address of the interface over which it was heard
 qvio::PropertyRecord MakeDeviceRecord(const DiscoverInfo& info, qvio::NetworkLocatorFormat format,
                                       const IP4& local);

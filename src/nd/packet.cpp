@@ -39,10 +39,12 @@ Bytes ConfigurationPayload(const DeviceConfig& config) {
 
 bool IsPrintable(char character) { return character >= 0x20 && character <= 0x7E; }
 
-/// A text behind its length, whose terminating byte must be there.
+/// A text after its length, whose terminating byte must be there. It ends at its first zero byte: C callers
+/// would lose what comes after that.
 bool ReadInfo(ByteReader& in, std::string& info) {
   const std::size_t length = in.le<uint8_t>();
-  info = in.text(length);
+  const auto text = in.text(length);
+  info = text.substr(0, text.find('\0'));
   in.raw(1);
   return length <= kLongestInfo && in.ok();
 }

@@ -32,6 +32,19 @@ TEST(Discovery, ListsEveryPropertyOfADevice) {
             "network:127.0.0.1:" + Port(port));
 }
 
+TEST(Discovery, MakesNoLocatorOfASerialNumberThatForgesLines) {
+  Controllers controllers;
+  const auto type = static_cast<uint32_t>(::getpid());
+  const auto only = "discovery-timeout 500\nfind-device-type " + std::to_string(type) + '\n';
+  controllers.add("A\nnetwork:sn:FORGED", type);
+  controllers.add("B\x7F", type);
+  const auto listed = '\n' + ListDevices(kLoopback, only + "include-device-sn").text + '\n';
+  for (const auto* serial : {"A%0Anetwork:sn:FORGED", "B\x7F"})
+    EXPECT_NE(listed.find(std::string("\ndevice-sn=") + serial + '\n'), std::string::npos) << listed;
+  for (const auto* format : {"sn", "host"})
+    EXPECT_EQ(ListDevices(kLoopback, only + "only-locator\nlocator-format-network " + format).text, "");
+}
+
 TEST(Discovery, ListsWhatTheFiltersAskFor) {
   Controllers controllers;
   const auto a = OwnSerial("filter-a");

@@ -99,6 +99,11 @@ TEST(Packet, IsReadAndNamedByItsOpcode) {
       {0x82, Bytes(13), 1, "Configuration",
        ", IP: 0.0.0.0, Gateway: 0.0.0.0, SubnetMask: 0.0.0.0, DHCP: Disabled"},
       {0xA1, kReply, 4, "Discover Reply", ", ProtocolId: 0xb, Port: 4660, Available: Yes, Info: Hello"},
+      {0xA1,
+       {1, 1, 0, 0, 5, 'u', 'p', 0, '\n', 'x', 0},
+       4,
+       "Discover Reply",
+       ", ProtocolId: 0x1, Port: 0, Available: Yes, Info: up"},
       {0xA2, Bytes(6), 4, "Discover Inform", ", ProtocolId: 0x0, Port: 0, Available: No, Info: "},
       {0x7F, kReply, 0, "Unknown", ""}};
   for (const auto& row : rows) {
