@@ -1,6 +1,5 @@
 #include "sim/controller_group.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <stdexcept>
 #include <utility>
@@ -26,18 +25,12 @@ IP4 ReadAddress(const std::string& text) {
   return *address;
 }
 
-/// Discovery's interfaces leave loopback out, which has no broadcast.
-bool HasBroadcast(const IP4& address) {
-  return std::ranges::any_of(ListInterfaces(), [&](const auto& local) { return local.address == address; });
-}
-
 }  // namespace
 
 ControllerGroup::ControllerGroup(EventLoop& loop, const GroupSettings& settings)
     : loop_(loop),
       address_(settings.address),
       connection_(CreateConnection({ReadAddress(settings.address)})),
-      hasBroadcast_(HasBroadcast(ReadAddress(settings.address))),
       spread_(settings.spread),
       faults_(settings.faults),
       random_(settings.seed),
@@ -96,7 +89,6 @@ void ControllerGroup::announce(const Member& member) {
 }
 
 void ControllerGroup::sendLater(milliseconds time, uint32_t networkId, const QV_ND_Packet& packet) {
-  if (networkId == kBroadcast && !hasBroadcast_) return;
   if (time.count() == 0) return send(networkId, EncodePacket(packet));
   loop_.after(time, [this, alive = std::weak_ptr(alive_), networkId, datagram = EncodePacket(packet)] {
     if (!alive.expired()) send(networkId, datagram);

@@ -75,7 +75,6 @@ class ControllerGroup {
   EventLoop& loop_;
   std::string address_;
   std::shared_ptr<quorvind::Connection> connection_;
-  bool hasBroadcast_;
   std::atomic<std::size_t> requestsHeard_ = 0;
   std::atomic<std::size_t> waiting_ = 0;  ///< requests on their way to the loop's thread
   // Loop's thread only:

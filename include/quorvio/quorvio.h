@@ -222,7 +222,9 @@ uint32_t QV_IO_EnumerateInterfaces(const char* options, char* buffer, size_t* si
  * where network devices are watched. Each call replaces the list, so that one without `discovery-iface`
  * watches nothing. A watched device that appears, becomes available or unavailable, or does not answer a
  * search raises a global event; a device that falls silent is noticed by a search only
- * (QV_IO_EnumerateDevices). On return no event comes from an interface that is watched no more.
+ * (QV_IO_EnumerateDevices). An interface that is removed and comes back with its address is watched again:
+ * from the next search on, or within 6 s. On return no event comes from an interface that is watched no
+ * more.
  *
  * `locator-format-network` "sn" or "host": the locators in those events; stays as it is without the line.
  *

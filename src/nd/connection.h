@@ -36,9 +36,10 @@ class Connection {
   /// Throws NetworkException.
   virtual bool Receive(uint32_t& networkId, IP4& sender, Bytes& data, int64_t timeoutMs) = 0;
 
-  /// Sends one datagram on one network, or on all for id 0; does nothing on a closed connection. Throws
-  /// InvalidArgumentException for an id that there is not, NetworkException when a network does not take it;
-  /// then the networks after that one have not been tried.
+  /// Sends one datagram on one network, or on all for id 0, without waiting for room; does nothing on a
+  /// closed connection, and on a broadcast network whose interface has no broadcast address. Throws
+  /// InvalidArgumentException for an unknown id, NetworkException when the network, or for id 0 every
+  /// network, refuses it.
   virtual void Send(uint32_t networkId, const Bytes& data) = 0;
 
   /// To be called in a forked child, where the connection is the parent's: closes the child's copies of the
@@ -47,7 +48,9 @@ class Connection {
 };
 
 /// Opens a broadcast and a multicast network for each local interface address, in the set's order: interface
-/// i (from 0) has the ids 2i+1 and 2i+2. Throws NetworkException.
+/// i (from 0) has the ids 2i+1 and 2i+2. A network delivers only what arrived on its interface. An interface
+/// that is removed and comes back is noticed by the next Send with id 0, and within a few seconds by Receive.
+/// Throws NetworkException, also for an address that is not local.
 std::unique_ptr<Connection> CreateConnection(const IP4Set& interfaces);
 
 /// A local interface that discovery can use.

@@ -1,201 +1,91 @@
-#include <ifaddrs.h>
-#include <net/if.h>
-#include <netinet/in.h>
-#include <sys/eventfd.h>
-#include <sys/socket.h>
-
-#include <array>
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
-#include <cstring>
 #include <mutex>
-#include <string_view>
-#include <system_error>
 #include <utility>
 
 #include "nd/connection.h"
 #include "nd/errors.h"
+#include "nd/interface_sockets.h"
 #include "nd/log.h"
 #include "util/system_call.h"
-#include "util/unique_fd.h"
 
 namespace quorvind {
 namespace {
 
-// The protocol's addresses; devices use the same.
-constexpr uint16_t kBroadcastPort = 65111;
-constexpr uint16_t kMulticastPort = 65110;
-constexpr IP4 kMulticastGroup{239, 1, 1, 21};
+using std::chrono::steady_clock;
 
-constexpr std::size_t kLargestDatagram = 1024;
-constexpr int kReceiveBuffer = 4 * 1024 * 1024;  // a thousand devices may answer at once
+/// Datagrams taken from one network in a row before the others are looked at.
+constexpr uint32_t kLongestRun = 16;
 
-enum class NetworkKind : uint32_t { Broadcast = 0, Multicast = 1 };
-
-/// One socket: a way of reaching the devices of one interface.
-struct Network {
-  IP4 interface;
-  NetworkKind kind;
-  sockaddr_in target;  ///< where datagrams go, and what the socket is bound to
-  cppu::UniqueFd socket;
-};
-
-[[noreturn]] void ThrowSystemFailure(std::string_view text) {
-  const int error = errno;
-  throw NetworkException(std::string(text) + ": " + std::generic_category().message(error));
+/// 0 or the errno of the failure.
+int SendOn(const NetworkSocket* network, const Bytes& data) {
+  return network != nullptr ? SendTo(*network, data) : ENODEV;
 }
 
-int Checked(int result, std::string_view text) {
-  if (result < 0) ThrowSystemFailure(text);
-  return result;
-}
+[[noreturn]] void ThrowNotSent(int error) { ThrowSystemFailure("Could not send datagram", error); }
 
-in_addr ToInAddr(const IP4& address) {
-  in_addr result{};
-  std::memcpy(&result, address.data(), address.size());
-  return result;
-}
-
-IP4 FromInAddr(const in_addr& address) {
-  IP4 result{};
-  std::memcpy(result.data(), &address, result.size());
-  return result;
-}
-
-IP4 AddressIn(const sockaddr* name) {
-  if (name == nullptr || name->sa_family != AF_INET) return {};
-  sockaddr_in ip4{};
-  std::memcpy(&ip4, name, sizeof ip4);
-  return FromInAddr(ip4.sin_addr);
-}
-
-sockaddr_in SocketAddress(const IP4& address, uint16_t port) {
-  sockaddr_in name{};
-  name.sin_family = AF_INET;
-  name.sin_port = htons(port);
-  name.sin_addr = ToInAddr(address);
-  return name;
-}
-
-const sockaddr* Generic(const sockaddr_in& name) { return reinterpret_cast<const sockaddr*>(&name); }
-
-struct FreeAddresses {
-  void operator()(ifaddrs* addresses) const { ::freeifaddrs(addresses); }
-};
-using Addresses = std::unique_ptr<ifaddrs, FreeAddresses>;
-
-/// Null on failure, errno set.
-Addresses LocalAddresses() {
-  ifaddrs* addresses = nullptr;
-  return Addresses(::getifaddrs(&addresses) == 0 ? addresses : nullptr);
-}
-
-bool IsIp4(const ifaddrs& entry) { return entry.ifa_addr != nullptr && entry.ifa_addr->sa_family == AF_INET; }
-
-/// 0.0.0.0 where the interface has none: discovery then goes on by multicast alone.
-IP4 BroadcastAddressOf(const IP4& interface) {
-  const auto addresses = LocalAddresses();
-  if (!addresses) LogSystemWarning("Could not get interface addresses", errno);
-  for (const auto* entry = addresses.get(); entry != nullptr; entry = entry->ifa_next) {
-    if (IsIp4(*entry) && (entry->ifa_flags & IFF_BROADCAST) != 0 && AddressIn(entry->ifa_addr) == interface)
-      return AddressIn(entry->ifa_broadaddr);
+void WaitForInput(const SocketSet& sockets, steady_clock::time_point deadline) {
+  std::vector<pollfd> entries{{sockets.outdated.get(), POLLIN, 0}};
+  for (const auto& pair : sockets.pairs) {
+    if (!pair) continue;
+    for (const auto& network : *pair) entries.push_back({network.descriptor.get(), POLLIN, 0});
   }
-  return {};
-}
-
-template <class Value>
-void SetOption(const cppu::UniqueFd& socket, int level, int option, const Value& value,
-               std::string_view failure) {
-  Checked(::setsockopt(socket.get(), level, option, &value, sizeof value), failure);
-}
-
-cppu::UniqueFd OpenSocket() {
-  cppu::UniqueFd socket(Checked(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), "Could not create socket"));
-  SetOption(socket, SOL_SOCKET, SO_REUSEADDR, 1, "Could not set SO_REUSEADDR");
-  // A refusal leaves the system's size, which does for a few devices.
-  static_cast<void>(
-      ::setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer, sizeof kReceiveBuffer));
-  return socket;
-}
-
-Network OpenBroadcast(const IP4& interface) {
-  const auto target = SocketAddress(BroadcastAddressOf(interface), kBroadcastPort);
-  auto socket = OpenSocket();
-  SetOption(socket, SOL_SOCKET, SO_BROADCAST, 1, "Could not enable broadcast");
-  Checked(::bind(socket.get(), Generic(target), sizeof target),
-          "Could not bind to broadcast port " + std::to_string(kBroadcastPort));
-  return {interface, NetworkKind::Broadcast, target, std::move(socket)};
-}
-
-Network OpenMulticast(const IP4& interface) {
-  const auto target = SocketAddress(kMulticastGroup, kMulticastPort);
-  auto socket = OpenSocket();
-  SetOption(socket, IPPROTO_IP, IP_MULTICAST_LOOP, 1, "Could not set IP_MULTICAST_LOOP");
-  // Without this the socket would also hear what other sockets have joined on other interfaces, and their
-  // devices would be listed here too. A refusal is no error.
-  const int no = 0;
-  static_cast<void>(::setsockopt(socket.get(), IPPROTO_IP, IP_MULTICAST_ALL, &no, sizeof no));
-  Checked(::bind(socket.get(), Generic(target), sizeof target),
-          "Could not bind to " + IP4ToString(kMulticastGroup) + ":" + std::to_string(kMulticastPort));
-  SetOption(socket, IPPROTO_IP, IP_MULTICAST_IF, ToInAddr(interface),
-            "Could not set outgoing interface to " + IP4ToString(interface));
-  SetOption(socket, IPPROTO_IP, IP_ADD_MEMBERSHIP, ip_mreq{ToInAddr(kMulticastGroup), ToInAddr(interface)},
-            "Could not join multicast group");
-  return {interface, NetworkKind::Multicast, target, std::move(socket)};
+  if (cppu::PollUntil(entries, deadline) < 0) ThrowSystemFailure("select() failed");
 }
 
 class ConnectionPosix final : public Connection {
  public:
-  explicit ConnectionPosix(const IP4Set& interfaces) : closeEvent_(::eventfd(0, EFD_CLOEXEC)) {
-    const int closeEventError = errno;
-    for (const auto& interface : interfaces) {
-      networks_.push_back(OpenBroadcast(interface));
-      networks_.push_back(OpenMulticast(interface));
-    }
-    errno = closeEventError;
-    Checked(closeEvent_.get(), "Could not create close event");
-    open_ = true;
-  }
+  explicit ConnectionPosix(const IP4Set& interfaces) : sockets_({interfaces.begin(), interfaces.end()}) {}
 
   void Close(bool wait) override {
     std::unique_lock lock(mutex_);
     open_ = false;
     lock.unlock();
-    // Never read back: every later Receive sees it too.
-    if (::eventfd_write(closeEvent_.get(), 1) != 0)
-      LogSystemWarning("Could not signal connection to finish", errno);
+    sockets_.close();
     if (!wait) return;
     lock.lock();
     allLeft_.wait(lock, [this] { return activeCalls_ == 0; });
   }
 
   [[nodiscard]] std::string NetworkName(uint32_t networkId) const override {
-    if (networkId > networks_.size()) throw InvalidArgumentException("Network id out of range");
-    if (networkId != 0) return NameOf(networks_[networkId - 1]);
+    if (networkId > networkCount()) throw InvalidArgumentException("Network id out of range");
+    if (networkId != 0) return nameOf(networkId - 1);
     std::string names;
-    for (const auto& network : networks_) names += (names.empty() ? "" : ", ") + NameOf(network);
+    for (uint32_t i = 0; i < networkCount(); ++i) names += (names.empty() ? "" : ", ") + nameOf(i);
     return names;
   }
 
   bool Receive(uint32_t& networkId, IP4& sender, Bytes& data, int64_t timeoutMs) override {
     const ActiveCall call(*this);
     if (!call) return false;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (const auto* network = waitForDatagram(deadline)) {
-      if (!receiveFrom(*network, sender, data)) continue;
-      networkId = static_cast<uint32_t>(network - networks_.data()) + 1;
-      return true;
-    }
+    const auto deadline = steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    do {
+      const auto now = steady_clock::now();
+      sockets_.refreshIfDue(now);
+      const auto sockets = sockets_.current();
+      const auto arrival = take(*sockets, networkId, sender, data);
+      if (arrival == Arrival::Datagram) return true;
+      if (now >= deadline) return false;
+      if (arrival == Arrival::Nothing) WaitForInput(*sockets, std::min(deadline, sockets_.nextCheck()));
+    } while (isOpen());
     return false;
   }
 
   void Send(uint32_t networkId, const Bytes& data) override {
     const ActiveCall call(*this);
     if (!call) return;
-    if (networkId > networks_.size()) throw InvalidArgumentException("Network ID out of range");
-    if (networkId != 0) return SendTo(networks_[networkId - 1], data);
-    for (const auto& network : networks_) SendTo(network, data);
+    if (networkId > networkCount()) throw InvalidArgumentException("Network ID out of range");
+    if (networkId == 0) {
+      sockets_.refresh();  // so that a search reaches an interface that has just come back
+      return sendOnAll(*sockets_.current(), data);
+    }
+    const uint32_t index = networkId - 1;
+    int error = SendOn(sockets_.current()->network(index), data);
+    if (error != 0 && sockets_.refresh()) error = SendOn(sockets_.current()->network(index), data);
+    if (error != 0) ThrowNotSent(error);
   }
 
  private:
@@ -221,54 +111,68 @@ class ConnectionPosix final : public Connection {
     bool entered_;
   };
 
-  static std::string NameOf(const Network& network) {
-    const auto* const kind = network.kind == NetworkKind::Broadcast ? "Broadcast (" : "Multicast (";
-    return kind + IP4ToString(network.interface) + ")";
+  [[nodiscard]] uint32_t networkCount() const {
+    return 2 * static_cast<uint32_t>(sockets_.addresses().size());
   }
 
-  static void SendTo(const Network& network, const Bytes& data) {
-    const auto sent = cppu::Uninterrupted([&] {
-      return ::sendto(network.socket.get(), data.data(), data.size(), MSG_NOSIGNAL, Generic(network.target),
-                      sizeof network.target);
-    });
-    if (sent != static_cast<ssize_t>(data.size())) ThrowSystemFailure("Could not send datagram");
+  [[nodiscard]] std::string nameOf(uint32_t index) const {
+    const auto* const kind = index % 2 == 0 ? "Broadcast (" : "Multicast (";
+    return kind + IP4ToString(sockets_.addresses()[index / 2]) + ")";
   }
 
-  /// The first network with a datagram; null at the deadline or when the connection is closed.
-  const Network* waitForDatagram(std::chrono::steady_clock::time_point deadline) {
-    std::vector<pollfd> entries{{closeEvent_.get(), POLLIN, 0}};
-    for (const auto& network : networks_) entries.push_back({network.socket.get(), POLLIN, 0});
-    const int ready = cppu::PollUntil(entries, deadline);
-    if (ready < 0) ThrowSystemFailure("select() failed");
-    if (ready == 0 || entries[0].revents != 0) return nullptr;
-    for (std::size_t i = 0; i < networks_.size(); ++i) {
-      if (entries[i + 1].revents != 0) return &networks_[i];
+  [[nodiscard]] bool isOpen() {
+    const std::lock_guard lock(mutex_);
+    return open_;
+  }
+
+  /// What reaches one network is sent.
+  void sendOnAll(const SocketSet& sockets, const Bytes& data) const {
+    int failure = 0;
+    bool isSent = false;
+    for (uint32_t i = 0; i < networkCount(); ++i) {
+      const auto* const network = sockets.network(i);
+      if (network != nullptr && !CanSend(*network)) continue;
+      const int error = SendOn(network, data);
+      if (error == 0) isSent = true;
+      if (error != 0) failure = error;
     }
-    throw NetworkException("Unexpected event");
+    if (failure == 0) return;
+    if (!isSent) ThrowNotSent(failure);
+    LogSystemWarning("Could not send on every network", failure);
   }
 
-  /// False when the datagram has vanished meanwhile: the system drops one with a wrong checksum when it is
-  /// read.
-  static bool receiveFrom(const Network& network, IP4& sender, Bytes& data) {
-    std::array<uint8_t, kLargestDatagram> buffer;  // NOLINT(cppcoreguidelines-pro-type-member-init): received
-    sockaddr_in source{};
-    socklen_t sourceSize = sizeof source;
-    const auto got = cppu::Uninterrupted([&] {
-      return ::recvfrom(network.socket.get(), buffer.data(), buffer.size(), MSG_DONTWAIT,
-                        reinterpret_cast<sockaddr*>(&source), &sourceSize);
-    });
-    if (got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return false;
-    if (got < 0) ThrowSystemFailure("Could not receive datagram");
-    data.assign(buffer.begin(), buffer.begin() + got);
-    sender = FromInAddr(source.sin_addr);
-    return true;
+  /// Looks at every network once, first at the one that delivered last: a poll for each of a thousand answers
+  /// would cost as much as the answers.
+  Arrival take(const SocketSet& sockets, uint32_t& networkId, IP4& sender, Bytes& data) {
+    const auto turn = turn_.load(std::memory_order_relaxed);
+    auto result = Arrival::Nothing;
+    for (uint32_t i = 0; i < networkCount(); ++i) {
+      const uint32_t index = (turn / kLongestRun + i) % networkCount();
+      const auto arrival = receiveOn(sockets.network(index), sender, data);
+      if (arrival == Arrival::Ignored) result = arrival;
+      if (arrival != Arrival::Datagram) continue;
+      turn_.store((i == 0 ? turn : index * kLongestRun) + 1, std::memory_order_relaxed);
+      networkId = index + 1;
+      return arrival;
+    }
+    return result;
   }
 
-  cppu::UniqueFd closeEvent_;
-  std::vector<Network> networks_;  ///< does not change after construction
-  std::mutex mutex_;               ///< guards open_ and activeCalls_; a leaf, never held in a socket call
+  Arrival receiveOn(const NetworkSocket* network, IP4& sender, Bytes& data) {
+    if (network == nullptr) return Arrival::Nothing;
+    try {
+      return ReceiveFrom(*network, sender, data);
+    } catch (const NetworkException&) {
+      if (sockets_.refresh()) return Arrival::Ignored;  // of an interface that is gone
+      throw;
+    }
+  }
+
+  InterfaceSockets sockets_;
+  std::atomic<uint32_t> turn_ = 0;  ///< the network to look at first, in steps of kLongestRun
+  std::mutex mutex_;                ///< guards open_ and activeCalls_; a leaf, never held in a socket call
   std::condition_variable allLeft_;
-  bool open_ = false;
+  bool open_ = true;
   uint32_t activeCalls_ = 0;
 };
 
@@ -276,20 +180,6 @@ class ConnectionPosix final : public Connection {
 
 std::unique_ptr<Connection> CreateConnection(const IP4Set& interfaces) {
   return std::make_unique<ConnectionPosix>(interfaces);
-}
-
-std::vector<Interface> ListInterfaces() {
-  const auto addresses = LocalAddresses();
-  if (!addresses) ThrowSystemFailure("Could not get list of interfaces");
-  std::vector<Interface> interfaces;
-  for (const auto* entry = addresses.get(); entry != nullptr; entry = entry->ifa_next) {
-    const auto flags = entry->ifa_flags;
-    const bool usable = (flags & IFF_UP) != 0 && (flags & IFF_LOOPBACK) == 0 &&
-                        (flags & (IFF_BROADCAST | IFF_MULTICAST)) != 0;
-    if (IsIp4(*entry) && usable)
-      interfaces.push_back({entry->ifa_name, AddressIn(entry->ifa_addr), AddressIn(entry->ifa_netmask)});
-  }
-  return interfaces;
 }
 
 }  // namespace quorvind

@@ -1,6 +1,10 @@
 #pragma once
 
+#include <cerrno>
 #include <stdexcept>
+#include <string>
+#include <string_view>
+#include <system_error>
 
 namespace quorvind {
 
@@ -38,5 +42,10 @@ class NetworkException : public QuorviNDException {
  public:
   using QuorviNDException::QuorviNDException;
 };
+
+/// Throws NetworkException with "TEXT: " and the system's text for the error.
+[[noreturn]] inline void ThrowSystemFailure(std::string_view text, int error = errno) {
+  throw NetworkException(std::string(text) + ": " + std::generic_category().message(error));
+}
 
 }  // namespace quorvind

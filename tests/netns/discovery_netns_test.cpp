@@ -1,15 +1,22 @@
-// What needs interfaces of its own: true broadcast, several interfaces, one that goes down.
+// What needs interfaces of its own: true broadcast, several interfaces, those that go down, vanish or stall.
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
+#include <future>
+#include <optional>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "nd/connection.h"
 #include "nd/errors.h"
 #include "support/channel.h"
 #include "support/discovery.h"
 #include "support/private_network.h"
+#include "util/unique_fd.h"
 
 namespace qvtest {
 namespace {
@@ -28,6 +35,23 @@ class DiscoveryInterfaces : public testing::Test {
  private:
   PrivateNetwork network_;
 };
+
+void SendText(quorvind::Connection& connection, uint32_t network, const std::string& text) {
+  connection.Send(network, quorvind::Bytes(text.begin(), text.end()));
+}
+
+/// The next datagram, as "2 TEXT" for one that came in on network 2.
+std::string Next(quorvind::Connection& connection, int64_t timeoutMs = 20000) {
+  uint32_t network = 0;
+  quorvind::IP4 sender{};
+  quorvind::Bytes data;
+  if (!connection.Receive(network, sender, data, timeoutMs)) return "nothing";
+  return std::to_string(network) + ' ' + std::string(data.begin(), data.end());
+}
+
+std::unique_ptr<quorvind::Connection> Connect(const std::string& address) {
+  return quorvind::CreateConnection({*quorvind::IP4FromString(address)});
+}
 
 std::string Locators(const std::string& iface) {
   return ListDevices(iface, "include-iface\ninclude-device-sn\ndiscovery-timeout 300").text;
@@ -67,6 +91,149 @@ TEST_F(DiscoveryInterfaces, CarryBroadcastAndMulticastEachOnItsOwn) {
   }
 }
 
+TEST_F(DiscoveryInterfaces, BroadcastToWhatTheirAddressHas) {
+  const struct {
+    const char* address;
+    bool hasBroadcast;
+  } rows[] = {{"10.77.9.1/24 broadcast 10.77.9.255", true},
+              {"10.77.9.1/24", true},  // the system reports the address itself
+              {"10.77.9.1/30", true},
+              {"10.77.9.1/31", false},
+              {"10.77.9.1 peer 10.77.9.2", false},  // the system reports the peer
+              {"10.77.9.1 peer 10.77.9.2/24", false},
+              {"10.77.9.1 peer 10.77.2.1", false}};  // which is on this machine
+  for (const auto& row : rows) {
+    ASSERT_TRUE(PrivateNetwork::addPairWith("qvC", row.address)) << row.address;
+    const auto host = Connect("10.77.9.1");
+    const auto device = Connect("10.77.9.1");
+    SendText(*device, 1, "broadcast");
+    SendText(*device, 0, "all");
+    if (row.hasBroadcast) {
+      EXPECT_EQ(Next(*host), "1 broadcast") << row.address;
+      EXPECT_EQ(Next(*host), "1 all") << row.address;
+    }
+    EXPECT_EQ(Next(*host), "2 all") << row.address;
+    ASSERT_TRUE(PrivateNetwork::ip("link del qvC"));
+  }
+}
+
+TEST_F(DiscoveryInterfaces, HearTheirOwnDevicesOnly) {
+  ASSERT_TRUE(PrivateNetwork::addPair("qvC", "10.77.1.2"));  // in the subnet of the first
+  const auto loopback = Connect("127.0.0.1");
+  const auto host = Connect(kFirst);
+  const auto device = Connect(kFirst);
+  const auto neighbour = Connect("10.77.1.2");
+  SendText(*neighbour, 1, "from the neighbour");
+  SendText(*device, 1, "from the device");
+  EXPECT_EQ(Next(*host), "1 from the device");
+  EXPECT_EQ(Next(*neighbour), "1 from the neighbour");
+
+  const cppu::UniqueFd socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  const sockaddr_in target{AF_INET, htons(65111), {::inet_addr("127.0.0.1")}, {}};
+  ASSERT_EQ(::sendto(socket.get(), "mine", 4, 0, reinterpret_cast<const sockaddr*>(&target), sizeof target),
+            4);
+  EXPECT_EQ(Next(*loopback), "1 mine") << "what was broadcast elsewhere came first";
+}
+
+/// Whether the network takes the text.
+bool IsSent(quorvind::Connection& connection, uint32_t network, const std::string& text) try {
+  SendText(connection, network, text);
+  return true;
+} catch (const quorvind::NetworkException&) {
+  return false;
+}
+
+/// Sends until the network's queue is full. Whether that was reported.
+bool Fill(quorvind::Connection& connection, uint32_t network) {
+  int left = 100000;
+  while (left > 0 && IsSent(connection, network, std::string(1000, 'x'))) --left;
+  return left > 0;
+}
+
+TEST_F(DiscoveryInterfaces, FailAtOnceWhenTheirQueueIsFullAndLeaveTheOthersAlone) {
+  if (!PrivateNetwork::run("tc qdisc add dev qvA root tbf rate 8bit burst 2000 limit 10mb"))
+    GTEST_SKIP() << "this system cannot hold a queue";
+  const auto host = Connect(kFirst);
+  const auto device = Connect(kFirst);
+  ASSERT_TRUE(Fill(*device, 1));
+  while (Next(*host, 0) != "nothing") continue;
+  SendText(*device, 0, "request");  // sent by multicast, which this machine hears before the queue
+  EXPECT_EQ(Next(*host), "2 request");
+  ASSERT_TRUE(Fill(*device, 2));
+  EXPECT_FALSE(IsSent(*device, 0, "request"));
+}
+
+TEST_F(DiscoveryInterfaces, AreHeardInTurnDuringAFlood) {
+  const auto host = Connect(kFirst);
+  const auto device = Connect(kFirst);
+  for (int i = 0; i < 100; ++i) SendText(*device, 1, "flood");
+  SendText(*device, 2, "answer");
+  int before = 0;
+  while (Next(*host) == "1 flood") ++before;
+  EXPECT_LT(before, 50);
+}
+
+TEST_F(DiscoveryInterfaces, AreOpenedAgainWhenTheyWereReplaced) {
+  const struct {
+    bool missedInBetween;
+    bool searched;
+  } rows[] = {{true, true}, {false, true}, {false, false}};
+  const auto host = Connect(kFirst);
+  for (const auto& row : rows) {
+    auto receiver = std::async(std::launch::async, [&] { return Next(*host); });
+    ASSERT_TRUE(PrivateNetwork::ip("link del qvA"));
+    EXPECT_TRUE(!row.missedInBetween || !IsSent(*host, 0, "search"));
+    ASSERT_TRUE(PrivateNetwork::addPair("qvA", kFirst));
+    const auto device = Connect(kFirst);
+    if (row.searched) {
+      SendText(*host, 0, "search");
+      EXPECT_EQ(receiver.get(), "1 search");
+      EXPECT_EQ(Next(*host), "2 search");
+      SendText(*device, 2, "answer");
+      EXPECT_EQ(Next(*host), "2 answer");
+    } else {
+      EXPECT_TRUE(Eventually([&] {
+        SendText(*device, 2, "announcement");
+        return receiver.wait_for(std::chrono::milliseconds(50)) == std::future_status::ready;
+      }));
+      EXPECT_EQ(receiver.get(), "2 announcement");
+    }
+  }
+}
+
+TEST_F(DiscoveryInterfaces, MayBeDownAtFirst) {
+  ASSERT_TRUE(PrivateNetwork::ip("link set qvA down"));
+  const auto host = Connect(kFirst);
+  EXPECT_FALSE(IsSent(*host, 0, "search"));
+  ASSERT_TRUE(PrivateNetwork::ip("link set qvA up"));
+  SendText(*host, 0, "search");
+  EXPECT_EQ(Next(*host), "1 search");
+  EXPECT_EQ(Next(*host), "2 search");
+}
+
+TEST_F(DiscoveryInterfaces, MayBeReplacedUnderRunningCalls) {
+  const auto host = Connect(kFirst);
+  std::atomic<bool> done = false;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 2; ++i) {
+    threads.emplace_back([&] {
+      while (!done) Next(*host);
+    });
+  }
+  for (const uint32_t network : {0U, 1U, 2U}) {
+    threads.emplace_back([&, network] {
+      while (!done) IsSent(*host, network, "busy");
+    });
+  }
+  for (int i = 0; i < 5; ++i) {
+    EXPECT_TRUE(PrivateNetwork::ip("link del qvA"));
+    EXPECT_TRUE(PrivateNetwork::addPair("qvA", kFirst));
+  }
+  host->Close(true);
+  done = true;
+  for (auto& thread : threads) thread.join();
+}
+
 TEST_F(DiscoveryInterfaces, TellWhereADeviceWasHeard) {
   Controllers first(kFirst);
   Controllers second(kSecond);
@@ -102,6 +269,27 @@ TEST_F(DiscoveryInterfaces, AreHeardAgainAfterTheyWereDown) {
   EXPECT_TRUE(Eventually([&] {
     return ListDevices(kFirst, "only-locator\ndiscovery-timeout 100").text == "network:sn:UP-AND-DOWN";
   }));
+}
+
+TEST_F(DiscoveryInterfaces, AreWatchedOnWhenTheyWereReplaced) {
+  const EventRecorder recorder("REPLACED");
+  ASSERT_EQ(QV_IO_SetGlobalOptions("discovery-iface network:10.77.1.1"), QV_IO_OK);
+  std::optional<Controllers> controllers(std::in_place, kFirst);
+  const auto former = std::to_string(controllers->add("REPLACED"));
+  EXPECT_TRUE(recorder.eventually({"found available=1|network-port=" + former}));
+  controllers.reset();
+  ASSERT_TRUE(PrivateNetwork::ip("link del qvA"));
+  const auto gone = ListDevices(kFirst, "only-locator\ndiscovery-timeout 100");
+  EXPECT_EQ(gone.text, "network:sn:REPLACED") << "a request that could not be sent proves nothing";
+
+  ASSERT_TRUE(PrivateNetwork::addPair("qvA", kFirst));
+  controllers.emplace(kFirst);
+  const auto port = std::to_string(controllers->add("REPLACED"));
+  EXPECT_TRUE(Eventually([&] {
+    const auto options = "include-network-port\ndiscovery-timeout 300";
+    return ListDevices(kFirst, options).text == "network-port=" + port;
+  }));
+  EXPECT_TRUE(Eventually([&] { return recorder.events().size() == 3; })) << "lost and found";
 }
 
 TEST_F(DiscoveryInterfaces, MayHaveNoDevicesOrNotBeThere) {

@@ -18,15 +18,23 @@ class PrivateNetwork {
   [[nodiscard]] bool entered() const { return entered_; }
 
   /// Runs "ip ARGUMENTS" in it.
-  [[nodiscard]] static bool ip(const std::string& arguments) {
-    return std::system(("ip " + arguments + " 2>/dev/null").c_str()) ==
-           0;  // NOLINT(cert-env33-c,concurrency-mt-unsafe)
+  [[nodiscard]] static bool ip(const std::string& arguments) { return run("ip " + arguments); }
+
+  /// Runs any other command in it.
+  [[nodiscard]] static bool run(const std::string& command) {
+    // NOLINTNEXTLINE(cert-env33-c,concurrency-mt-unsafe)
+    return std::system((command + " 2>/dev/null").c_str()) == 0;
   }
 
   /// A pair of connected interfaces NAME and NAME-peer; the first gets the address.
   [[nodiscard]] static bool addPair(const std::string& name, const std::string& address) {
+    return addPairWith(name, address + "/24 broadcast +");
+  }
+
+  /// The same with an address as "ip addr add" takes it.
+  [[nodiscard]] static bool addPairWith(const std::string& name, const std::string& address) {
     return ip("link add " + name + " type veth peer name " + name + "-peer") &&
-           ip("addr add " + address + "/24 broadcast + dev " + name) && ip("link set " + name + "-peer up") &&
+           ip("addr add " + address + " dev " + name) && ip("link set " + name + "-peer up") &&
            ip("link set " + name + " up");
   }
 

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <optional>
+
+#include "util/ip4.h"
+
+namespace quorvind {
+
+/// What the system knows about one address of this machine.
+struct LocalAddress {
+  unsigned interfaceIndex = 0;  ///< 0: not known
+  IP4 broadcast{};              ///< 0.0.0.0: none, or none while the interface is down
+  bool isUp = false;            ///< the interface
+};
+
+/// None for an address that is not listed. Every address of the loopback network counts as listed. Throws
+/// NetworkException.
+std::optional<LocalAddress> FindLocalAddress(const IP4& address);
+
+}  // namespace quorvind
