@@ -9,6 +9,8 @@
 #include <string>
 #include <string_view>
 #include <tuple>
+#include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "options/options_map.h"
@@ -79,11 +81,12 @@ void ReadValue(const cppu::OptionsMap& options, std::string_view key, Value& val
 
 template <class Element>
 void ReadValue(const cppu::OptionsMap& options, std::string_view key, std::vector<Element>& list) {
+  std::unordered_set<Element> seen;  // the text may have any number of lines
   for (const auto& item : options.items()) {
     if (item.key != key) continue;
     Element element{};
     ConvertItem(item, element);
-    if (std::ranges::find(list, element) == list.end()) list.push_back(std::move(element));
+    if (seen.insert(element).second) list.push_back(std::move(element));
   }
 }
 

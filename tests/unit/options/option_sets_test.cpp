@@ -74,6 +74,16 @@ TEST(OptionSets, CollectListsWithoutRepetition) {
             "Conversion of find-usb-pid failed");
 }
 
+TEST(OptionSets, ReadALongListInTimeThatGrowsWithItsLength) {
+  std::string text;
+  for (int line = 0; line < 200000; ++line) text += "find-device-sn X" + std::to_string(line) + '\n';
+  const auto list =
+      ReadDeviceListOptions(text + text).findDeviceSns;  // takes minutes if each is compared with all
+  ASSERT_EQ(list.size(), 200000U);
+  EXPECT_EQ(list.front(), "X0");
+  EXPECT_EQ(list.back(), "X199999");
+}
+
 TEST(OptionSets, SelectKeysThatAreTrue) {
   EXPECT_EQ(ReadDeviceListOptions("include-usb-id\ninclude-locator 1\ninclude-iface off").include,
             (Selection{"locator", "usb-id"}));
