@@ -13,8 +13,8 @@
  *
  * Threads. Every function may be called from any thread at any time. Each open handle has one receive
  * thread of its own, which calls the two callbacks given to QV_IO_Open, one call at a time; callbacks of
- * different handles may run at the same moment. Threads of the library block all signals and have stacks of
- * 1 MiB. Callbacks must not throw.
+ * different handles may run at the same moment. Threads of the library, and those that FTDI's driver starts
+ * in its calls, block all signals; the library's have stacks of 1 MiB. Callbacks must not throw.
  *
  * What may be called from inside a callback ("own" is the handle that the callback belongs to):
  *
@@ -133,14 +133,15 @@ typedef struct QV_IO_Event QV_IO_Event;
 /** Received bytes, in the order of arrival. Called on the handle's receive thread.
  * @param userData  as given to QV_IO_Open
  * @param data      the bytes, valid during the call only
- * @param length    bytes, at most QV_IO_RECEIVE_CHUNK. A serial port may bring 0 (a read that gave nothing).
+ * @param length    bytes, at most QV_IO_RECEIVE_CHUNK. A serial port or USB chip may bring 0 (a read that
+ *                  gave nothing).
  *                  When a read of a serial port fails and the handle has no error callback, the length is
  *                  (size_t)-1: nothing was read and data must not be used. */
 typedef void (*QV_IO_ReceiveCallback)(void* userData, const uint8_t* data, size_t length);
 
 /** A failure on the receiving side. Called on the handle's receive thread.
- * The channel stays open and goes on: a peer that is gone is reported about a hundred times a second
- * until the handle is closed.
+ * The channel stays open and goes on: a peer that is gone is reported about a hundred times a second, a USB
+ * chip that is gone once in a `health-check` period, until the handle is closed.
  * @param userData    as given to QV_IO_Open
  * @param resultCode  QV_IO_ERROR_CONNECTION_LOST or QV_IO_ERROR_RECEIVE_FAILED */
 typedef void (*QV_IO_ErrorCallback)(void* userData, uint32_t resultCode);

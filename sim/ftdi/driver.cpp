@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -110,7 +111,13 @@ uint32_t Driver::openChip(const std::shared_ptr<Chip>& chip, Handle& handle) {
 
 EventLoop& Driver::loop() {
   if (loop_) return *loop_;
-  loop_.emplace().post([] { ::pthread_setname_np(::pthread_self(), "qvsim-ftdi"); });
+  // Like a thread of FTDI's driver it has the signal mask of whoever makes the first call.
+  sigset_t inherited;
+  ::pthread_sigmask(SIG_SETMASK, nullptr, &inherited);
+  loop_.emplace().post([inherited] {
+    ::pthread_sigmask(SIG_SETMASK, &inherited, nullptr);
+    ::pthread_setname_np(::pthread_self(), "qvsim-ftdi");
+  });
   return *loop_;
 }
 

@@ -1,7 +1,6 @@
 #include "util/thread.h"
 
 #include <algorithm>
-#include <csignal>
 #include <new>
 #include <system_error>
 #include <utility>
@@ -9,29 +8,13 @@
 #include "util/lock_within.h"
 #include "util/never_destroyed.h"
 #include "util/scope_exit.h"
+#include "util/signals_blocked.h"
 
 namespace cppu {
 namespace {
 
 /// Far more than the deepest path of ours needs, and little enough for a process that locks its memory.
 constexpr std::size_t kStackSize = 1024UL * 1024UL;
-
-/// Blocks all signals of the calling thread during its life; a thread that is started in between inherits the
-/// mask.
-class AllSignalsBlocked {
- public:
-  AllSignalsBlocked() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before_);
-  }
-  AllSignalsBlocked(const AllSignalsBlocked&) = delete;
-  AllSignalsBlocked& operator=(const AllSignalsBlocked&) = delete;
-  ~AllSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-
- private:
-  sigset_t before_{};
-};
 
 class StackSize {
  public:

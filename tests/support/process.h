@@ -5,6 +5,7 @@
 #include <fstream>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace qvtest {
@@ -22,15 +23,29 @@ inline std::vector<std::string> EntriesOf(const char* folder) {
 
 inline std::size_t Descriptors() { return EntriesOf("/proc/self/fd").size(); }
 
-/// Threads with this name. A joined thread may be seen a moment longer.
-inline int ThreadsNamed(const std::string& wanted) {
-  int threads = 0;
+/// The folders of the threads with this name. A joined thread may be seen a moment longer.
+inline std::vector<std::string> TasksNamed(const std::string& wanted) {
+  std::vector<std::string> tasks;
   for (const auto& task : EntriesOf("/proc/self/task")) {
-    std::ifstream file("/proc/self/task/" + task + "/comm");
+    auto folder = "/proc/self/task/" + task;
+    std::ifstream file(folder + "/comm");
     std::string name;
-    if (std::getline(file, name) && name == wanted) ++threads;
+    if (std::getline(file, name) && name == wanted) tasks.push_back(std::move(folder));
   }
-  return threads;
+  return tasks;
+}
+
+inline int ThreadsNamed(const std::string& wanted) { return static_cast<int>(TasksNamed(wanted).size()); }
+
+/// The signals that the first thread with this name blocks, as /proc writes them; empty without such a
+/// thread.
+inline std::string SignalsBlockedBy(const std::string& thread) {
+  const auto tasks = TasksNamed(thread);
+  std::ifstream file(tasks.empty() ? "" : tasks.front() + "/status");
+  for (std::string line; std::getline(file, line);) {
+    if (line.starts_with("SigBlk:")) return line;
+  }
+  return {};
 }
 
 /// The receive threads of channels.

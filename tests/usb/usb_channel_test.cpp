@@ -97,6 +97,17 @@ TEST_F(Usb, TellsOfAnUnpluggedChipOnceInAPeriod) {
   EXPECT_LE(channel.notices(QV_IO_ERROR_CONNECTION_LOST), 1);
 }
 
+TEST_F(Usb, ReportsAQueryThatFailsAgainAfterOneThatSucceeded) {
+  failCall("FT_GetStatus", 1, 18);
+  const Channel channel("usb:sn:SLOW", "health-check 0");
+  EXPECT_TRUE(channel.isNotified(QV_IO_ERROR_RECEIVE_FAILED));
+  EXPECT_TRUE(Eventually([&] { return calls("FT_GetStatus") == 2; })) << "there is nothing to read";
+  failCall("FT_GetStatus", 1, 4);
+  EXPECT_EQ(channel.send("x"), QV_IO_OK);
+  EXPECT_TRUE(channel.isNotified(QV_IO_ERROR_CONNECTION_LOST));
+  EXPECT_TRUE(channel.receives("x"));
+}
+
 /// What a channel may be in when it is closed.
 struct State {
   const char* name;

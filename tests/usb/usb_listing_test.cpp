@@ -83,6 +83,24 @@ TEST_F(Usb, AreListedAsRecords) {
   EXPECT_EQ(result, QV_IO_ERROR_NOT_SUPPORTED) << "the serial list is never fresh";
 }
 
+TEST_F(Usb, AreAvailableOnlyWhileTheyAreNotOpen) {
+  uint32_t result = 0;
+  const auto available = [&] {
+    return List(QV_IO_INTERFACE_ALL, "iface-type usb\nonly-locator\nfind-usb-pid 24577", result);
+  };
+  const std::string all = "usb:sn:SLOW\nusb:sn:FAST\nusb:sn:";
+  for (const auto* locator : {"usb:sn:SLOW", "usb:ix:0", "usb:id:1001"}) {
+    for (const uint32_t wait : {1U, 0U}) {
+      EXPECT_EQ(available(), all) << locator;
+      Channel channel(locator);
+      EXPECT_EQ(available(), "usb:sn:FAST\nusb:sn:") << locator;
+      channel.close(wait);
+      EXPECT_TRUE(Eventually([&] { return openHandles() == 0 && ReceiveThreads() == 0; }));
+      EXPECT_EQ(available(), all) << locator;
+    }
+  }
+}
+
 TEST_F(Usb, AreAskedForNoOftenerThanNeeded) {
   uint32_t result = 0;
   const auto callsOf = [&](uint32_t type, const std::string& options) {
@@ -96,8 +114,12 @@ TEST_F(Usb, AreAskedForNoOftenerThanNeeded) {
   EXPECT_EQ(callsOf(QV_IO_INTERFACE_USB, "canonical-locator"), Counts(0, 0, 0)) << "fresh";
   EXPECT_EQ(callsOf(QV_IO_INTERFACE_ALL, records), Counts(0, 0, 0)) << "fresh for records too";
   EXPECT_EQ(std::get<2>(callsOf(QV_IO_INTERFACE_USB, "include-id")), 7U) << "each chip once";
-  EXPECT_EQ(callsOf(QV_IO_INTERFACE_USB, "include-id"), Counts(1, 0, 0)) << "ids are remembered";
-  EXPECT_EQ(std::get<2>(callsOf(QV_IO_INTERFACE_ALL, records + "\ninclude-usb-id")), 0U);
+  EXPECT_EQ(callsOf(QV_IO_INTERFACE_USB, "include-id"), Counts(5, 0, 2)) << "ids that were read are kept";
+  EXPECT_EQ(std::get<2>(callsOf(QV_IO_INTERFACE_ALL, records + "\ninclude-usb-id")), 2U);
+  ASSERT_EQ(find<decltype(QVSIM_Release)>("QVSIM_Release")("HELD"), 1);
+  EXPECT_EQ(List(QV_IO_INTERFACE_USB, "include-id\ninclude-sn\nproduct-name Quorvi AXU-3D", result),
+            "usb:id:1006:sn:HELD\nusb:id:1007:sn:")
+      << "another process has closed it";
   EXPECT_EQ(std::get<2>(callsOf(QV_IO_INTERFACE_ALL, records + "\ninclude-protocol-id")), 6U)
       << "not the held one";
   EXPECT_EQ(std::get<2>(callsOf(QV_IO_INTERFACE_ALL, records + "\ninclude-protocol-id")), 0U);

@@ -1,5 +1,8 @@
 // Opening a chip: what is asked for, what is set, and every way in which it may fail.
 
+#include <csignal>
+#include <cstring>
+
 #include "usb/chips.h"
 
 namespace qvtest {
@@ -120,6 +123,19 @@ TEST_F(Usb, OpensAChipOnceAndAgainWhenItIsClosed) {
   Channel second("usb:sn:FAST");
   EXPECT_EQ(second.close(1), QV_IO_OK);
   EXPECT_EQ(Channel("usb:sn:FAST").result(), QV_IO_OK);
+}
+
+TEST_F(Usb, KeepsTheApplicationsSignalsFromTheDriversThreads) {
+  sigset_t before{};
+  sigset_t after{};
+  ::pthread_sigmask(SIG_SETMASK, nullptr, &before);
+  const Channel channel("usb:sn:SLOW");
+  ::pthread_sigmask(SIG_SETMASK, nullptr, &after);
+  EXPECT_EQ(std::memcmp(&before, &after, sizeof after), 0) << "of this thread nothing has changed";
+  EXPECT_TRUE(Eventually([] {
+    const auto all = SignalsBlockedBy("qvio-rx");
+    return !all.empty() && SignalsBlockedBy("qvsim-ftdi") == all;
+  }));
 }
 
 TEST_F(Usb, ReadsUserAreasOfEverySize) {

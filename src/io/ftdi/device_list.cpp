@@ -48,7 +48,9 @@ std::optional<std::vector<UsbDevice>> ReadUsbDevices(const D2xxFunctions& functi
 std::vector<UsbDeviceList::Entry>& UsbDeviceList::upToDate(const D2xxFunctions& functions, bool force) {
   const auto now = std::chrono::steady_clock::now();
   const auto age = std::chrono::floor<std::chrono::milliseconds>(now - lastScan_);
-  if (valid_ && !force && age < kLifetime) return entries_;
+  // Taken back before the driver is asked: a chip that is closed while it answers drops this list too.
+  const bool dropped = dropped_.exchange(false);
+  if (valid_ && !dropped && !force && age < kLifetime) return entries_;
   valid_ = false;
   lastScan_ = now;
   auto devices = ReadUsbDevices(functions);
@@ -63,9 +65,9 @@ std::optional<uint32_t> UsbDeviceList::chipId(const D2xxFunctions& functions, st
   auto& known = entries_.at(index).chipId;
   if (!known) {
     const auto chip = Chip::openByIndex(functions, index);
-    known = chip ? chip->id() : std::nullopt;
+    if (chip) known = chip->id();
   }
-  return *known;
+  return known;
 }
 
 }  // namespace qvio

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <optional>
@@ -34,29 +35,32 @@ std::string_view TrimDescription(std::string_view description, bool isHighSpeed)
 /// Asks the driver which chips there are, in its order; none on failure.
 std::optional<std::vector<UsbDevice>> ReadUsbDevices(const D2xxFunctions& functions);
 
-/// What can be read of a chip only by opening it, remembered until the next scan: none inside when it cannot
-/// be read.
-template <class Value>
-using ReadOnce = std::optional<std::optional<Value>>;
-
-/// The driver's list, kept for a while, since the driver is slow to list. Caller holds the USB mutex.
+/// The driver's list, kept for a while, since the driver is slow to list. Caller holds the USB mutex, except
+/// to drop the list.
 class UsbDeviceList {
  public:
+  /// A chip, and what can be read of it only by opening it, remembered until the next scan. A chip id is read
+  /// until that succeeds; the protocol id is asked for once, since a device that does not answer takes long.
   struct Entry {
     UsbDevice device;
-    ReadOnce<uint32_t> chipId;
-    ReadOnce<uint8_t> protocolId;
+    std::optional<uint32_t> chipId;
+    std::optional<std::optional<uint8_t>> protocolId;  ///< none inside: there was no answer
   };
 
-  /// The list, at most 1500 ms old; with `force` read again. Throws Failure with QV_IO_ERROR_QUERY_FAILED,
-  /// after which the next call reads again.
+  /// The list, at most 1500 ms old and not dropped; with `force` read again. Throws Failure with
+  /// QV_IO_ERROR_QUERY_FAILED, after which the next call reads again.
   std::vector<Entry>& upToDate(const D2xxFunctions& functions, bool force);
 
   /// The chip id of the entry with this index of the list that was given last; opens the chip if it was not
   /// read yet. None for a chip that cannot be opened or has none.
   std::optional<uint32_t> chipId(const D2xxFunctions& functions, std::size_t index);
 
+  /// After a chip was opened or closed: the list no longer says which ones are available. Any thread, without
+  /// the mutex: a receive thread that closes its chip must not wait for an open or a listing.
+  void drop() noexcept { dropped_ = true; }
+
  private:
+  std::atomic<bool> dropped_ = false;
   bool valid_ = false;
   std::chrono::steady_clock::time_point lastScan_;
   std::vector<Entry> entries_;

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <array>
 
+#include "util/signals_blocked.h"
+
 namespace qvio {
 namespace {
 
@@ -77,6 +79,7 @@ bool FtdiDriver::load() {
 }
 
 void FtdiDriver::onLibraryLoad() {
+  const cppu::AllSignalsBlocked inherited;  // by threads that the driver starts
   if (ensureLoaded()) functions_.FTID_Constructor();
 }
 

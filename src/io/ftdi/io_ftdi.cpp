@@ -70,6 +70,7 @@ uint32_t IoFtdi::open(std::shared_ptr<IoDevice> self) {
     sendLimit_ = milliseconds(options.txTimeout);
     healthCheck_ = milliseconds(options.healthCheck);
     chip_ = OpenConfigured(FindChip(locator(), options, usb), options, usb.functions());
+    usb.devices().drop();
     start(std::move(self));
   });
 }
@@ -98,6 +99,7 @@ void IoFtdi::run() {
   const cppu::ScopeExit closeChip([this] {  // also when a callback ends the thread by pthread_exit
     const std::lock_guard alone(inUse_);
     chip_.close();
+    TheUsb().devices.drop();
   });
   std::array<uint8_t, QV_IO_RECEIVE_CHUNK> buffer{};
   while (!stop_->requested()) receive(awaitBytes(), buffer);
@@ -113,31 +115,31 @@ IoFtdi::QueueState IoFtdi::query() const {
   return state;
 }
 
-/// One look at the queue and, if there is nothing in it and nothing to tell, one wait for the event. Between
-/// the look and the wait the event's lock is held, so that no signal is lost.
-IoFtdi::QueueState IoFtdi::queryUnlessStopped(const std::optional<Time>& deadline, bool failureWasTold,
+/// One look at the queue and, if there is nothing in it and nothing to report, one wait for the event.
+/// Between the look and the wait the event's lock is held, so that no signal is lost.
+IoFtdi::QueueState IoFtdi::queryUnlessStopped(const std::optional<Time>& deadline, bool failureWasReported,
                                               bool& timedOut) {
   const std::lock_guard lock(*event_);
   if (stop_->requested()) return {};
-  auto state = query();
-  if (failureWasTold) state.notice = QV_IO_OK;
-  if (state.waiting == 0 && state.notice == QV_IO_OK) timedOut = !event_->wait(deadline);
+  const auto state = query();
+  const bool reports = state.notice != QV_IO_OK && !failureWasReported;
+  if (state.waiting == 0 && !reports) timedOut = !event_->wait(deadline);
   return state;
 }
 
 /// Waits until bytes are there, a period has passed, or the channel is closed; returns how many there are. A
-/// query that fails is told once in a period.
+/// failed query is reported once in a period, and again when one has succeeded in between.
 uint32_t IoFtdi::awaitBytes() {
   std::optional<Time> deadline;
   if (healthCheck_.count() != 0) deadline = std::chrono::steady_clock::now() + healthCheck_;
-  bool failureWasTold = false;
+  bool failureWasReported = false;
   bool timedOut = false;
   while (!timedOut && !stop_->requested()) {
-    const auto state = queryUnlessStopped(deadline, failureWasTold, timedOut);
+    const auto state = queryUnlessStopped(deadline, failureWasReported, timedOut);
     if (state.waiting != 0) return state.waiting;
-    if (state.notice == QV_IO_OK) continue;
-    report(state.notice);
-    failureWasTold = true;
+    const bool failed = state.notice != QV_IO_OK;
+    if (failed && !failureWasReported) report(state.notice);
+    failureWasReported = failed;
   }
   return 0;
 }

@@ -46,7 +46,7 @@ class IoFtdi final : public IoDevice, private cppu::Worker {
   void abandon() noexcept override { stop_.reset(); }  // the driver's descriptors are its own affair
 
   [[nodiscard]] uint32_t awaitBytes();
-  [[nodiscard]] QueueState queryUnlessStopped(const std::optional<Time>& deadline, bool failureWasTold,
+  [[nodiscard]] QueueState queryUnlessStopped(const std::optional<Time>& deadline, bool failureWasReported,
                                               bool& timedOut);
   [[nodiscard]] QueueState query() const;
   void receive(uint32_t waiting, std::span<uint8_t> buffer);

@@ -4,6 +4,7 @@
 
 #include "io/ftdi/device_list.h"
 #include "io/ftdi/driver.h"
+#include "util/signals_blocked.h"
 
 namespace qvio {
 
@@ -19,7 +20,9 @@ Usb& TheUsb();
 /// For a forked child: a new lock and an empty list. The driver's libraries stay loaded.
 void RenewUsb();
 
-/// The USB mutex, held, with the driver loaded. Throws Failure with QV_IO_ERROR_DRIVER_UNAVAILABLE.
+/// The USB mutex, held, with the driver loaded. All signals are blocked in the meantime: the driver may start
+/// threads when it is loaded, lists or opens chips, and the application's handlers must not run on those.
+/// Throws Failure with QV_IO_ERROR_DRIVER_UNAVAILABLE.
 class UsbAccess {
  public:
   UsbAccess();
@@ -30,6 +33,7 @@ class UsbAccess {
  private:
   Usb& usb_;
   std::lock_guard<std::mutex> lock_;
+  cppu::AllSignalsBlocked inherited_;  ///< by threads of the driver
 };
 
 }  // namespace qvio
