@@ -57,9 +57,12 @@ struct Use {
 };
 
 /// The devices of the uses: simulated ones in processes of their own, so that no fault can hit them, and the
-/// stand-in's first chip. Where the system allows that, they and the test have a network to themselves.
+/// stand-in's first chip. They and the test need a network to themselves: what other devices send changes
+/// what a search finds, and what it allocates.
 class Devices {
  public:
+  [[nodiscard]] bool areAlone() const { return network_.entered(); }
+
   /// A use for every kind of link, for the listings and for the watched interfaces.
   [[nodiscard]] const std::vector<Use>& uses() const { return uses_; }
 

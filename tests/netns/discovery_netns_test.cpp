@@ -28,7 +28,7 @@ constexpr const char* kSecond = "10.77.2.1";
 class DiscoveryInterfaces : public testing::Test {
  protected:
   void SetUp() override {
-    if (!network_.entered()) GTEST_SKIP() << "this system forbids private network namespaces";
+    if (!network_.entered()) GTEST_SKIP() << PrivateNetwork::kForbidden;
     ASSERT_TRUE(PrivateNetwork::addPair("qvA", kFirst));
     ASSERT_TRUE(PrivateNetwork::addPair("qvB", kSecond));
   }

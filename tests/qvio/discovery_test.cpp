@@ -19,7 +19,7 @@ using Words = std::vector<std::string>;
 class QvioDiscovery : public testing::Test {
  protected:
   void SetUp() override {
-    if (!network_.entered()) GTEST_SKIP() << "this system forbids private network namespaces";
+    if (!network_.entered()) GTEST_SKIP() << PrivateNetwork::kForbidden;
     controllers_.emplace();
     firstPort_ = controllers_->add("T-1", 7, 1, "Left \x1b[31m axis");
     controllers_->add("T-2", 8, 2, "Right axis");
