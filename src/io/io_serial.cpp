@@ -1,8 +1,10 @@
 #include "io/io_serial.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 
 #include <array>
+#include <csignal>
 #include <limits>
 #include <string>
 #include <utility>
@@ -65,6 +67,24 @@ std::string DevicePath(std::string_view locator) {
   return std::string(fields[1]);
 }
 
+/// Blocks SIGTTOU on the calling thread: a process in the background that sets up its controlling terminal
+/// would be stopped by it.
+class TerminalStopBlocked {
+ public:
+  TerminalStopBlocked() {
+    sigset_t terminalStop;
+    sigemptyset(&terminalStop);
+    sigaddset(&terminalStop, SIGTTOU);
+    pthread_sigmask(SIG_BLOCK, &terminalStop, &before_);
+  }
+  TerminalStopBlocked(const TerminalStopBlocked&) = delete;
+  TerminalStopBlocked& operator=(const TerminalStopBlocked&) = delete;
+  ~TerminalStopBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+ private:
+  sigset_t before_{};
+};
+
 }  // namespace
 
 termios LineSettings(uint32_t baudrate, bool xonxoff) {
@@ -83,10 +103,11 @@ cppu::UniqueFd IoSerial::openDescriptor() const {
   const auto settings = ReadSerialOptions(options());
   Require(settings.baudrate != 0, QV_IO_ERROR_INVALID_ARGUMENT);
 
-  cppu::UniqueFd fd(
-      cppu::Uninterrupted([&] { return ::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC); }));
+  auto fd = cppu::AboveStandardStreams(cppu::UniqueFd(
+      cppu::Uninterrupted([&] { return ::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC); })));
   Require(static_cast<bool>(fd), QV_IO_ERROR_DRIVER_FAILURE);
   const auto line = LineSettings(settings.baudrate, settings.xonxoff);
+  const TerminalStopBlocked fromTheBackground;
   const auto applied = cppu::Uninterrupted([&] { return ::tcsetattr(fd.get(), TCSAFLUSH, &line); });
   Require(applied == 0, QV_IO_ERROR_DRIVER_FAILURE);
   return fd;

@@ -43,15 +43,28 @@ bool Connects(int fd, const addrinfo& address, std::chrono::milliseconds timeout
   return cppu::PollUntil(entry, std::chrono::steady_clock::now() + timeout) > 0;
 }
 
+/// A connect to a local port that nobody listens on can meet itself, when the system chooses that very port
+/// for the near end.
+bool IsConnectedToItself(int fd) {
+  sockaddr_in near{};
+  sockaddr_in far{};
+  socklen_t nearSize = sizeof near;
+  socklen_t farSize = sizeof far;
+  return ::getsockname(fd, reinterpret_cast<sockaddr*>(&near), &nearSize) == 0 &&
+         ::getpeername(fd, reinterpret_cast<sockaddr*>(&far), &farSize) == 0 &&
+         near.sin_port == far.sin_port && near.sin_addr.s_addr == far.sin_addr.s_addr;
+}
+
 }  // namespace
 
 cppu::UniqueFd ConnectTcp(const std::string& host, uint16_t port, std::chrono::milliseconds timeout) {
   const auto addresses = Resolve(host, port);
   for (const auto* address = addresses.get(); address != nullptr; address = address->ai_next) {
     if (!IsTcpOverIp4(*address)) continue;
-    cppu::UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP));
+    auto fd = cppu::AboveStandardStreams(
+        cppu::UniqueFd(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP)));
     if (!fd) break;
-    if (Connects(fd.get(), *address, timeout)) return fd;
+    if (Connects(fd.get(), *address, timeout) && !IsConnectedToItself(fd.get())) return fd;
   }
   throw Failure(QV_IO_ERROR_DEVICE_NOT_FOUND);
 }

@@ -10,7 +10,7 @@ namespace qvio {
 
 /// Connects to the first address of the host that takes the connection. A connect that is still under way is
 /// taken as done when the socket turns writable, without a look at its error: a refused connection can pass
-/// here and shows when it is used.
+/// here and shows when it is used. A connection to itself counts as refused.
 /// @param timeout  for each address; resolving the name takes its own time
 /// @return the socket, non-blocking, with the system's default options. Throws Failure:
 ///         QV_IO_ERROR_DEVICE_NOT_FOUND, no such host or no address connects; QV_IO_ERROR_DRIVER_FAILURE, the

@@ -10,7 +10,7 @@
 
 namespace cppu {
 
-StopSignal::StopSignal() : event_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+StopSignal::StopSignal() : event_(AboveStandardStreams(UniqueFd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)))) {
   if (!event_) throw std::system_error(errno, std::generic_category(), "eventfd");
 }
 

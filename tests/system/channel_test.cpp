@@ -7,6 +7,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,14 +15,21 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <future>
 #include <string>
+#include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "quorvio/quorvio.h"
 #include "support/channel.h"
 #include "support/links.h"
+#include "support/private_network.h"
 #include "support/process.h"
+#include "support/raw_peer.h"
 #include "util/unique_fd.h"
 
 namespace qvtest {
@@ -250,6 +258,60 @@ TEST(TcpChannel, StillSendsToAPeerThatHasHalfClosed) {
   sink.tcp().halfCloseAll();
   EXPECT_TRUE(channel.isNotified(QV_IO_ERROR_CONNECTION_LOST, 2));
   EXPECT_EQ(channel.send("still taken"), QV_IO_OK);
+}
+
+TEST(TcpChannel, CountsAConnectionToItselfAsRefused) {
+  uint32_t result = QV_IO_OK;
+  bool entered = false;
+  std::thread([&] {  // the only thread in the network that has one port to choose
+    const PrivateNetwork network;
+    entered = network.entered() && static_cast<bool>(std::ofstream("/proc/sys/net/ipv4/ip_local_port_range")
+                                                     << "40000 40000" << std::flush);
+    if (entered) result = Channel("network:127.0.0.1:40000").result();
+  })
+      .join();
+  if (!entered) GTEST_SKIP() << "this system forbids private network namespaces";
+  EXPECT_EQ(result, QV_IO_ERROR_DEVICE_NOT_FOUND);
+}
+
+TEST(Channels, StayAboveTheStandardStreams) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  for (const auto kind : {LinkKind::Serial, LinkKind::Tcp}) {
+    const auto leavesThemAlone = [kind] {
+      const RawPeer peer(kind);  // opens nothing more
+      for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) ::close(fd);
+      const Channel channel(peer.locator(), peer.options());
+      bool anyOpen = false;
+      for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        anyOpen = anyOpen || ::fcntl(fd, F_GETFD) >= 0;
+      return channel.result() == QV_IO_OK && !anyOpen;
+    };
+    EXPECT_EXIT(std::_Exit(leavesThemAlone() ? 0 : 1), testing::ExitedWithCode(0), "");
+  }
+}
+
+/// Opens the controlling terminal on which another process group is in the foreground; false when it was
+/// stopped.
+bool OpensFromTheBackground() {
+  ::signal(SIGHUP, SIG_IGN);  // the terminal goes before the session does
+  ::setsid();
+  const RawPeer peer(LinkKind::Serial);
+  const auto path = peer.locator().substr(peer.locator().find(':') + 1);
+  const cppu::UniqueFd controlling(::open(path.c_str(), O_RDWR | O_CLOEXEC));
+  const auto child = ::fork();
+  if (child == 0) {
+    ::setpgid(0, 0);
+    std::_Exit(Channel(peer.locator(), peer.options()).result() == QV_IO_OK ? 0 : 1);
+  }
+  int status = 0;
+  ::waitpid(child, &status, WUNTRACED);
+  ::kill(child, SIGKILL);
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+TEST(SerialChannel, OpensItsControllingTerminalFromTheBackground) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(std::_Exit(OpensFromTheBackground() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
 TEST(SerialChannel, TellsThatTheOtherEndIsGone) {
