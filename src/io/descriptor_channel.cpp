@@ -23,7 +23,6 @@ using namespace std::chrono_literals;
 constexpr std::size_t kReadBuffer = 65536;  // large reads cost a third for each byte of 1024-byte ones
 constexpr auto kRestAfterFault = 10ms;      // a vanished peer must not cost a core
 constexpr auto kLookAgain = 20ms;
-constexpr auto kPatienceWithStalledPeer = 1s;  // for a send that is in progress when the channel is closed
 
 bool WouldBlock(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
 
@@ -47,7 +46,7 @@ void DescriptorChannel::close(bool wait) {
 
 void DescriptorChannel::run() {
   const cppu::ScopeExit release([this] { releaseDescriptor(); });  // also when a callback calls pthread_exit
-  std::array<uint8_t, kReadBuffer> buffer{};
+  std::array<uint8_t, kReadBuffer> buffer;  // not zeroed: an idle channel does not touch its 64 KiB
   while (!stop_->requested()) {
     if (!receiveOnce(buffer)) stop_->wait(kRestAfterFault);
   }
@@ -62,20 +61,27 @@ void DescriptorChannel::abandon() noexcept {
 bool DescriptorChannel::receiveOnce(std::span<uint8_t> buffer) {
   std::array<pollfd, 2> entries{{{fd_.get(), POLLIN, 0}, {stop_->fd(), POLLIN, 0}}};
   if (cppu::PollUntil(entries, {}) < 0) return fault(QV_IO_ERROR_RECEIVE_FAILED);
-  if (entries[0].revents == 0) return true;  // only the stop signal; an error or hang-up counts as readable
+  const auto marks = entries[0].revents;
+  if (marks == 0) return true;  // only the stop signal; an error or hang-up counts as readable
+  // Beside an error mark a read could consume the error, which is for the next send: then the count comes
+  // first.
+  if (marks != POLLIN) return receiveCounted(buffer);
 
-  // Asked before every read: a reset connection thus shows as 0 bytes, and its error stays for the next send.
-  int waiting = 0;
-  const auto asked = cppu::Uninterrupted([&] { return ::ioctl(fd_.get(), FIONREAD, &waiting); });
-  if (asked < 0) return fault(QV_IO_ERROR_RECEIVE_FAILED);
-  if (waiting < 1) return fault(kind_.nothingReady);
-  return receiveBytes(buffer, waiting);
+  const auto got = readSome(buffer);
+  if (got > 0) deliverInChunks(buffer.first(static_cast<std::size_t>(got)));
+  if (got > 0 || (got < 0 && WouldBlock(errno))) return true;
+  return receiveCounted(buffer);
 }
 
-bool DescriptorChannel::receiveBytes(std::span<uint8_t> buffer, long waiting) {
-  while (waiting > 0 && !stop_->requested()) {
+/// Asks how many bytes are waiting, and reads so many.
+bool DescriptorChannel::receiveCounted(std::span<uint8_t> buffer) {
+  int counted = 0;
+  const auto asked = cppu::Uninterrupted([&] { return ::ioctl(fd_.get(), FIONREAD, &counted); });
+  if (asked < 0) return fault(QV_IO_ERROR_RECEIVE_FAILED);
+  if (counted < 1) return fault(kind_.nothingReady);
+  for (long waiting = counted; waiting > 0 && !stop_->requested();) {
     // More than was waiting is as welcome: it would have been the next pass's.
-    const auto got = cppu::Uninterrupted([&] { return ::read(fd_.get(), buffer.data(), buffer.size()); });
+    const auto got = readSome(buffer);
     if (got < 0 && WouldBlock(errno)) return true;  // another reader of the device was faster
     if (got < 0 && (reportsErrors() || !kind_.failedReadIsDelivered))
       return fault(QV_IO_ERROR_RECEIVE_FAILED);
@@ -85,8 +91,8 @@ bool DescriptorChannel::receiveBytes(std::span<uint8_t> buffer, long waiting) {
       // Callers without an error callback rely on seeing the -1; it counts like any other result.
       deliver(buffer.data(), static_cast<std::size_t>(got));
       stop_->wait(kRestAfterFault);
-      // The line was hung up after it had counted its bytes: asked anew it says so, read on it is empty for
-      // ever.
+      // The line was hung up after it had counted its bytes: the next count reports that, `read` would return
+      // 0 forever.
       if (got == 0) return true;
     }
     waiting -= got;
@@ -94,7 +100,12 @@ bool DescriptorChannel::receiveBytes(std::span<uint8_t> buffer, long waiting) {
   return true;
 }
 
-void DescriptorChannel::deliverInChunks(std::span<const uint8_t> bytes) const {
+long DescriptorChannel::readSome(std::span<uint8_t> buffer) const {
+  return cppu::Uninterrupted([&] { return ::read(fd_.get(), buffer.data(), buffer.size()); });
+}
+
+void DescriptorChannel::deliverInChunks(std::span<const uint8_t> bytes) {
+  peerTalks_ = true;
   while (!bytes.empty() && !stop_->requested()) {
     const auto chunk = bytes.first(std::min<std::size_t>(bytes.size(), QV_IO_RECEIVE_CHUNK));
     deliver(chunk.data(), chunk.size());
@@ -109,8 +120,12 @@ bool DescriptorChannel::fault(uint32_t notice) const {
 
 void DescriptorChannel::releaseDescriptor() noexcept {
   const std::lock_guard lock(sendMutex_);
-  if (kind_.socket) ::shutdown(fd_.get(), SHUT_RDWR);
-  fd_.reset();
+  const auto waits = [this](int queued) { return patience_.lasts(written_ - queued); };
+  if (kind_.socket) {
+    ReleaseSocket(std::move(fd_), peerTalks_, waits);
+  } else {
+    ReleaseTerminal(std::move(fd_), waits);
+  }
 }
 
 uint32_t DescriptorChannel::send(const void* data, std::size_t length) {
@@ -126,8 +141,12 @@ uint32_t DescriptorChannel::send(const void* data, std::size_t length) {
     if (written < 0 && !full && errno == ECONNRESET) return kind_.peerReset;
     if ((written < 0 && !full) || written == 0 || written > std::ssize(piece))
       return QV_IO_ERROR_TRANSMIT_FAILED;
-    if (written > 0) rest = rest.subspan(static_cast<std::size_t>(written));
+    if (written > 0) {
+      rest = rest.subspan(static_cast<std::size_t>(written));
+      written_ += written;
+    }
     if (full && !waitWritable()) return QV_IO_ERROR_TRANSMIT_FAILED;
+    if (!rest.empty() && !mayGoOn()) return QV_IO_ERROR_TRANSMIT_FAILED;
   }
   return QV_IO_OK;
 }
@@ -139,24 +158,22 @@ long DescriptorChannel::writeSome(std::span<const uint8_t> bytes) const {
   });
 }
 
-/// Looks in steps: a terminal may have room again without waking those who wait for it. Seen only at the end
-/// of the time, that would pass for progress and cost the time once more.
-bool DescriptorChannel::becomesWritable(std::chrono::milliseconds patience) const {
-  std::array<pollfd, 1> entry{{{fd_.get(), POLLOUT, 0}}};
-  const auto limit = std::chrono::steady_clock::now() + patience;
-  int ready = 0;
-  for (auto now = limit - patience; ready == 0 && now < limit; now = std::chrono::steady_clock::now())
-    ready = cppu::PollUntil(entry, std::min(limit, now + kLookAgain));
-  return ready > 0;
-}
-
-/// Waits until the device takes bytes again: without limit while the channel is open, for the patience with a
-/// stalled peer once it is being closed. False when the waiting is over.
-bool DescriptorChannel::waitWritable() const {
+/// Waits until the device takes bytes again: without limit while the channel is open, and as long as the
+/// patience lasts once it is being closed. False when the waiting is over.
+bool DescriptorChannel::waitWritable() {
   std::array<pollfd, 2> entries{{{fd_.get(), POLLOUT, 0}, {stop_->fd(), POLLIN, 0}}};
   if (cppu::PollUntil(entries, {}) < 0) return false;
-  if (entries[0].revents != 0) return true;
-  return becomesWritable(kPatienceWithStalledPeer);
+  return entries[0].revents != 0 || becomesWritableWhileClosing();
+}
+
+/// Looks in steps: bytes move long before TCP reports room, which it does when a third of its buffer is free,
+/// and a terminal may have room again without waking those who wait for it.
+bool DescriptorChannel::becomesWritableWhileClosing() {
+  std::array<pollfd, 1> entry{{{fd_.get(), POLLOUT, 0}}};
+  int ready = 0;
+  while (ready == 0 && stillWaits())
+    ready = cppu::PollUntil(entry, std::chrono::steady_clock::now() + kLookAgain);
+  return ready > 0;
 }
 
 }  // namespace qvio

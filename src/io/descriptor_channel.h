@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -8,7 +7,9 @@
 #include <optional>
 #include <span>
 
+#include "io/closing_patience.h"
 #include "io/io_device.h"
+#include "io/release_descriptor.h"
 #include "util/stop_signal.h"
 #include "util/thread.h"
 #include "util/unique_fd.h"
@@ -48,21 +49,27 @@ class DescriptorChannel : public IoDevice, private cppu::Worker {
   void abandon() noexcept override;
 
   [[nodiscard]] bool receiveOnce(std::span<uint8_t> buffer);
-  [[nodiscard]] bool receiveBytes(std::span<uint8_t> buffer, long waiting);
-  void deliverInChunks(std::span<const uint8_t> bytes) const;
+  [[nodiscard]] bool receiveCounted(std::span<uint8_t> buffer);
+  [[nodiscard]] long readSome(std::span<uint8_t> buffer) const;
+  void deliverInChunks(std::span<const uint8_t> bytes);
   [[nodiscard]] bool fault(uint32_t notice) const;
   void releaseDescriptor() noexcept;
 
   // Sending; caller holds sendMutex_.
   [[nodiscard]] long writeSome(std::span<const uint8_t> bytes) const;
-  [[nodiscard]] bool waitWritable() const;
-  [[nodiscard]] bool becomesWritable(std::chrono::milliseconds patience) const;
+  [[nodiscard]] bool waitWritable();
+  [[nodiscard]] bool becomesWritableWhileClosing();
+  [[nodiscard]] bool mayGoOn() { return !stop_->requested() || stillWaits(); }
+  [[nodiscard]] bool stillWaits() { return patience_.lasts(written_ - QueuedBytes(fd_.get())); }
 
   const DescriptorKind& kind_;
   /// Guards the descriptor against being closed during a send, and keeps sends apart. Held for a whole send;
-  /// the receive thread takes it only to close the descriptor. Nothing else is locked while it is held.
+  /// the receive thread takes it only to release the descriptor. Nothing else is locked while it is held.
   std::mutex sendMutex_;
   cppu::UniqueFd fd_;                     ///< closed by the receive thread under sendMutex_
+  int64_t written_ = 0;                   ///< bytes that the system has taken; guarded by sendMutex_
+  ClosingPatience patience_;              ///< guarded by sendMutex_ from the stop request on
+  bool peerTalks_ = false;                ///< bytes have been received; receive thread only
   std::optional<cppu::StopSignal> stop_;  ///< there from open on, for the channel's whole life
   cppu::Thread thread_;
 };

@@ -1,8 +1,12 @@
 // Closing ends in every state, whoever asks for it, and leaves nothing behind.
 
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <functional>
@@ -10,12 +14,14 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "quorvio/quorvio.h"
 #include "support/channel.h"
 #include "support/links.h"
 #include "support/process.h"
+#include "support/raw_peer.h"
 
 namespace qvtest {
 namespace {
@@ -27,6 +33,11 @@ struct State {
   LinkKind kind;
   std::function<void(EchoLink&, Channel&)> enter;
 };
+
+bool HasUnread(int fd) {
+  int waiting = 0;
+  return ::ioctl(fd, FIONREAD, &waiting) == 0 && waiting > 0;
+}
 
 void Idle(EchoLink& /*link*/, Channel& /*channel*/) {}
 
@@ -98,6 +109,60 @@ TEST(Close, LetsASendInProgressFinishWhileBytesMove) {
   link.setReading(qvsim::Reading::Discarding);
   EXPECT_EQ(send.get(), QV_IO_OK);
   EXPECT_EQ(close.get(), QV_IO_OK);
+}
+
+TEST(Close, EndsASendToASlowPeerButNotAtOnce) {
+  for (const auto kind : {LinkKind::Serial, LinkKind::Tcp}) {
+    RawPeer peer(kind);
+    Channel channel(peer.locator(), peer.options());
+    const int fd = peer.fd();
+    std::atomic<bool> ended = false;
+    auto send = std::async(std::launch::async, [&] {
+      const auto result = channel.send(std::string(std::size_t{256} << 20, 'x'));
+      ended = true;
+      return result;
+    });
+    EXPECT_TRUE(Eventually([&] { return HasUnread(fd); }));
+    const auto started = std::chrono::steady_clock::now();
+    auto close = std::async(std::launch::async, [&] { return channel.close(1); });
+    std::string taken(kind == LinkKind::Tcp ? 20000 : 200, 0);
+    while (!ended) {
+      (void)!::read(fd, taken.data(), taken.size());
+      std::this_thread::sleep_for(10ms);
+    }
+    const auto time = std::chrono::steady_clock::now() - started;
+    EXPECT_EQ(send.get(), QV_IO_ERROR_TRANSMIT_FAILED);
+    EXPECT_EQ(close.get(), QV_IO_OK);
+    EXPECT_GT(time, 3s) << "bytes moved all the time";
+    EXPECT_LT(time, 15s) << "a hang, not a time, is what fails here";
+  }
+}
+
+TEST(Close, BringsOutWhatWasSentToAPeerThatTalks) {
+  for (const bool unread : {true, false}) {
+    RawPeer peer(LinkKind::Tcp);
+    Channel channel(peer.locator());
+    std::promise<void> leave;
+    channel.onChunk = [&, first = unread](std::string_view) mutable {
+      if (std::exchange(first, false)) leave.get_future().wait();
+    };
+    peer.send("x");
+    EXPECT_TRUE(unread || channel.receives("x"));
+    peer.send("y");
+    const std::string bytes(std::size_t{2} << 20, 'z');
+    EXPECT_EQ(channel.send(bytes), QV_IO_OK);
+    EXPECT_EQ(channel.close(0), QV_IO_OK);
+    leave.set_value();
+    std::size_t received = 0;
+    std::string piece(65536, 0);
+    EXPECT_TRUE(Eventually([&] {
+      const auto got = ::read(peer.fd(), piece.data(), piece.size());
+      if (got > 0) received += static_cast<std::size_t>(got);
+      ::send(peer.fd(), "x", 1, MSG_NOSIGNAL);
+      return got == 0 || (got < 0 && errno != EAGAIN);
+    }));
+    EXPECT_EQ(received, bytes.size()) << "unread input: " << unread;
+  }
 }
 
 TEST(Close, FromCallbacks) {

@@ -1,0 +1,23 @@
+#include "io/closing_patience.h"
+
+namespace qvio {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kWithoutProgress = 1s;
+constexpr auto kInAll = 5s;
+
+}  // namespace
+
+bool ClosingPatience::lasts(int64_t taken) {
+  const auto now = Clock::now();
+  if (taken > mostTaken_) {
+    mostTaken_ = taken;
+    lastProgress_ = now;
+  }
+  if (!began_) began_ = now;
+  return now < lastProgress_ + kWithoutProgress && now < *began_ + kInAll;
+}
+
+}  // namespace qvio
