@@ -1,22 +1,21 @@
 #include "io/release_descriptor.h"
 
 #include <linux/sockios.h>
+#include <pthread.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <termios.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <exception>
-#include <memory>
 #include <thread>
 #include <utility>
 
-#include "util/retired_threads.h"
 #include "util/system_call.h"
-#include "util/thread.h"
 
 namespace qvio {
 namespace {
@@ -37,13 +36,33 @@ class Step {
   std::chrono::milliseconds length_ = 1ms;
 };
 
-void CloseOnItsOwnThread(cppu::UniqueFd fd) {
-  try {
-    const auto shared = std::make_shared<cppu::UniqueFd>(std::move(fd));
-    cppu::Retired().add(cppu::Thread("qvio-close", [shared] { shared->reset(); }));
-  } catch (const std::exception&) {
-    // No thread or memory: the descriptor is closed here, at the cost of the driver's time.
-  }
+void* CloseDescriptor(void* fd) {
+  pthread_setname_np(pthread_self(), "qvio-close");
+  ::close(*static_cast<const int*>(fd));
+  return nullptr;
+}
+
+/// Whether the number still belongs to this file: the system takes it away as the first step of a close.
+bool IsOpen(int fd, const struct stat& file) {
+  struct stat now {};
+  return ::fstat(fd, &now) == 0 && now.st_dev == file.st_dev && now.st_ino == file.st_ino;
+}
+
+/// Closes without the half minute that the kernel waits for a device that takes nothing. Only a signal to the
+/// closing thread ends that wait, and signals belong to the application, but for the one of cancellation: so
+/// a thread of its own closes and is cancelled as soon as the close has begun.
+void CloseAtOnce(cppu::UniqueFd fd) {
+  const int number = fd.get();
+  struct stat file {};
+  pthread_t closer{};
+  int closing = number;
+  if (::fstat(number, &file) != 0) return;
+  if (::pthread_create(&closer, nullptr, CloseDescriptor, &closing) != 0)
+    return;  // closed here, after the wait
+  fd.release();
+  while (IsOpen(number, file)) std::this_thread::sleep_for(1ms);  // cancelled earlier, it would not close
+  ::pthread_cancel(closer);
+  ::pthread_join(closer, nullptr);
 }
 
 /// Drops what the peer has sent; MSG_TRUNC keeps TCP from copying it. False when nothing more will come.
@@ -55,10 +74,11 @@ bool DiscardInput(int fd) {
 
 /// Ends the sending side and waits until the peer has all of it.
 void DrainSocket(int fd, const StillWaits& stillWaits) {
+  constexpr int kEndOfStream = 1;  // the shutdown queues it, and it counts as a byte
   Step step;
   const auto mayWait = [&] {
     const int queued = QueuedBytes(fd);
-    return queued > 0 && stillWaits(queued);
+    return queued > kEndOfStream && stillWaits(queued);
   };
   // A lost connection keeps its count of queued bytes, but can no longer be shut down.
   while (::shutdown(fd, SHUT_WR) == 0 && mayWait()) {
@@ -91,11 +111,11 @@ void ReleaseTerminal(cppu::UniqueFd fd, const StillWaits& stillWaits) {
     std::this_thread::sleep_for(step.next());
   if (queued == 0) return;
   ::tcflush(fd.get(), TCOFLUSH);
-  if (QueuedBytes(fd.get()) > 0) CloseOnItsOwnThread(std::move(fd));
+  if (QueuedBytes(fd.get()) > 0) CloseAtOnce(std::move(fd));
 }
 
 void ReleaseSocket(cppu::UniqueFd fd, bool peerTalks, const StillWaits& stillWaits) {
-  if (peerTalks || InputWaits(fd.get())) DrainSocket(fd.get(), stillWaits);
+  if (QueuedBytes(fd.get()) > 0 && (peerTalks || InputWaits(fd.get()))) DrainSocket(fd.get(), stillWaits);
   ::shutdown(fd.get(), SHUT_RDWR);
 }
 

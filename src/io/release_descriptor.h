@@ -13,9 +13,8 @@ namespace qvio {
 /// Whether a closing channel still waits for its device, with so many bytes queued.
 using StillWaits = std::function<bool(int queued)>;
 
-/// Closes the descriptor of a terminal after its queued bytes have gone out; those that are left when the
-/// waiting is over are dropped. Where the driver refuses to drop them (ftdi_sio does), closing takes up to
-/// half a minute, so that it is done on a retired thread, and opening the port again waits for it.
+/// Closes a terminal after its queued bytes have gone out. Those that are left when the waiting is over are
+/// dropped, since the kernel's own close would wait for them half a minute more.
 void ReleaseTerminal(cppu::UniqueFd fd, const StillWaits& stillWaits);
 
 /// Closes a socket. TCP answers input that nobody reads with a reset, which drops all bytes that the peer has

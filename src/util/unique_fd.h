@@ -23,6 +23,8 @@ class UniqueFd {
   [[nodiscard]] int get() const noexcept { return fd_; }
   explicit operator bool() const noexcept { return fd_ >= 0; }
 
+  int release() noexcept { return std::exchange(fd_, -1); }
+
   void reset() noexcept {
     if (fd_ >= 0) ::close(std::exchange(fd_, -1));
   }
