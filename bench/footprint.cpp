@@ -107,7 +107,7 @@ void MeasureMemory() {
   const auto after = MappedBytes();
   PrintLimit("heap of an open channel", (HeapBytes() - heap) / kCount / kKiB, 80, "KiB");
   PrintLimit("resident memory of an open channel, its stack included",
-             (after.resident - before.resident) / kCount / kKiB, 80, "KiB");
+             (after.resident - before.resident) / kCount / kKiB, 20, "KiB");
   PrintLimit("memory of an open channel under mlockall", (after.writable - before.writable) / kCount / kKiB,
              -1, "KiB");
 }

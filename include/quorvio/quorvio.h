@@ -133,8 +133,7 @@ typedef struct QV_IO_Event QV_IO_Event;
 /** Received bytes, in the order of arrival. Called on the handle's receive thread.
  * @param userData  as given to QV_IO_Open
  * @param data      the bytes, valid during the call only
- * @param length    bytes, at most QV_IO_RECEIVE_CHUNK. A serial port or USB chip may bring 0 (a read that
- *                  gave nothing).
+ * @param length    bytes, at most QV_IO_RECEIVE_CHUNK. A serial port or USB may bring 0 (an empty read).
  *                  When a read of a serial port fails and the handle has no error callback, the length is
  *                  (size_t)-1: nothing was read and data must not be used. */
 typedef void (*QV_IO_ReceiveCallback)(void* userData, const uint8_t* data, size_t length);
@@ -267,14 +266,18 @@ uint32_t QV_IO_GetDiscoveryEventData(const QV_IO_Event* event, const char* optio
  *   The line has 8 data bits, no parity, 1 stop bit, no flow control; modem lines are ignored.
  * Options of a TCP link:
  *   `port N`             port when the locator gives none or 0
- *   `connect-timeout N`  ms for each address of the host, default 5000
+ *   `connect-timeout N`  ms for each address of the host, default 5000; resolving a name takes its own
+ *                        time
  *   `iface TEXT`         "network:ADDRESS" or "network:all": where a serial number is searched that is not
- *                        known, or whose device was last heard more than 10 s ago on an interface that is not
- *                        watched; may be repeated. Without it the device is used as it was heard last, up to
- * an hour ago `discovery-timeout N` ms for that search, default 100; it ends as soon as the device has
- * answered A refused connection may pass here; then the error callback reports QV_IO_ERROR_CONNECTION_LOST.
- * No socket option is set. Options of a USB link: `baudrate N`         line speed; without it the chip's
- * configuration or the product decides, and a product without a speed of its own needs the option
+ *                        known, or whose device was last heard more than 10 s ago on an interface that is
+ *                        not watched; may be repeated. Without it the device is used as it was heard last,
+ *                        up to an hour ago
+ *   `discovery-timeout N` ms for that search, default 100; it ends as soon as the device has answered
+ *   A success does not prove a peer: a refused connection may pass here, and the error callback then
+ *   reports QV_IO_ERROR_CONNECTION_LOST. No socket option is set.
+ * Options of a USB link:
+ *   `baudrate N`         line speed; without it the chip's configuration or the product decides, and a
+ *                        product without a speed of its own needs the option
  *   `ftdi-flow-control`  "none", "rtscts" or "dtrdsr"; else as the speed
  *   `health-check N`     ms, 0 or 50 and above, default 250: how soon an unplugged chip is noticed; it is
  *                        reported as QV_IO_ERROR_CONNECTION_LOST once in that time. 0: only when bytes come
@@ -288,22 +291,38 @@ uint32_t QV_IO_GetDiscoveryEventData(const QV_IO_Event* event, const char* optio
  * @param handle     receives the lowest free handle; 0 on failure, which is also a valid handle: test the
  *                   result, not the handle. Callbacks may run before the call returns.
  * @param options    may be null (the empty text)
- * @param userData   given back as the first argument of both callbacks
+ * @param userData   given back as the first argument of both callbacks; QV_IO_Close says when it may be
+ *                   freed
  * @param onReceive  when null, received bytes are discarded
  * @param onError    may be null
  * @return QV_IO_OK; QV_IO_ERROR_NO_FREE_HANDLE; QV_IO_ERROR_INVALID_LOCATOR; QV_IO_ERROR_DEVICE_NOT_FOUND;
  *         QV_IO_ERROR_INVALID_ARGUMENT: options, a port number, no `baudrate`, handle is null;
  *         QV_IO_ERROR_DRIVER_FAILURE: the port or link could not be opened or set up;
- *         QV_IO_ERROR_QUERY_FAILED, QV_IO_ERROR_DRIVER_UNAVAILABLE: USB. A failed open leaves no trace. */
+ *         QV_IO_ERROR_DRIVER_UNAVAILABLE: USB. A failed open leaves no trace. */
 uint32_t QV_IO_Open(uint32_t* handle, const char* locator, const char* options, void* userData,
                     QV_IO_ReceiveCallback onReceive, QV_IO_ErrorCallback onError);
 
-/** Closes a handle. Bytes that were received but not handed out yet are discarded.
- * A send in progress on another thread goes on while bytes move; after 1 s without progress it ends with
- * QV_IO_ERROR_TRANSMIT_FAILED. At USB it ends with its write in progress, at the latest after `tx-timeout`.
- * @param wait  not 0: returns when the device is released and no callback of the handle runs or will run.
- *              0: returns at once; callbacks may still run until the receive thread has noticed.
- *              Inside a callback of the same handle the call never waits.
+/** Closes a handle. Its number is free at once: the next QV_IO_Open may give it out again.
+ *
+ * Bytes that were received but not handed out yet are discarded. What has been sent still goes out, within
+ * limits: a serial port or TCP link waits until its device has taken no byte for 1 s, and at most until 5 s
+ * after the close began.
+ *
+ *   - A send in progress on another thread goes on within these limits; then it ends with
+ *     QV_IO_ERROR_TRANSMIT_FAILED.
+ *   - A serial port is released once all sent bytes have left the system; bytes that are left at the limit
+ *     are dropped.
+ *   - A TCP link whose peer has sent anything is released once the peer's system has all sent bytes; what the
+ *     peer sends until then is discarded. If the peer has never sent anything, the link is released at once
+ *     and the system delivers the rest.
+ *   - At USB a send ends with its write in progress, at the latest after `tx-timeout`.
+ *
+ * @param wait  not 0: returns when the device is released and no callback of the handle runs or will run;
+ *              then the user data may be freed.
+ *              0: returns at once. A callback may run or start until the receive thread has noticed, and
+ *              nothing reports that: keep the user data for the rest of the process, or close with wait.
+ *              Inside a callback of the same handle the call never waits. No other callback starts after it,
+ *              so the user data may be freed at the end of this callback.
  * @return QV_IO_OK; QV_IO_ERROR_INVALID_HANDLE. */
 uint32_t QV_IO_Close(uint32_t handle, uint32_t wait);
 
@@ -312,6 +331,8 @@ uint32_t QV_IO_Close(uint32_t handle, uint32_t wait);
  * @param length  bytes; 0 returns QV_IO_OK without touching the device
  * Blocks while the device takes no more. Threads: any; sends on one serial or TCP handle do not interleave,
  * those on a USB handle may.
+ * Send a request in one call: over TCP a second short send waits until the peer has acknowledged the first,
+ * which takes about 40 ms with most systems.
  * @return QV_IO_OK; QV_IO_ERROR_INVALID_HANDLE; QV_IO_ERROR_CONNECTION_LOST: the peer reset the link, or the
  *         USB chip is gone;
  *         QV_IO_ERROR_TRANSMIT_FAILED: anything else, a close meanwhile included;
