@@ -12,6 +12,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <thread>
 #include <utility>
 
@@ -65,10 +66,11 @@ void CloseAtOnce(cppu::UniqueFd fd) {
   ::pthread_join(closer, nullptr);
 }
 
-/// Drops what the peer has sent; MSG_TRUNC keeps TCP from copying it. False when nothing more will come.
+/// Drops what the peer has sent. False when nothing more will come.
 bool DiscardInput(int fd) {
-  constexpr std::size_t kMuch = std::size_t{1} << 20;
-  const auto got = cppu::Uninterrupted([&] { return ::recv(fd, nullptr, kMuch, MSG_TRUNC | MSG_DONTWAIT); });
+  std::array<uint8_t, 16384> dropped;
+  const auto got =
+      cppu::Uninterrupted([&] { return ::recv(fd, dropped.data(), dropped.size(), MSG_DONTWAIT); });
   return got > 0 || (got < 0 && errno == EAGAIN);
 }
 
