@@ -7,9 +7,9 @@
 
 namespace qvio {
 
-/// How long a channel that is being closed waits for its device to take bytes: until it has taken none for 1 s,
-/// and at most 5 s, both counted from the first look. One object serves the send in progress and the release that
-/// follows, so that a stalled device costs the second only once.
+/// How long a channel that is being closed waits for its device to take bytes: until it has taken none for 1
+/// s, and at most 5 s, both counted from the first look. One object serves the send in progress and the
+/// release that follows, so that a stalled device costs the second only once.
 class ClosingPatience {
  public:
   using Clock = std::chrono::steady_clock;

@@ -50,6 +50,8 @@ class ConnectionPosix final : public Connection {
     allLeft_.wait(lock, [this] { return activeCalls_ == 0; });
   }
 
+  void Abandon() noexcept override { sockets_.abandon(); }
+
   [[nodiscard]] std::string NetworkName(uint32_t networkId) const override {
     if (networkId > networkCount()) throw InvalidArgumentException("Network id out of range");
     if (networkId != 0) return nameOf(networkId - 1);

@@ -16,7 +16,7 @@
 #include "nd/errors.h"
 #include "nd/host.h"
 #include "nd/interface_texts.h"
-#include "nd/local_address.h"
+#include "nd/local_addresses.h"
 #include "nd/log.h"
 #include "nd/search_task.h"
 #include "options/result.h"
@@ -147,7 +147,7 @@ std::shared_ptr<DiscoverChannel> GetOrCreateDiscoverChannel(QuorviNDState& state
 
 /// The channels of the addresses that can be used; a warning is logged for each other one. Caller holds the
 /// state's mutex.
-ChannelList UsableChannels(QuorviNDState& state, std::span<const IP4> addresses) {
+ChannelList UsableChannels(QuorviNDState& state, const IP4Set& addresses) {
   ChannelList channels;
   for (const auto& address : addresses) {
     try {
@@ -202,10 +202,9 @@ class Awaiting {
 uint32_t DiscoverDevices(QuorviNDState& state, const IP4Set& addresses, milliseconds timeout, bool force,
                          ChannelList& channels, const std::string& serialNumber) {
   if (addresses.empty()) return QV_IO_ERROR_INVALID_ARGUMENT;
-  const auto local = LocalOnes(addresses);
   {
     const std::lock_guard lock(state.mutex);
-    channels = UsableChannels(state, local);
+    channels = UsableChannels(state, addresses);
     PurgeExpired(state);
   }
   if (channels.empty()) return QV_IO_ERROR_INVALID_ARGUMENT;
@@ -248,7 +247,7 @@ std::vector<Heard> HeardBy(const ChannelList& channels) {
 }
 
 /// What the existing channels have heard, without a search.
-std::vector<Heard> HeardSoFar(QuorviNDState& state, const IP4Set& addresses) {
+std::vector<Heard> HeardSoFar(QuorviNDState& state, std::span<const IP4> addresses) {
   ChannelList channels;
   {
     const std::lock_guard lock(state.mutex);
@@ -262,9 +261,11 @@ std::vector<Heard> HeardSoFar(QuorviNDState& state, const IP4Set& addresses) {
 }
 
 /// Searches, and gives what has been heard then and before.
-std::vector<Heard> Search(QuorviNDState& state, const IP4Set& addresses, milliseconds timeout, bool force) {
+std::vector<Heard> Search(QuorviNDState& state, std::span<const IP4> addresses, milliseconds timeout,
+                          bool force) {
   ChannelList channels;
-  DiscoverDevices(state, addresses, timeout, force, channels, {});  // whatever it did, known devices count
+  DiscoverDevices(state, LocalOnes(addresses), timeout, force, channels,
+                  {});  // whatever it did, known devices count
   return HeardBy(channels);
 }
 
@@ -289,7 +290,7 @@ std::optional<Endpoint> FindDevice(const std::string& serialNumber, std::span<co
   const auto addresses = WithInterfaces([&] { return ReadInterfaces(ifaces); });
   if (addresses.empty()) return known.endpoint;
   ChannelList channels;
-  DiscoverDevices(state, addresses, searchTime, true, channels, serialNumber);
+  DiscoverDevices(state, LocalOnes(addresses), searchTime, true, channels, serialNumber);
   const auto found = LookUp(state, serialNumber);
   return found.trusted ? found.endpoint : std::nullopt;  // an old record is of a device that did not answer
 }
@@ -322,8 +323,7 @@ Settings ReadSettings(const qvio::GlobalOptions& options) {
   if (!options.locatorFormatNetwork.empty())
     settings.format = qvio::ReadNetworkLocatorFormat(options.locatorFormatNetwork);
   try {
-    const auto addresses =
-        WithInterfaces([&] { return ReadWatchedInterfaces(options.discoveryIfaces); }).value_or(IP4Set{});
+    const auto addresses = WithInterfaces([&] { return ReadWatchedInterfaces(options.discoveryIfaces); });
     settings.watched = LocalOnes(addresses);
     settings.complete = settings.watched->size() == addresses.size();
   } catch (const Failure&) {

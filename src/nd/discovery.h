@@ -42,7 +42,7 @@ void AppendNetworkInterfaces(qvio::RecordList& records);
 /// What the global options say about discovery.
 struct Settings {
   std::optional<qvio::NetworkLocatorFormat> format;  ///< of the locators in events; none: as it is
-  std::optional<std::vector<IP4>> watched;           ///< local addresses; none: a text was invalid
+  std::optional<IP4Set> watched;                     ///< local addresses; none: a text was invalid
   bool complete = true;                              ///< false: some addresses are not local, and left out
 };
 

@@ -1,6 +1,7 @@
 #include "nd/interface_sockets.h"
 
 #include <sys/eventfd.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <optional>
@@ -68,7 +69,9 @@ SharedPair Look(const IP4& address, const SharedPair& former) {
 
 }  // namespace
 
-SocketSet::SocketSet(SocketPairs opened) : pairs(std::move(opened)), outdated(::eventfd(0, EFD_CLOEXEC)) {
+SocketSet::SocketSet(SocketPairs opened)
+    : pairs(std::move(opened)),
+      outdated(cppu::AboveStandardStreams(cppu::UniqueFd(::eventfd(0, EFD_CLOEXEC)))) {
   if (!outdated) ThrowSystemFailure("Could not create close event");
 }
 
@@ -110,6 +113,15 @@ bool InterfaceSockets::replace(const std::shared_ptr<const SocketSet>& former, c
   return true;
 } catch (const NetworkException&) {
   return false;  // no descriptor left for the event
+}
+
+void InterfaceSockets::abandon() const noexcept {
+  // Without the lock, which a thread of the parent may hold. The set itself stays, as whatever else is here.
+  for (const auto& pair : current_->pairs) {
+    if (!pair) continue;
+    for (const auto& network : *pair) ::close(network.descriptor.get());
+  }
+  ::close(current_->outdated.get());
 }
 
 void InterfaceSockets::close() {

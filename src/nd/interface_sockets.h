@@ -55,6 +55,9 @@ class InterfaceSockets {
   /// Marks the current set as outdated. There will be no other.
   void close();
 
+  /// For a forked child: closes its copies of the descriptors.
+  void abandon() const noexcept;
+
  private:
   bool replace(const std::shared_ptr<const SocketSet>& former, const SocketPairs& pairs);
 

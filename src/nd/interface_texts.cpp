@@ -1,5 +1,7 @@
 #include "nd/interface_texts.h"
 
+#include <algorithm>
+#include <optional>
 #include <string_view>
 
 #include "nd/connection.h"
@@ -17,34 +19,37 @@ std::optional<std::string_view> NetworkWord(std::string_view text) {
   return text.substr(0, text.find(':'));
 }
 
-void Add(std::string_view word, IP4Set& addresses) {
+void Add(std::string_view word, std::vector<IP4>& addresses) {
   if (word == "all") {
-    for (const auto& interface : ListInterfaces()) addresses.insert(interface.address);
+    for (const auto& interface : ListInterfaces()) addresses.push_back(interface.address);
     return;
   }
   const auto address = IP4FromString(word);
   qvio::Require(address && *address != IP4{}, QV_IO_ERROR_INVALID_ARGUMENT);
-  addresses.insert(*address);
+  addresses.push_back(*address);
 }
 
 /// None when the word that switches off was read.
-std::optional<IP4Set> Read(std::span<const std::string> texts, std::string_view offWord) {
-  IP4Set addresses(kInitialBuckets);
+std::optional<std::vector<IP4>> Read(std::span<const std::string> texts, std::string_view offWord) {
+  std::vector<IP4> addresses;
   for (const auto& text : texts) {
     const auto word = NetworkWord(text);
     if (!word) continue;
     if (!offWord.empty() && *word == offWord) return {};
     Add(*word, addresses);
   }
+  std::ranges::sort(addresses);
+  const auto repeated = std::ranges::unique(addresses);
+  addresses.erase(repeated.begin(), repeated.end());
   return addresses;
 }
 
 }  // namespace
 
-IP4Set ReadInterfaces(std::span<const std::string> texts) { return *Read(texts, {}); }
+std::vector<IP4> ReadInterfaces(std::span<const std::string> texts) { return *Read(texts, {}); }
 
-std::optional<IP4Set> ReadWatchedInterfaces(std::span<const std::string> texts) {
-  return Read(texts, "none");
+std::vector<IP4> ReadWatchedInterfaces(std::span<const std::string> texts) {
+  return Read(texts, "none").value_or(std::vector<IP4>{});
 }
 
 }  // namespace quorvind

@@ -3,8 +3,10 @@
 #include <ifaddrs.h>
 #include <net/if.h>
 #include <netinet/in.h>
+#include <sys/socket.h>
 
 #include <bit>
+#include <cerrno>
 #include <cstring>
 #include <memory>
 #include <string_view>
@@ -12,6 +14,8 @@
 
 #include "nd/connection.h"
 #include "nd/errors.h"
+#include "nd/log.h"
+#include "util/unique_fd.h"
 
 namespace quorvind {
 namespace {
@@ -81,6 +85,18 @@ IP4 BroadcastOf(const ifaddrs& entry, const ifaddrs* all) {
   return owner == nullptr ? reported : IP4{};
 }
 
+/// Asked of the system, by a bind that it refuses for foreign addresses: quick enough for a long list, and
+/// true for addresses that are local by a route.
+bool IsLocal(const IP4& address) {
+  const cppu::UniqueFd socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  if (!socket) return true;  // whoever uses the address will report the failure
+  sockaddr_in name{};
+  name.sin_family = AF_INET;
+  name.sin_addr = std::bit_cast<in_addr>(address);
+  return ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&name), sizeof name) == 0 ||
+         errno != EADDRNOTAVAIL;
+}
+
 }  // namespace
 
 std::optional<LocalAddress> FindLocalAddress(const IP4& address) {
@@ -91,6 +107,18 @@ std::optional<LocalAddress> FindLocalAddress(const IP4& address) {
   return LocalAddress{.interfaceIndex = ::if_nametoindex(entry->ifa_name),
                       .broadcast = isUp ? BroadcastOf(*entry, addresses.get()) : IP4{},
                       .isUp = isUp};
+}
+
+IP4Set LocalOnes(std::span<const IP4> addresses) {
+  IP4Set local(kInitialBuckets);
+  for (const auto& address : addresses) {
+    if (IsLocal(address)) {
+      local.insert(address);
+    } else {
+      LogWarning("Interface not usable", "not a local address: " + IP4ToString(address));
+    }
+  }
+  return local;
 }
 
 std::vector<Interface> ListInterfaces() {

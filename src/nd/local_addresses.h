@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <span>
 
 #include "util/ip4.h"
 
@@ -16,5 +17,8 @@ struct LocalAddress {
 /// None for an address that is not listed. Every address of the loopback network counts as listed. Throws
 /// NetworkException.
 std::optional<LocalAddress> FindLocalAddress(const IP4& address);
+
+/// Those of the addresses that belong to this machine, listed or not. A warning is logged for each other one.
+IP4Set LocalOnes(std::span<const IP4> addresses);
 
 }  // namespace quorvind

@@ -60,7 +60,8 @@ void TryOption(const cppu::UniqueFd& socket, int level, int option, int value) {
 }
 
 cppu::UniqueFd OpenSocket() {
-  cppu::UniqueFd socket(Checked(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), "Could not create socket"));
+  auto socket = cppu::AboveStandardStreams(cppu::UniqueFd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)));
+  Checked(socket.get(), "Could not create socket");
   SetOption(socket, SOL_SOCKET, SO_REUSEADDR, 1, "Could not set SO_REUSEADDR");
   SetOption(socket, IPPROTO_IP, IP_PKTINFO, 1, "Could not set IP_PKTINFO");
   // Without this the socket would also hear the groups that other sockets have joined on other interfaces.

@@ -68,7 +68,7 @@ quorvind::IP4Set DiscoveryOptions::addresses() const {
         "this machine has no interface for discovery: one that is up, is not the loopback, and broadcasts or "
         "multicasts; \"qvio ifaces\" shows them");
   }
-  return addresses;
+  return {addresses.begin(), addresses.end()};
 }
 
 void ThrowUnusable(const quorvind::IP4Set& addresses) {
