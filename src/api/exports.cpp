@@ -18,7 +18,9 @@
 #include "options/option_sets.h"
 #include "options/result.h"
 #include "quorvio/quorvio.h"
+#include "util/scope_exit.h"
 #include "util/text_out.h"
+#include "util/thread.h"
 
 namespace qvio {
 namespace {
@@ -148,6 +150,8 @@ uint32_t QV_IO_EnumerateInterfaces(const char* options, char* buffer, size_t* si
 uint32_t QV_IO_SetGlobalOptions(const char* options) {
   return Call([&] {
     const auto settings = quorvind::ReadSettings(ReadGlobalOptions(TextOrEmpty(options)));
+    const cppu::ScopeExit joined(
+        [] { cppu::Threads::all().joinReleased(); });  // of interfaces that were watched
     const std::lock_guard lock(TheLibrary().globalMutex);
     quorvind::AdoptSettings(settings, TheLibrary().events);
   });

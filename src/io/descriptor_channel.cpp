@@ -62,7 +62,8 @@ bool DescriptorChannel::receiveOnce(std::span<uint8_t> buffer) {
   std::array<pollfd, 2> entries{{{fd_.get(), POLLIN, 0}, {stop_->fd(), POLLIN, 0}}};
   if (cppu::PollUntil(entries, {}) < 0) return fault(QV_IO_ERROR_RECEIVE_FAILED);
   const auto marks = entries[0].revents;
-  if (marks == 0) return true;  // only the stop signal; an error or hang-up counts as readable
+  // What arrives after a stop is for whoever opens the device next.
+  if (marks == 0 || entries[1].revents != 0) return true;
   // Beside an error mark a read could consume the error, which is for the next send: then the count comes
   // first.
   if (marks != POLLIN) return receiveCounted(buffer);

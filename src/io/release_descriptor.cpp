@@ -109,8 +109,12 @@ int QueuedBytes(int fd) {
 void ReleaseTerminal(cppu::UniqueFd fd, const StillWaits& stillWaits) {
   Step step;
   int queued = QueuedBytes(fd.get());
-  for (; queued > 0 && stillWaits(queued); queued = QueuedBytes(fd.get()))
+  while (queued > 0 && stillWaits(queued)) {
     std::this_thread::sleep_for(step.next());
+    const int before = std::exchange(queued, QueuedBytes(fd.get()));
+    if (queued > before)
+      return;  // somebody else has the port open and writes; then the close waits for nothing
+  }
   if (queued == 0) return;
   ::tcflush(fd.get(), TCOFLUSH);
   if (QueuedBytes(fd.get()) > 0) CloseAtOnce(std::move(fd));

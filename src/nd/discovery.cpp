@@ -145,6 +145,18 @@ std::shared_ptr<DiscoverChannel> GetOrCreateDiscoverChannel(QuorviNDState& state
   return channel;
 }
 
+/// Those of the addresses that are local, or were when their channel was made: an interface that is gone for
+/// a while stays watched.
+IP4Set Searchable(QuorviNDState& state, std::span<const IP4> addresses) {
+  auto searchable = LocalOnes(addresses);
+  const std::lock_guard lock(state.mutex);
+  for (const auto& address : addresses) {
+    const auto known = state.registry.find(address);
+    if (known != state.registry.end() && !known->second.expired()) searchable.insert(address);
+  }
+  return searchable;
+}
+
 /// The channels of the addresses that can be used; a warning is logged for each other one. Caller holds the
 /// state's mutex.
 ChannelList UsableChannels(QuorviNDState& state, const IP4Set& addresses) {
@@ -263,8 +275,10 @@ std::vector<Heard> HeardSoFar(QuorviNDState& state, std::span<const IP4> address
 /// Searches, and gives what has been heard then and before.
 std::vector<Heard> Search(QuorviNDState& state, std::span<const IP4> addresses, milliseconds timeout,
                           bool force) {
+  const cppu::ScopeExit joined(
+      [] { cppu::Threads::all().joinReleased(); });  // those of channels made for this
   ChannelList channels;
-  DiscoverDevices(state, LocalOnes(addresses), timeout, force, channels,
+  DiscoverDevices(state, Searchable(state, addresses), timeout, force, channels,
                   {});  // whatever it did, known devices count
   return HeardBy(channels);
 }
@@ -289,8 +303,10 @@ std::optional<Endpoint> FindDevice(const std::string& serialNumber, std::span<co
   if (known.endpoint && (known.trusted || ifaces.empty())) return known.endpoint;
   const auto addresses = WithInterfaces([&] { return ReadInterfaces(ifaces); });
   if (addresses.empty()) return known.endpoint;
+  const cppu::ScopeExit joined(
+      [] { cppu::Threads::all().joinReleased(); });  // those of channels made for this
   ChannelList channels;
-  DiscoverDevices(state, LocalOnes(addresses), searchTime, true, channels, serialNumber);
+  DiscoverDevices(state, Searchable(state, addresses), searchTime, true, channels, serialNumber);
   const auto found = LookUp(state, serialNumber);
   return found.trusted ? found.endpoint : std::nullopt;  // an old record is of a device that did not answer
 }
@@ -324,7 +340,7 @@ Settings ReadSettings(const qvio::GlobalOptions& options) {
     settings.format = qvio::ReadNetworkLocatorFormat(options.locatorFormatNetwork);
   try {
     const auto addresses = WithInterfaces([&] { return ReadWatchedInterfaces(options.discoveryIfaces); });
-    settings.watched = LocalOnes(addresses);
+    settings.watched = Searchable(State(), addresses);
     settings.complete = settings.watched->size() == addresses.size();
   } catch (const Failure&) {
     settings.watched.reset();  // reported by AdoptSettings, after it has adopted the format

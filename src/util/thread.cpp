@@ -39,8 +39,9 @@ struct Thread::Record {
   std::shared_ptr<Worker> worker;  ///< null once the thread has ended
   pthread_t id{};
   bool stopped = false;   ///< by endAll()
-  bool released = false;  ///< its Thread is gone: nobody else will join it
-  bool ended = false;     ///< the worker is released; a join returns at once
+  bool released = false;  ///< its Thread is gone
+  pthread_t releasedBy{};
+  bool ended = false;  ///< the worker is released; a join returns at once
 };
 
 /// Whether the calling thread is that of the record. An ended thread's id may have been given out again.
@@ -68,6 +69,7 @@ void Thread::release() noexcept {
   {
     const std::lock_guard lock(Threads::all().mutex_);
     record_->released = true;
+    record_->releasedBy = ::pthread_self();
   }
   record_.reset();
   Threads::all().reap();
@@ -108,6 +110,7 @@ void Threads::finish(Thread::Record& record) noexcept {
     worker.swap(record.worker);
   }
   worker.reset();
+  reap();  // so that never more than the last thread waits for being joined
   const std::lock_guard lock(mutex_);
   record.ended = true;
   ended_.notify_all();
@@ -122,6 +125,19 @@ void Threads::join(const RecordPtr& record) {
   records_.erase(listed);
   lock.unlock();
   ::pthread_join(record->id, nullptr);
+}
+
+void Threads::joinReleased() {
+  const auto self = ::pthread_self();
+  const auto isMine = [self](const RecordPtr& record) {
+    return record->released && ::pthread_equal(record->releasedBy, self) != 0 && !IsCurrent(*record);
+  };
+  const auto next = [&]() -> RecordPtr {
+    const std::lock_guard lock(mutex_);
+    const auto found = std::ranges::find_if(records_, isMine);
+    return found != records_.end() ? *found : nullptr;
+  };
+  while (const auto record = next()) join(record);
 }
 
 void Threads::reap() noexcept {

@@ -68,6 +68,10 @@ class Threads {
   /// Joins the threads that have ended and whose Thread is gone. Does not wait for a thread that still works.
   void reap() noexcept;
 
+  /// Waits for the threads whose Thread the calling thread has destroyed: they were told to end. With no lock held
+  /// that one of them takes.
+  void joinReleased();
+
   /// Ends them all, for good: no thread starts any more. Stops every worker and joins the threads, except for
   /// the calling one. A thread that does not end in time, because a callback of the application does not
   /// return, is left alone. Returns whether none is left.

@@ -119,8 +119,9 @@ TEST(DeviceFilter, SearchesThatOverlapSpareWhatAnsweredTheOldest) {
   Watcher watcher(false);
   auto* const net = StartOnFake(*watcher.host);
   watcher.hear(Device("silent"));
-  net->onSend = [&] {  // of the outer search
-    net->onSend = [] {};
+  bool isInner = false;
+  net->onSend = [&] {
+    if (std::exchange(isInner, true)) return;
     watcher.hear(Device("A", true, std::chrono::steady_clock::now()));
     std::this_thread::sleep_for(1ms);  // the inner one begins after that answer
     watcher.filter.search(0ms, "");
