@@ -374,6 +374,9 @@ void ForgetDiscovery(Time deadline) {
   std::exchange(state.cache, DeviceCache(0));
 }
 
-void RenewDiscovery() { ::new (&State()) QuorviNDState; }
+void RenewDiscovery() {
+  ::new (&State()) QuorviNDState;
+  isDelivering = false;  // the event, if there is one, is the parent's
+}
 
 }  // namespace quorvind
