@@ -27,11 +27,24 @@ int StatusOf(pid_t child) {
 }
 
 /// A forked child that returns the action's result as its status, the ordinary way.
-pid_t Fork(const std::function<int()>& action) {
+pid_t ForkAndRun(const std::function<int()>& action) {
   const auto child = ::fork();
-  if (child == 0) std::exit(action());
-  return child;
+  if (child != 0) return child;
+#ifdef __SANITIZE_ADDRESS__
+  ::_exit(action());  // what only the parent's threads refer to would count as leaked
+#else
+  std::exit(action());
+#endif
 }
+
+class Fork : public testing::Test {
+ protected:
+  void SetUp() override {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "ThreadSanitizer does not support threads in a forked child";
+#endif
+  }
+};
 
 /// What must hold in a child: each true is a bit. The simulated devices run in the parent.
 int UseAfresh(uint32_t parentsHandle, const std::string& locator, const std::string& serial) {
@@ -49,7 +62,7 @@ int UseAfresh(uint32_t parentsHandle, const std::string& locator, const std::str
   return holds;
 }
 
-TEST(Fork, GivesTheChildAFreshStartAndLeavesTheParentAlone) {
+TEST_F(Fork, GivesTheChildAFreshStartAndLeavesTheParentAlone) {
   const auto serial = OwnSerial("fork");
   const EventRecorder recorder(serial);
   ASSERT_EQ(QV_IO_SetGlobalOptions("discovery-iface network:127.0.0.1"), QV_IO_OK);
@@ -60,7 +73,7 @@ TEST(Fork, GivesTheChildAFreshStartAndLeavesTheParentAlone) {
   controllers.add(serial);
   EXPECT_TRUE(Eventually([&] { return !recorder.events().empty(); }));
   for (int round = 0; round < 3; ++round) {
-    EXPECT_EQ(StatusOf(Fork([&] { return UseAfresh(channel.handle(), link.locator(), serial); })), 15);
+    EXPECT_EQ(StatusOf(ForkAndRun([&] { return UseAfresh(channel.handle(), link.locator(), serial); })), 15);
     const auto told = recorder.events().size();
     controllers->setAvailable(serial, round % 2 != 0);
     EXPECT_TRUE(Eventually([&] { return recorder.events().size() > told; })) << "still hears of devices";
@@ -69,7 +82,7 @@ TEST(Fork, GivesTheChildAFreshStartAndLeavesTheParentAlone) {
   EXPECT_TRUE(channel.receives("parentparentparent"));
 }
 
-TEST(Fork, InACallbackGoesOnInTheParentAlone) {
+TEST_F(Fork, InACallbackGoesOnInTheParentAlone) {
   EchoLink link(LinkKind::Tcp);
   Channel channel(link.locator());
   std::atomic<pid_t> child = 0;
