@@ -34,7 +34,7 @@
  *                                       must not close each other
  *     QV_IO_Close, own handle           yes; never waits              -
  *     QV_IO_Send                        yes; receiving on the own     no: deadlock
- *                                       handle rests meanwhile
+ *                                       handle pauses
  *     QV_IO_GetProperty                 yes                           no: deadlock
  *
  * The event callback runs with the lock held that the functions marked "deadlock" need; that makes
@@ -335,7 +335,7 @@ uint32_t QV_IO_Close(uint32_t handle, uint32_t wait);
  * which takes about 40 ms with most systems.
  * @return QV_IO_OK; QV_IO_ERROR_INVALID_HANDLE; QV_IO_ERROR_CONNECTION_LOST: the peer reset the link, or the
  *         USB chip is gone;
- *         QV_IO_ERROR_TRANSMIT_FAILED: anything else, a close meanwhile included;
+ *         QV_IO_ERROR_TRANSMIT_FAILED: anything else, including a close during the send;
  *         QV_IO_ERROR_INVALID_ARGUMENT: data is null. After a failure some bytes may have arrived. */
 uint32_t QV_IO_Send(uint32_t handle, const void* data, size_t length);
 

@@ -40,7 +40,7 @@ class Host {
   /// listener that is running, unless a listener calls it.
   void stop();
 
-  /// Asks devices to tell of themselves, on all networks; the listeners hear the answers.
+  /// Asks devices to describe themselves, on all networks; the listeners get the answers.
   /// @param deviceType    kAnyDeviceType for any
   /// @param serialNumber  empty for any
   /// Throws InvalidOperationException on a stopped host, NetworkException, as all requests do.

@@ -28,7 +28,7 @@ bool IsLogged(LogCategory category) noexcept;
 void Log(LogCategory category, const std::string& line);
 
 /// Logs "TEXT: DETAIL" as a warning. A line that there is no memory for is left out, since handlers call
-/// this: what they tell of may be just that.
+/// this: lack of memory may be what they report.
 void LogWarning(std::string_view text, std::string_view detail) noexcept;
 
 /// The same with the system's text for `error`; nothing when that is 0.

@@ -72,7 +72,7 @@ struct DeviceConfig {
 Bytes EncodePacket(const QV_ND_Packet& packet);
 
 /// Whether the datagram is a well-formed packet; `out` is filled only as far as decoding got. Any opcode is
-/// taken. Never throws but for want of memory.
+/// taken. Throws nothing but std::bad_alloc.
 bool DecodePacket(std::span<const uint8_t> datagram, QV_ND_Packet& out);
 
 /// The packets that a host sends, Version 1.

@@ -16,7 +16,7 @@ class StopSignal {
   void request() noexcept;
   [[nodiscard]] bool requested() const noexcept { return requested_.load(std::memory_order_acquire); }
 
-  /// Readable from the request on, for ever.
+  /// Readable from the request on.
   [[nodiscard]] int fd() const noexcept { return event_.get(); }
 
   /// Rests for the given time; a stop request ends the rest at once.

@@ -68,7 +68,7 @@ class Threads {
   /// Joins the threads that have ended and whose Thread is gone. Does not wait for a thread that still works.
   void reap() noexcept;
 
-  /// Waits for the threads whose Thread the calling thread has destroyed: they were told to end. With no lock held
+  /// Waits for the threads whose Thread the calling thread has destroyed: they have been stopped. With no lock held
   /// that one of them takes.
   void joinReleased();
 
