@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -20,6 +21,13 @@ using std::chrono::steady_clock;
 /// Datagrams taken from one network in a row before the others are looked at.
 constexpr uint32_t kLongestRun = 16;
 
+/// When so many datagrams have come in a row, each soon after the one before, more are on their way: a
+/// receiver then rests and takes them together, since waking up for each of a thousand answers costs more
+/// than the answers.
+constexpr uint32_t kBurst = 16;
+constexpr auto kSoon = std::chrono::milliseconds(2);
+constexpr auto kRestInBurst = std::chrono::milliseconds(1);
+
 /// 0 or the errno of the failure.
 int SendOn(const NetworkSocket* network, const Bytes& data) {
   return network != nullptr ? SendTo(*network, data) : ENODEV;
@@ -34,6 +42,13 @@ void WaitForInput(const SocketSet& sockets, steady_clock::time_point deadline) {
     for (const auto& network : *pair) entries.push_back({network.descriptor.get(), POLLIN, 0});
   }
   if (cppu::PollUntil(entries, deadline) < 0) ThrowSystemFailure("select() failed");
+}
+
+/// Ends at once when the set is replaced or the connection closed.
+void Rest(const SocketSet& sockets) {
+  std::array<pollfd, 1> outdated{{{sockets.outdated.get(), POLLIN, 0}}};
+  if (cppu::PollUntil(outdated, steady_clock::now() + kRestInBurst) < 0)
+    ThrowSystemFailure("select() failed");
 }
 
 class ConnectionPosix final : public Connection {
@@ -69,9 +84,17 @@ class ConnectionPosix final : public Connection {
       sockets_.refreshIfDue(now);
       const auto sockets = sockets_.current();
       const auto arrival = take(*sockets, networkId, sender, data);
-      if (arrival == Arrival::Datagram) return true;
+      if (arrival == Arrival::Datagram) {
+        noteArrival(now);
+        return true;
+      }
       if (now >= deadline) return false;
-      if (arrival == Arrival::Nothing) WaitForInput(*sockets, std::min(deadline, sockets_.nextCheck()));
+      if (arrival == Arrival::Ignored) continue;
+      if (isInBurst(now)) {
+        Rest(*sockets);
+      } else {
+        WaitForInput(*sockets, std::min(deadline, sockets_.nextCheck()));
+      }
     } while (isOpen());
     return false;
   }
@@ -127,6 +150,17 @@ class ConnectionPosix final : public Connection {
     return open_;
   }
 
+  void noteArrival(steady_clock::time_point now) {
+    const auto before = lastArrival_.exchange(now, std::memory_order_relaxed);
+    const auto inARow = now - before < kSoon ? inARow_.load(std::memory_order_relaxed) + 1 : 0;
+    inARow_.store(inARow, std::memory_order_relaxed);
+  }
+
+  [[nodiscard]] bool isInBurst(steady_clock::time_point now) const {
+    return inARow_.load(std::memory_order_relaxed) >= kBurst &&
+           now - lastArrival_.load(std::memory_order_relaxed) < kSoon;
+  }
+
   /// What reaches one network is sent.
   void sendOnAll(const SocketSet& sockets, const Bytes& data) const {
     int failure = 0;
@@ -172,7 +206,9 @@ class ConnectionPosix final : public Connection {
 
   InterfaceSockets sockets_;
   std::atomic<uint32_t> turn_ = 0;  ///< the network to look at first, in steps of kLongestRun
-  std::mutex mutex_;                ///< guards open_ and activeCalls_; a leaf, never held in a socket call
+  std::atomic<steady_clock::time_point> lastArrival_ = steady_clock::time_point();
+  std::atomic<uint32_t> inARow_ = 0;  ///< datagrams that came soon after the one before
+  std::mutex mutex_;                  ///< guards open_ and activeCalls_; a leaf, never held in a socket call
   std::condition_variable allLeft_;
   bool open_ = true;
   uint32_t activeCalls_ = 0;

@@ -1,7 +1,5 @@
 #include "nd/reception.h"
 
-#include <cxxabi.h>
-
 #include <chrono>
 #include <exception>
 #include <string>
@@ -9,6 +7,7 @@
 
 #include "nd/log.h"
 #include "nd/packet_text.h"
+#include "util/forced_unwind.h"
 
 namespace quorvind {
 namespace {
@@ -29,9 +28,8 @@ void Reception::run() {
       receiveOnce();
     } catch (const std::exception& failure) {
       rest(failure.what());
-    } catch (const abi::__forced_unwind&) {
-      throw;  // a callback of the application has called pthread_exit
     } catch (...) {
+      if (cppu::IsForcedUnwind()) throw;
       rest("unknown failure");
     }
   }

@@ -1,11 +1,10 @@
 #include "nd/search_task.h"
 
-#include <cxxabi.h>
-
 #include <exception>
 #include <utility>
 
 #include "nd/log.h"
+#include "util/forced_unwind.h"
 
 namespace quorvind {
 
@@ -23,9 +22,8 @@ class SearchTask::Search final : public cppu::Worker {
       succeeded_ = true;
     } catch (const std::exception& failure) {
       LogWarning("Search failed", failure.what());
-    } catch (const abi::__forced_unwind&) {
-      throw;  // a callback of the application has called pthread_exit
     } catch (...) {
+      if (cppu::IsForcedUnwind()) throw;
       LogWarning("Search failed", "unknown failure");
     }
   }

@@ -1,13 +1,12 @@
 #pragma once
 
-#include <cxxabi.h>
-
 #include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
 
 #include "quorvio/quorvio.h"
+#include "util/forced_unwind.h"
 
 namespace qvio {
 
@@ -37,8 +36,8 @@ uint32_t CurrentExceptionResult() noexcept;
 
 /// Runs an action that returns a result code or nothing (QV_IO_OK) and turns what it throws into a code: a
 /// Failure gives its own, an OptionsError QV_IO_ERROR_INVALID_ARGUMENT, anything else
-/// QV_IO_ERROR_DRIVER_FAILURE. No exception passes into the application; only the forced unwinding of a thread
-/// that is being ended must, since swallowing it aborts the process.
+/// QV_IO_ERROR_DRIVER_FAILURE. No exception passes into the application; only the forced unwinding of a
+/// thread that is being ended must, since swallowing it aborts the process.
 template <class Action>
 uint32_t ResultOf(Action action) {
   try {
@@ -48,9 +47,8 @@ uint32_t ResultOf(Action action) {
     } else {
       return action();
     }
-  } catch (const abi::__forced_unwind&) {
-    throw;
   } catch (...) {
+    if (cppu::IsForcedUnwind()) throw;
     return CurrentExceptionResult();
   }
 }

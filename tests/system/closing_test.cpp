@@ -224,21 +224,5 @@ TEST(Handles, OpenAndCloseFromSixteenThreads) {
   EXPECT_TRUE(Eventually([&] { return Descriptors() <= descriptors; }));
 }
 
-TEST(Exit, WithOpenChannelsEndsTheProcess) {
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
-  EXPECT_EXIT(
-      {
-        EchoLink tcp(LinkKind::Tcp);
-        EchoLink serial(LinkKind::Serial);
-        auto* const first = new Channel(tcp.locator());                        // never closed
-        auto* const second = new Channel(serial.locator(), serial.options());  // never closed
-        const bool open = first->result() == QV_IO_OK && second->result() == QV_IO_OK;
-        const bool both = first->send("x") == QV_IO_OK && first->receives("x");
-        tcp.sendForever();
-        std::exit(open && both ? 0 : 1);
-      },
-      testing::ExitedWithCode(0), "");
-}
-
 }  // namespace
 }  // namespace qvtest

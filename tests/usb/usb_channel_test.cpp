@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <deque>
 #include <string>
 #include <thread>
 #include <vector>
@@ -192,6 +193,7 @@ TEST_F(Usb, GivesTheChipsId) {
 
 TEST_F(Usb, BearsManyThreadsThatOpenListAndClose) {
   std::atomic<int> opened = 0;
+  std::array<std::deque<Channel>, 16> channels;  // stay: callbacks may still run after a close without wait
   std::vector<std::thread> threads;
   threads.reserve(16);
   for (int i = 0; i < 16; ++i) {
@@ -201,7 +203,9 @@ TEST_F(Usb, BearsManyThreadsThatOpenListAndClose) {
         char text[4096];
         std::size_t size = sizeof text;
         QV_IO_EnumerateDevices(QV_IO_INTERFACE_USB, "include-id\ninclude-sn\nforce-rescan", text, &size);
-        Channel channel(kLocators.at(static_cast<std::size_t>(i + round) % kLocators.size()));
+        auto& channel =
+            channels.at(static_cast<std::size_t>(i))
+                .emplace_back(kLocators.at(static_cast<std::size_t>(i + round) % kLocators.size()));
         if (channel.result() != QV_IO_OK) continue;
         ++opened;
         std::ignore = channel.send("POS?\n");
