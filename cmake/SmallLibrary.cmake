@@ -1,6 +1,6 @@
 # Keeps the shared library small: it is optimised as a whole when it is linked, knowing that only the exported functions
-# are called from outside. A parent project or user that sets CMAKE_INTERPROCEDURAL_OPTIMIZATION decides instead.
-if(QUORVIO_INSTRUMENTED OR QUORVIO_LIBFUZZER)
+# are called from outside. A parent project, or a user who sets CMAKE_INTERPROCEDURAL_OPTIMIZATION, decides instead.
+if(NOT PROJECT_IS_TOP_LEVEL OR QUORVIO_INSTRUMENTED OR QUORVIO_LIBFUZZER)
   return()
 endif()
 set(optimised $<NOT:$<CONFIG:Debug>>)

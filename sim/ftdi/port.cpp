@@ -22,7 +22,7 @@ constexpr uint32_t kPurgeToTransmit = 2;
 bool Signal(EventHandle& event) {
   timespec limit{};
   ::clock_gettime(CLOCK_REALTIME, &limit);
-  limit.tv_nsec += std::chrono::nanoseconds(kPatience).count();
+  limit.tv_nsec += static_cast<long>(std::chrono::nanoseconds(kPatience).count());
   if (limit.tv_nsec >= 1'000'000'000) {
     limit.tv_nsec -= 1'000'000'000;
     ++limit.tv_sec;

@@ -24,7 +24,9 @@ bool ReceiveEvent::wait(const std::optional<std::chrono::steady_clock::time_poin
   using namespace std::chrono;
   const auto time = deadline->time_since_epoch();
   const auto whole = floor<seconds>(time);
-  const timespec until{whole.count(), duration_cast<nanoseconds>(time - whole).count()};
+  timespec until{};
+  until.tv_sec = static_cast<time_t>(whole.count());  // 32 bits on some systems
+  until.tv_nsec = static_cast<long>(duration_cast<nanoseconds>(time - whole).count());
   return pthread_cond_timedwait(&event_.condition, &event_.mutex, &until) != ETIMEDOUT;
 }
 
