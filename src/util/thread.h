@@ -68,8 +68,8 @@ class Threads {
   /// Joins the threads that have ended and whose Thread is gone. Does not wait for a thread that still works.
   void reap() noexcept;
 
-  /// Waits for the threads whose Thread the calling thread has destroyed: they have been stopped. With no lock held
-  /// that one of them takes.
+  /// Waits for the threads whose Thread the calling thread has destroyed: they have been stopped. With no
+  /// lock held that one of them takes.
   void joinReleased();
 
   /// Ends them all, for good: no thread starts any more. Stops every worker and joins the threads, except for
