@@ -1,0 +1,1 @@
+#include "quorvio/quorvio.hpp"
