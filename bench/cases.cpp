@@ -12,6 +12,7 @@
 
 #include "contestants.h"
 #include "peer.h"
+#include "query_clients.h"
 
 namespace qvbench {
 namespace {
@@ -35,6 +36,16 @@ void RoundTrip(benchmark::State& state, Line line) {
     contestant.send(request);
     contestant.receive(request.size());
   }
+  state.counters[kSwitches] = {ContextSwitches() - before, benchmark::Counter::kAvgIterations};
+}
+
+template <class Client>
+void Query(benchmark::State& state) {
+  const Peer peer(Line::Tcp, Echo);
+  Client client(peer.address());
+  const std::string request = std::string(63, 'x') + '\n';
+  const auto before = ContextSwitches();
+  for (auto _ : state) Require(client.ask(request).size() == 63, "whole answer");
   state.counters[kSwitches] = {ContextSwitches() - before, benchmark::Counter::kAvgIterations};
 }
 
@@ -97,9 +108,15 @@ auto* Register(const char* name, Run run) {
       ->ComputeStatistics(kQuarter, LowerQuartile);
 }
 
+constexpr int kRoundTrips = 500;  // short, so that a disturbance does not meet one contestant alone
+
+template <class Client>
+void RegisterQuery() {
+  Register<Client>(kQuery, Query<Client>)->Unit(benchmark::kMicrosecond)->Iterations(kRoundTrips);
+}
+
 template <class Contestant>
 void RegisterRoundTrip(const char* name, Line line) {
-  constexpr int kRoundTrips = 500;  // short, so that a disturbance does not meet one contestant alone
   Register<Contestant>(name, [line](auto& state) { RoundTrip<Contestant>(state, line); })
       ->Unit(benchmark::kMicrosecond)
       ->Iterations(kRoundTrips);
@@ -134,6 +151,9 @@ void RegisterCases() {
   RegisterReceiver<BlockingThread>();
   RegisterContestant<AsioStream>();
   RegisterContestant<Quorvio>();
+  RegisterQuery<HandWrittenClient>();
+  RegisterQuery<CFunctionsClient>();
+  RegisterQuery<QueryClient>();
 }
 
 }  // namespace qvbench

@@ -6,6 +6,7 @@ namespace qvbench {
 
 inline constexpr const char* kRoundTripTcp = "64-byte round trip, TCP";
 inline constexpr const char* kRoundTripTerminal = "64-byte round trip, terminal";
+inline constexpr const char* kQuery = "64-byte query and answer line, TCP";
 inline constexpr const char* kReceiving = "receive 512 MiB, TCP";
 inline constexpr const char* kSending = "send 512 MiB in 64-KiB pieces, TCP";
 inline constexpr const char* kEchoing = "64 MiB in one send and back, TCP";

@@ -38,10 +38,15 @@ void BareDescriptor::receive(std::size_t bytes) {
 }
 
 ReceiveThread::ReceiveThread(const Address& address, Style style)
-    : fd_(address.open()),
-      style_(style),
-      callback_(CountBytes),
-      thread_([this](const auto& stop) { run(stop); }) {}
+    : ReceiveThread(address, style, CountBytes, &inbox_) {}
+
+ReceiveThread::ReceiveThread(const Address& address, Callback callback, void* user)
+    : ReceiveThread(address, Style::SmallReads, callback, user) {}
+
+ReceiveThread::ReceiveThread(const Address& address, Style style, Callback callback, void* user)
+    : fd_(address.open()), style_(style), callback_(callback), user_(user), thread_([this](const auto& stop) {
+        run(stop);
+      }) {}
 
 ReceiveThread::~ReceiveThread() {
   thread_.request_stop();
@@ -61,7 +66,7 @@ void ReceiveThread::run(const std::stop_token& stop) {
 
 void ReceiveThread::readOnce(std::span<uint8_t> buffer) {
   const auto got = ::read(fd_.get(), buffer.data(), buffer.size());
-  if (got > 0) callback_(&inbox_, buffer.data(), static_cast<std::size_t>(got));
+  if (got > 0) callback_(user_, buffer.data(), static_cast<std::size_t>(got));
 }
 
 void ReceiveThread::readWaiting() {
@@ -72,7 +77,7 @@ void ReceiveThread::readWaiting() {
   while (left > 0) {
     const auto got = ::read(fd_.get(), buffer.data(), std::min(buffer.size(), left));
     Require(got > 0, "read");
-    callback_(&inbox_, buffer.data(), static_cast<std::size_t>(got));
+    callback_(user_, buffer.data(), static_cast<std::size_t>(got));
     left -= static_cast<std::size_t>(got);
   }
 }

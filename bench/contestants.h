@@ -42,7 +42,10 @@ class ReceiveThread {
   };
   static constexpr bool kReceivesByItself = true;
 
-  ReceiveThread(const Address& address, Style style);
+  using Callback = void (*)(void* user, const uint8_t* data, std::size_t length);
+
+  ReceiveThread(const Address& address, Style style);                    ///< counts what comes: receive()
+  ReceiveThread(const Address& address, Callback callback, void* user);  ///< Style::SmallReads
   ReceiveThread(const ReceiveThread&) = delete;
   ReceiveThread& operator=(const ReceiveThread&) = delete;
   ~ReceiveThread();
@@ -50,13 +53,15 @@ class ReceiveThread {
   void receive(std::size_t bytes) { inbox_.await(bytes); }
 
  private:
+  ReceiveThread(const Address& address, Style style, Callback callback, void* user);
   void run(const std::stop_token& stop);
   void readWaiting();
   void readOnce(std::span<uint8_t> buffer);
 
   Descriptor fd_;
   Style style_;
-  void (*callback_)(void* user, const uint8_t* data, std::size_t length);
+  Callback callback_;
+  void* user_;
   Inbox inbox_;
   std::jthread thread_;
 };

@@ -8,6 +8,7 @@
 
 #include "cases.h"
 #include "contestants.h"
+#include "query_clients.h"
 
 namespace qvbench {
 namespace {
@@ -25,7 +26,7 @@ constexpr const char* kAsio = AsioStream::kName;
 constexpr const char* kLarge = LargeReadsThread::kName;
 constexpr const char* kBlocking = BlockingThread::kName;
 
-constexpr std::array<Row, 20> kRows{{{kRoundTripTcp, kThread, false, 1.05},
+constexpr std::array<Row, 22> kRows{{{kRoundTripTcp, kThread, false, 1.05},
                                      {kRoundTripTcp, kLarge, false, 0},
                                      {kRoundTripTcp, kBlocking, false, 0},
                                      {kRoundTripTcp, kBare, false, 0},
@@ -34,6 +35,8 @@ constexpr std::array<Row, 20> kRows{{{kRoundTripTcp, kThread, false, 1.05},
                                      {kRoundTripTerminal, kLarge, false, 0},
                                      {kRoundTripTerminal, kBare, false, 0},
                                      {kRoundTripTerminal, kAsio, false, 0},
+                                     {kQuery, kThread, false, 1.1},
+                                     {kQuery, CFunctionsClient::kName, false, 1.1},
                                      {kReceiving, kThread, true, 2},
                                      {kReceiving, kLarge, true, 0},
                                      {kReceiving, kBlocking, true, 0},

@@ -176,19 +176,23 @@ TEST(Hpp, DestroysTenThousandChannelsInsideTheirOwnCallbacks) {
   for (int i = 0; i < 10000; ++i) {
     std::unique_ptr<quorvio::Channel> channel;
     const auto held = std::make_shared<int>(i);
+    std::latch assigned(1);
     std::promise<void> gone;
     const bool byLoss = i % 2 == 0;
-    const auto destroy = [&channel, &gone, held](auto&&...) {
+    const auto destroy = [&channel, &assigned, &gone, held](auto&&...) {
+      assigned.wait();
       channel.reset();
       EXPECT_GT(held.use_count(), 1) << "what the callback holds is there until it returns";
       gone.set_value();
     };
     if (byLoss) {
       channel = std::make_unique<quorvio::Channel>(peer.locator(), Options(), quorvio::OnReceive(), destroy);
+      assigned.count_down();
       ASSERT_GE(peer.fd(), 0);
       peer.reset();
     } else {
       channel = std::make_unique<quorvio::Channel>(peer.locator(), Options(), destroy);
+      assigned.count_down();
       ASSERT_EQ(::send(peer.fd(), "x", 1, MSG_NOSIGNAL), 1);
     }
     gone.get_future().wait();

@@ -49,6 +49,7 @@ class ChannelState {
         QV_IO_Open(&state->handle_, checked.c_str(), options.text().c_str(), state->number_,
                    state->inbox_ ? storeBytes : passBytes, state->inbox_ ? storeLoss : passLoss);
     if (result != QV_IO_OK) States::remove(state->number_);
+    state->begin(result == QV_IO_OK ? Phase::open : Phase::closed);
     check(result, "cannot open " + checked);
     return state;
   }
@@ -87,7 +88,7 @@ class ChannelState {
   }
 
  private:
-  enum class Phase { open, closing, closed };
+  enum class Phase { opening, open, closing, closed };
 
   [[nodiscard]] bool isOfThisProcess() const { return process_ == ::getpid(); }
 
@@ -126,11 +127,20 @@ class ChannelState {
     return {reinterpret_cast<const char*>(data), length};
   }
 
+  void begin(Phase phase) {
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      phase_ = phase;
+    }
+    changed_.notify_all();
+  }
+
   /// Runs a function of the application, which may close, move or destroy the channel.
   template <class Action>
   void run(Action action) {
     {
-      const std::lock_guard<std::mutex> lock(mutex_);
+      std::unique_lock<std::mutex> lock(mutex_);
+      changed_.wait(lock, [&] { return phase_ != Phase::opening; });  // a close would not know the handle
       if (phase_ != Phase::open) return;
       running_ = true;
     }
@@ -204,11 +214,10 @@ class ChannelState {
   bool lost_ = false;                 ///< receive thread only
   ChannelState* waitsFor_ = nullptr;  ///< guarded by the registry: its callback closes that channel
 
-  /// Guards what follows. Taken before the inbox's and the registry's, never held in a function of the
-  /// application.
+  /// Guards what follows. Taken before the inbox's, never held in a function of the application.
   std::mutex mutex_;
   std::condition_variable changed_;
-  Phase phase_ = Phase::open;
+  Phase phase_ = Phase::opening;
   int users_ = 0;               ///< threads inside use()
   bool running_ = false;        ///< a function of the application
   ChannelFunctions functions_;  ///< while running_, only the receive thread touches it
