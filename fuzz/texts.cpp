@@ -13,7 +13,7 @@
 #include "options/option_sets.h"
 #include "options/options_map.h"
 #include "options/record_list.h"
-#include "options/result.h"
+#include "util/failure.h"
 #include "script.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include "nd/discovery.h"
 #include "options/option_sets.h"
 #include "options/record_list.h"
-#include "options/result.h"
+#include "util/failure.h"
 
 namespace qvio {
 namespace {
@@ -20,7 +20,7 @@ struct Kinds {
 };
 
 Kinds ReadKinds(const std::vector<std::string>& words) {
-  Require(!words.empty(), QV_IO_ERROR_INVALID_ARGUMENT);
+  Require(!words.empty(), QV_IO_ERROR_INVALID_ARGUMENT, "no iface-type says what to list");
   const auto named = [&](std::string_view word) { return std::ranges::find(words, word) != words.end(); };
   const bool all = named("all");
   return {all || named("usb"), all || named("network"), all || named("serial")};
@@ -32,7 +32,8 @@ std::string Write(const RecordList& records, bool onlyLocator, const Selection& 
 
 std::string ListAllDevices(std::string_view optionText) {
   const auto options = ReadDeviceListOptions(optionText);
-  Require(options.onlyLocator || !options.include.empty(), QV_IO_ERROR_INVALID_ARGUMENT);
+  Require(options.onlyLocator || !options.include.empty(), QV_IO_ERROR_INVALID_ARGUMENT,
+          "neither only-locator nor an include option says what to write");
   const auto kinds = ReadKinds(options.ifaceTypes);
   RecordList records;
   if (kinds.usb) AppendUsbDevices(options, records);
@@ -47,7 +48,8 @@ std::string ListDevices(uint32_t interfaceType, std::string_view options) {
   if (interfaceType == QV_IO_INTERFACE_ALL) return ListAllDevices(options);
   uint32_t canEnumerate = 0;
   QV_IO_CanEnumerateDevices(interfaceType, &canEnumerate);
-  Require(canEnumerate != 0 && interfaceType == QV_IO_INTERFACE_USB, QV_IO_ERROR_NOT_SUPPORTED);
+  Require(canEnumerate != 0 && interfaceType == QV_IO_INTERFACE_USB, QV_IO_ERROR_NOT_SUPPORTED,
+          "interface type % cannot be listed", {interfaceType});
   return ListUsbLocators(options);
 }
 
@@ -57,7 +59,7 @@ std::string ListInterfaces(std::string_view options) {
   RecordList records;
   if (kinds.network) quorvind::AppendNetworkInterfaces(records);
   // There is no list of serial ports or USB interfaces, and applications know "all" by this answer.
-  Require(!kinds.serial && !kinds.usb, QV_IO_ERROR_NOT_SUPPORTED);
+  Require(!kinds.serial && !kinds.usb, QV_IO_ERROR_NOT_SUPPORTED, "only network interfaces can be listed");
   if (!selected.only.empty()) return WriteValues(records, *selected.only.begin());
   return WriteRecordList(records, selected.include);
 }

@@ -16,8 +16,8 @@
 #include "nd/discovery.h"
 #include "options/locator.h"
 #include "options/option_sets.h"
-#include "options/result.h"
 #include "quorvio/quorvio.h"
+#include "util/failure.h"
 #include "util/scope_exit.h"
 #include "util/text_out.h"
 #include "util/thread.h"
@@ -47,11 +47,11 @@ uint32_t Call(Action action) {
 
 template <class... Pointers>
 void RequirePointers(Pointers... pointers) {
-  Require(((pointers != nullptr) && ...), QV_IO_ERROR_INVALID_ARGUMENT);
+  Require(((pointers != nullptr) && ...), QV_IO_ERROR_INVALID_ARGUMENT, "a pointer is null");
 }
 
 void RequireBuffer(const void* buffer, std::size_t size) {
-  Require(buffer != nullptr || size == 0, QV_IO_ERROR_INVALID_ARGUMENT);
+  Require(buffer != nullptr || size == 0, QV_IO_ERROR_INVALID_ARGUMENT, "the buffer is null");
 }
 
 void RequireTextOut(const char* buffer, const std::size_t* size) {
@@ -62,7 +62,8 @@ void RequireTextOut(const char* buffer, const std::size_t* size) {
 std::string_view TextOrEmpty(const char* text) { return text != nullptr ? text : std::string_view{}; }
 
 void HandOut(std::string_view text, char* buffer, std::size_t& size) {
-  Require(cppu::CopyListing(text, buffer, size), QV_IO_ERROR_BUFFER_TOO_SMALL);
+  Require(cppu::CopyListing(text, buffer, size), QV_IO_ERROR_BUFFER_TOO_SMALL,
+          "the text needs a buffer of % bytes", {text.size() + 1});
 }
 
 void HandOutEmpty(char* buffer, std::size_t& size) {
@@ -79,21 +80,21 @@ std::shared_ptr<IoDevice> MakeChannel(uint32_t interfaceType, ChannelArguments a
     case QV_IO_INTERFACE_SERIAL:
       return std::make_shared<IoSerial>(std::move(arguments));
     default:
-      throw Failure(QV_IO_ERROR_INVALID_LOCATOR);
+      Fail(QV_IO_ERROR_INVALID_LOCATOR, "interface type % has no channel", {interfaceType});
   }
 }
 
-uint32_t OpenChannel(const char* locator, ChannelArguments arguments) {
-  uint32_t interfaceType = 0;
-  Require(QV_IO_GetLocatorInterfaceType(&interfaceType, locator) == QV_IO_OK, QV_IO_ERROR_INVALID_LOCATOR);
-  arguments.locator = locator;
+uint32_t OpenChannel(ChannelArguments arguments, uint32_t& handle) {
+  const auto interfaceType = RequireInterfaceType(arguments.locator);
   const auto channel = MakeChannel(interfaceType, std::move(arguments));
-  const auto result = channel->open(channel);
-  Require(result == QV_IO_OK, result);
+  if (const auto result = channel->open(channel); result != QV_IO_OK) return result;
   // The slot is looked for only now, so that a slow open reserves nothing.
-  if (const auto handle = TheLibrary().handles.store(channel)) return *handle;
-  channel->close(true);
-  throw Failure(QV_IO_ERROR_NO_FREE_HANDLE);
+  const auto slot = TheLibrary().handles.store(channel);
+  if (!slot) channel->close(true);
+  Require(slot.has_value(), QV_IO_ERROR_NO_FREE_HANDLE, "all % handles are in use",
+          {uint32_t{QV_IO_HANDLE_COUNT}});
+  handle = *slot;
+  return QV_IO_OK;
 }
 
 }  // namespace
@@ -114,9 +115,7 @@ uint32_t QV_IO_GetLocatorInterfaceType(uint32_t* interfaceType, const char* loca
   return Call([&] {
     RequirePointers(interfaceType);
     *interfaceType = 0;
-    const auto type = InterfaceTypeOf(TextOrEmpty(locator));
-    Require(type.has_value(), QV_IO_ERROR_INVALID_LOCATOR);
-    *interfaceType = *type;
+    *interfaceType = RequireInterfaceType(TextOrEmpty(locator));
   });
 }
 
@@ -163,7 +162,8 @@ uint32_t QV_IO_SetEventCallback(QV_IO_EventCallback callback, void* userData) {
 
 uint32_t QV_IO_GetErrorEventData(const QV_IO_Event* event, uint32_t* errorCode, char* buffer, size_t* size) {
   return Call([&] {
-    Require(event != nullptr && event->type == QV_IO_EVENT_ERROR, QV_IO_ERROR_WRONG_EVENT_TYPE);
+    Require(event != nullptr && event->type == QV_IO_EVENT_ERROR, QV_IO_ERROR_WRONG_EVENT_TYPE,
+            "not an error event");
     RequirePointers(errorCode);
     RequireTextOut(buffer, size);
     HandOut(event->message, buffer, *size);
@@ -176,7 +176,7 @@ uint32_t QV_IO_GetDiscoveryEventData(const QV_IO_Event* event, const char* optio
   return Call([&] {
     const bool discovery = event != nullptr && (event->type == QV_IO_EVENT_DEVICE_FOUND ||
                                                 event->type == QV_IO_EVENT_DEVICE_LOST);
-    Require(discovery, QV_IO_ERROR_WRONG_EVENT_TYPE);
+    Require(discovery, QV_IO_ERROR_WRONG_EVENT_TYPE, "not a discovery event");
     RequireTextOut(buffer, size);
     HandOut(EventDeviceText(*event, TextOrEmpty(options)), buffer, *size);
   });
@@ -187,7 +187,9 @@ uint32_t QV_IO_Open(uint32_t* handle, const char* locator, const char* options, 
   return Call([&] {
     RequirePointers(handle);
     *handle = 0;
-    *handle = OpenChannel(locator, {{}, std::string(TextOrEmpty(options)), userData, onReceive, onError});
+    return OpenChannel(
+        {std::string(TextOrEmpty(locator)), std::string(TextOrEmpty(options)), userData, onReceive, onError},
+        *handle);
   });
 }
 

@@ -3,9 +3,16 @@
 #include <algorithm>
 #include <utility>
 
-#include "options/result.h"
+#include "util/failure.h"
 
 namespace qvio {
+namespace {
+
+void RequireOpen(bool isOpen, uint32_t handle) {
+  Require(isOpen, QV_IO_ERROR_INVALID_HANDLE, "handle % is not open", {handle});
+}
+
+}  // namespace
 
 std::optional<uint32_t> HandleTable::store(std::shared_ptr<IoDevice> channel) {
   const std::lock_guard lock(globalMutex_);
@@ -16,16 +23,16 @@ std::optional<uint32_t> HandleTable::store(std::shared_ptr<IoDevice> channel) {
 }
 
 std::shared_ptr<IoDevice> HandleTable::at(uint32_t handle) const {
-  Require(handle < slots_.size(), QV_IO_ERROR_INVALID_HANDLE);
+  RequireOpen(handle < slots_.size(), handle);
   const std::lock_guard lock(globalMutex_);
-  Require(slots_[handle] != nullptr, QV_IO_ERROR_INVALID_HANDLE);
+  RequireOpen(slots_[handle] != nullptr, handle);
   return slots_[handle];
 }
 
 std::shared_ptr<IoDevice> HandleTable::take(uint32_t handle) {
-  Require(handle < slots_.size(), QV_IO_ERROR_INVALID_HANDLE);
+  RequireOpen(handle < slots_.size(), handle);
   const std::lock_guard lock(globalMutex_);
-  Require(slots_[handle] != nullptr, QV_IO_ERROR_INVALID_HANDLE);
+  RequireOpen(slots_[handle] != nullptr, handle);
   return std::exchange(slots_[handle], nullptr);
 }
 

@@ -11,7 +11,7 @@
 #include <chrono>
 #include <utility>
 
-#include "options/result.h"
+#include "util/failure.h"
 #include "util/scope_exit.h"
 #include "util/system_call.h"
 
@@ -25,6 +25,10 @@ constexpr auto kRestAfterFault = 10ms;      // a vanished peer must not cost a c
 constexpr auto kLookAgain = 20ms;
 
 bool WouldBlock(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
+
+void RequireNotClosed(bool condition) {
+  Require(condition, QV_IO_ERROR_TRANSMIT_FAILED, "the channel was closed before all bytes were sent");
+}
 
 }  // namespace
 
@@ -130,26 +134,31 @@ void DescriptorChannel::releaseDescriptor() noexcept {
 }
 
 uint32_t DescriptorChannel::send(const void* data, std::size_t length) {
-  std::span rest(static_cast<const uint8_t*>(data), length);
-  if (rest.empty()) return QV_IO_OK;
+  const std::span bytes(static_cast<const uint8_t*>(data), length);
+  if (bytes.empty()) return QV_IO_OK;
   const std::lock_guard lock(sendMutex_);
+  return ResultOf([&] { sendAll(bytes); });
+}
+
+void DescriptorChannel::sendAll(std::span<const uint8_t> rest) {
   // Only a send in progress may delay a close: one that waited for the lock has not begun.
-  if (stop_->requested()) return QV_IO_ERROR_TRANSMIT_FAILED;
+  RequireNotClosed(!stop_->requested());
   while (!rest.empty()) {
     const auto piece = rest.first(std::min(rest.size(), kind_.largestWrite));
     const auto written = writeSome(piece);
     const bool full = written < 0 ? WouldBlock(errno) : static_cast<std::size_t>(written) < piece.size();
-    if (written < 0 && !full && errno == ECONNRESET) return kind_.peerReset;
-    if ((written < 0 && !full) || written == 0 || written > std::ssize(piece))
-      return QV_IO_ERROR_TRANSMIT_FAILED;
+    const bool failed = written < 0 && !full;
+    Require(!failed || errno != ECONNRESET, kind_.peerReset, "cannot send", {}, errno);
+    Require(!failed, QV_IO_ERROR_TRANSMIT_FAILED, "cannot send", {}, errno);
+    Require(written != 0 && written <= std::ssize(piece), QV_IO_ERROR_TRANSMIT_FAILED,
+            "the device takes no bytes");
     if (written > 0) {
       rest = rest.subspan(static_cast<std::size_t>(written));
       written_ += written;
     }
-    if (full && !waitWritable()) return QV_IO_ERROR_TRANSMIT_FAILED;
-    if (!rest.empty() && !mayGoOn()) return QV_IO_ERROR_TRANSMIT_FAILED;
+    if (full) RequireNotClosed(waitWritable());
+    if (!rest.empty()) RequireNotClosed(mayGoOn());
   }
-  return QV_IO_OK;
 }
 
 long DescriptorChannel::writeSome(std::span<const uint8_t> bytes) const {

@@ -56,6 +56,7 @@ class DescriptorChannel : public IoDevice, private cppu::Worker {
   void releaseDescriptor() noexcept;
 
   // Sending; caller holds sendMutex_.
+  void sendAll(std::span<const uint8_t> rest);
   [[nodiscard]] long writeSome(std::span<const uint8_t> bytes) const;
   [[nodiscard]] bool waitWritable();
   [[nodiscard]] bool becomesWritableWhileClosing();

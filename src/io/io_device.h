@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "quorvio/quorvio.h"
 #include "util/fork.h"
@@ -45,6 +46,9 @@ class IoDevice {
   virtual uint32_t getProperty(const char* key, char* buffer, std::size_t* size) = 0;
 
  protected:
+  /// Hands a text out by the property rule. Throws Failure with QV_IO_ERROR_BUFFER_TOO_SMALL.
+  static void handOut(std::string_view text, char* buffer, std::size_t* size);
+
   [[nodiscard]] uint32_t interfaceType() const { return interfaceType_; }
   [[nodiscard]] const std::string& locator() const { return arguments_.locator; }
   [[nodiscard]] const std::string& options() const { return arguments_.options; }

@@ -9,9 +9,8 @@
 #include "nd/discovery.h"
 #include "options/locator.h"
 #include "options/option_sets.h"
-#include "options/result.h"
+#include "util/failure.h"
 #include "util/number.h"
-#include "util/text_out.h"
 
 namespace qvio {
 namespace {
@@ -24,14 +23,18 @@ constexpr DescriptorKind kNetworkKind{.nothingReady = QV_IO_ERROR_CONNECTION_LOS
 
 constexpr uint32_t kLargestPort = std::numeric_limits<uint16_t>::max();
 
+void RequirePort(uint32_t port) {
+  Require(port <= kLargestPort, QV_IO_ERROR_INVALID_ARGUMENT, "port % is above %", {port, kLargestPort});
+}
+
 uint16_t ReadPort(std::string_view field) {
   uint32_t port = kLargestPort + 1;
   try {
     port = cppu::ToUint32(std::string(field));
   } catch (const std::logic_error&) {
-    throw Failure(QV_IO_ERROR_INVALID_ARGUMENT);
+    Fail(QV_IO_ERROR_INVALID_ARGUMENT, "not a port: %", {field});
   }
-  Require(port <= kLargestPort, QV_IO_ERROR_INVALID_ARGUMENT);
+  RequirePort(port);
   return static_cast<uint16_t>(port);
 }
 
@@ -43,13 +46,11 @@ uint16_t FirstSet(uint16_t first, uint32_t second, uint16_t third) {
 quorvind::Endpoint Resolve(const NetworkTarget& target, const NetworkOptions& options) {
   quorvind::Endpoint endpoint{target.host, 0};
   if (!target.serialNumber.empty()) {
-    const auto device = quorvind::FindDevice(target.serialNumber, options.ifaces,
-                                             std::chrono::milliseconds(options.discoveryTimeout));
-    Require(device.has_value(), QV_IO_ERROR_DEVICE_NOT_FOUND);
-    endpoint = *device;
+    endpoint = quorvind::FindDevice(target.serialNumber, options.ifaces,
+                                    std::chrono::milliseconds(options.discoveryTimeout));
   }
   endpoint.port = FirstSet(target.port, options.port, endpoint.port);
-  Require(endpoint.port != 0, QV_IO_ERROR_INVALID_ARGUMENT);
+  Require(endpoint.port != 0, QV_IO_ERROR_INVALID_ARGUMENT, "no port is given for %", {endpoint.host});
   return endpoint;
 }
 
@@ -57,10 +58,14 @@ quorvind::Endpoint Resolve(const NetworkTarget& target, const NetworkOptions& op
 
 NetworkTarget ReadNetworkTarget(std::string_view locator) {
   const auto fields = LocatorFields(locator);
-  Require(fields.size() >= 2 && fields[0] == "network", QV_IO_ERROR_INVALID_LOCATOR);
+  const auto requireForm = [&](bool condition) {
+    Require(condition, QV_IO_ERROR_INVALID_LOCATOR, "not network:HOST:PORT or network:sn:SERIAL: %",
+            {locator});
+  };
+  requireForm(fields.size() >= 2 && fields[0] == "network");
   const bool bySerial = fields[1] == "sn" && fields.size() > 2;  // "network:sn" alone names a host
   const std::size_t portField = bySerial ? 3 : 2;
-  Require(fields.size() <= portField + 1, QV_IO_ERROR_INVALID_LOCATOR);
+  requireForm(fields.size() <= portField + 1);
 
   NetworkTarget target;
   (bySerial ? target.serialNumber : target.host) = fields[portField - 1];
@@ -72,15 +77,15 @@ IoNetwork::IoNetwork(ChannelArguments arguments) : DescriptorChannel(kNetworkKin
 
 cppu::UniqueFd IoNetwork::openDescriptor() const {
   const auto settings = ReadNetworkOptions(options());
-  Require(settings.port <= kLargestPort, QV_IO_ERROR_INVALID_ARGUMENT);
+  RequirePort(settings.port);
   const auto endpoint = Resolve(ReadNetworkTarget(locator()), settings);
   return ConnectTcp(endpoint.host, endpoint.port, std::chrono::milliseconds(settings.connectTimeout));
 }
 
-uint32_t IoNetwork::getProperty(const char* /*key*/, char* buffer, std::size_t* size) {
+uint32_t IoNetwork::getProperty(const char* key, char* buffer, std::size_t* size) {
   if (*size != 0) buffer[0] = '\0';
   *size = 0;
-  return QV_IO_ERROR_PROPERTY_UNAVAILABLE;
+  return ResultOf([&] { Fail(QV_IO_ERROR_PROPERTY_UNAVAILABLE, "a TCP link has no property %", {key}); });
 }
 
 }  // namespace qvio

@@ -4,6 +4,7 @@
 #include <pthread.h>
 
 #include <array>
+#include <cerrno>
 #include <csignal>
 #include <limits>
 #include <string>
@@ -11,9 +12,8 @@
 
 #include "options/locator.h"
 #include "options/option_sets.h"
-#include "options/result.h"
+#include "util/failure.h"
 #include "util/system_call.h"
-#include "util/text_out.h"
 
 namespace qvio {
 namespace {
@@ -63,7 +63,8 @@ speed_t SpeedConstant(uint32_t baudrate) {
 
 std::string DevicePath(std::string_view locator) {
   const auto fields = LocatorFields(locator);
-  Require(fields.size() == 2 && fields[0] == "serial", QV_IO_ERROR_INVALID_LOCATOR);
+  Require(fields.size() == 2 && fields[0] == "serial", QV_IO_ERROR_INVALID_LOCATOR, "not serial:PATH: %",
+          {locator});
   return std::string(fields[1]);
 }
 
@@ -101,20 +102,21 @@ IoSerial::IoSerial(ChannelArguments arguments) : DescriptorChannel(kSerialKind, 
 cppu::UniqueFd IoSerial::openDescriptor() const {
   const auto path = DevicePath(locator());
   const auto settings = ReadSerialOptions(options());
-  Require(settings.baudrate != 0, QV_IO_ERROR_INVALID_ARGUMENT);
+  Require(settings.baudrate != 0, QV_IO_ERROR_INVALID_ARGUMENT, "baudrate is not given or 0");
 
   auto fd = cppu::AboveStandardStreams(cppu::UniqueFd(
       cppu::Uninterrupted([&] { return ::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC); })));
-  Require(static_cast<bool>(fd), QV_IO_ERROR_DRIVER_FAILURE);
+  Require(static_cast<bool>(fd), QV_IO_ERROR_DRIVER_FAILURE, "cannot open %", {path}, errno);
   const auto line = LineSettings(settings.baudrate, settings.xonxoff);
   const TerminalStopBlocked fromTheBackground;
   const auto applied = cppu::Uninterrupted([&] { return ::tcsetattr(fd.get(), TCSAFLUSH, &line); });
-  Require(applied == 0, QV_IO_ERROR_DRIVER_FAILURE);
+  Require(applied == 0 || errno != ENOTTY, QV_IO_ERROR_DRIVER_FAILURE, "% is not a serial port", {path});
+  Require(applied == 0, QV_IO_ERROR_DRIVER_FAILURE, "cannot set up %", {path}, errno);
   return fd;
 }
 
 uint32_t IoSerial::getProperty(const char* /*key*/, char* buffer, std::size_t* size) {
-  return cppu::CopyProperty("", buffer, *size) ? QV_IO_OK : QV_IO_ERROR_BUFFER_TOO_SMALL;
+  return ResultOf([&] { handOut("", buffer, size); });
 }
 
 }  // namespace qvio

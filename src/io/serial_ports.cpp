@@ -1,6 +1,6 @@
 #include "io/serial_ports.h"
 
-#include "options/result.h"
+#include "util/failure.h"
 #include "util/text.h"
 
 namespace qvio {
@@ -12,7 +12,7 @@ constexpr std::chrono::seconds kFreshFor{3};
 
 void SerialPorts::requireFresh(bool forceRescan) const {
   const bool fresh = valid_ && std::chrono::steady_clock::now() <= scanned_ + kFreshFor;
-  Require(fresh && !forceRescan, QV_IO_ERROR_NOT_SUPPORTED);
+  Require(fresh && !forceRescan, QV_IO_ERROR_NOT_SUPPORTED, "serial ports cannot be listed");
 }
 
 void SerialPorts::appendRecords(bool forceRescan, RecordList& records) const {

@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <memory>
 
-#include "options/result.h"
+#include "util/failure.h"
 #include "util/system_call.h"
 
 namespace qvio {
@@ -26,21 +26,15 @@ Addresses Resolve(const std::string& host, uint16_t port) {
   hints.ai_protocol = IPPROTO_TCP;
   addrinfo* found = nullptr;
   const int error = ::getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found);
-  Require(error != EAI_NONAME && error != EAI_AGAIN, QV_IO_ERROR_DEVICE_NOT_FOUND);
-  Require(error == 0, QV_IO_ERROR_DRIVER_FAILURE);
-  return Addresses(found);
+  if (error == 0) return Addresses(found);
+  const bool unknown = error == EAI_NONAME || error == EAI_AGAIN;
+  Fail(unknown ? QV_IO_ERROR_DEVICE_NOT_FOUND : QV_IO_ERROR_DRIVER_FAILURE, "cannot resolve %: %",
+       {host, ::gai_strerror(error)}, error == EAI_SYSTEM ? errno : 0);
 }
 
 bool IsTcpOverIp4(const addrinfo& address) {
   return address.ai_family == AF_INET && address.ai_socktype == SOCK_STREAM &&
          address.ai_protocol == IPPROTO_TCP;
-}
-
-bool Connects(int fd, const addrinfo& address, std::chrono::milliseconds timeout) {
-  if (::connect(fd, address.ai_addr, address.ai_addrlen) == 0) return true;
-  if (errno != EINPROGRESS && errno != EINTR) return false;  // an interrupted connect goes on as well
-  std::array<pollfd, 1> entry{{{fd, POLLOUT, 0}}};
-  return cppu::PollUntil(entry, std::chrono::steady_clock::now() + timeout) > 0;
 }
 
 /// A connect to a local port that nobody listens on can meet itself, when the system chooses that very port
@@ -55,18 +49,36 @@ bool IsConnectedToItself(int fd) {
          near.sin_port == far.sin_port && near.sin_addr.s_addr == far.sin_addr.s_addr;
 }
 
+constexpr int kNoAnswer = ETIMEDOUT;
+
+/// 0 or the errno of the failure.
+int Connect(int fd, const addrinfo& address, std::chrono::milliseconds timeout) {
+  if (::connect(fd, address.ai_addr, address.ai_addrlen) != 0) {
+    if (errno != EINPROGRESS && errno != EINTR) return errno;  // an interrupted connect goes on as well
+    std::array<pollfd, 1> entry{{{fd, POLLOUT, 0}}};
+    const int ready = cppu::PollUntil(entry, std::chrono::steady_clock::now() + timeout);
+    if (ready <= 0) return ready < 0 ? errno : kNoAnswer;
+  }
+  return IsConnectedToItself(fd) ? ECONNREFUSED : 0;
+}
+
 }  // namespace
 
 cppu::UniqueFd ConnectTcp(const std::string& host, uint16_t port, std::chrono::milliseconds timeout) {
   const auto addresses = Resolve(host, port);
+  int error = EAFNOSUPPORT;
   for (const auto* address = addresses.get(); address != nullptr; address = address->ai_next) {
     if (!IsTcpOverIp4(*address)) continue;
     auto fd = cppu::AboveStandardStreams(
         cppu::UniqueFd(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP)));
+    error = fd ? Connect(fd.get(), *address, timeout) : errno;
+    if (error == 0) return fd;
     if (!fd) break;
-    if (Connects(fd.get(), *address, timeout) && !IsConnectedToItself(fd.get())) return fd;
   }
-  throw Failure(QV_IO_ERROR_DEVICE_NOT_FOUND);
+  const auto milliseconds = static_cast<uint64_t>(timeout.count());
+  Require(error != kNoAnswer, QV_IO_ERROR_DEVICE_NOT_FOUND, "no answer from %:% within % ms",
+          {host, port, milliseconds});
+  Fail(QV_IO_ERROR_DEVICE_NOT_FOUND, "cannot connect to %:%", {host, port}, error);
 }
 
 }  // namespace qvio

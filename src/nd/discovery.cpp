@@ -19,7 +19,7 @@
 #include "nd/local_addresses.h"
 #include "nd/log.h"
 #include "nd/search_task.h"
-#include "options/result.h"
+#include "util/failure.h"
 #include "util/lock_within.h"
 #include "util/never_destroyed.h"
 #include "util/scope_exit.h"
@@ -159,12 +159,14 @@ IP4Set Searchable(QuorviNDState& state, std::span<const IP4> addresses) {
 
 /// The channels of the addresses that can be used; a warning is logged for each other one. Caller holds the
 /// state's mutex.
-ChannelList UsableChannels(QuorviNDState& state, const IP4Set& addresses) {
+/// @param problem  set when there is such an address
+ChannelList UsableChannels(QuorviNDState& state, const IP4Set& addresses, std::string& problem) {
   ChannelList channels;
   for (const auto& address : addresses) {
     try {
       channels.push_back(GetOrCreateDiscoverChannel(state, address));
     } catch (const QuorviNDException& failure) {
+      problem = "cannot discover on " + IP4ToString(address) + ": " + failure.what();
       LogWarning("Interface not usable", failure.what());
     }
   }
@@ -216,7 +218,8 @@ uint32_t DiscoverDevices(QuorviNDState& state, const IP4Set& addresses, millisec
   if (addresses.empty()) return QV_IO_ERROR_INVALID_ARGUMENT;
   {
     const std::lock_guard lock(state.mutex);
-    channels = UsableChannels(state, addresses);
+    std::string ignored;  // it is logged, and the other addresses count
+    channels = UsableChannels(state, addresses, ignored);
     PurgeExpired(state);
   }
   if (channels.empty()) return QV_IO_ERROR_INVALID_ARGUMENT;
@@ -290,25 +293,45 @@ decltype(auto) WithInterfaces(Action action) {
     return action();
   } catch (const QuorviNDException& failure) {
     LogWarning("Interface not usable", failure.what());
-    throw Failure(QV_IO_ERROR_INVALID_ARGUMENT);
+    qvio::Fail(QV_IO_ERROR_INVALID_ARGUMENT, "%", {failure.what()});
   }
+}
+
+std::string Listed(std::span<const IP4> addresses) {
+  std::string list;
+  for (const auto& address : addresses) list += (list.empty() ? "" : ", ") + IP4ToString(address);
+  return list;
+}
+
+/// Which of the addresses is not local; empty when all are.
+std::string NotLocal(std::span<const IP4> addresses, const IP4Set& local) {
+  const auto foreign =
+      std::ranges::find_if(addresses, [&](const IP4& address) { return !local.contains(address); });
+  return foreign == addresses.end() ? "" : "not a local address: " + IP4ToString(*foreign);
 }
 
 }  // namespace
 
-std::optional<Endpoint> FindDevice(const std::string& serialNumber, std::span<const std::string> ifaces,
-                                   milliseconds searchTime) {
+Endpoint FindDevice(const std::string& serialNumber, std::span<const std::string> ifaces,
+                    milliseconds searchTime) {
   auto& state = State();
   const auto known = LookUp(state, serialNumber);
-  if (known.endpoint && (known.trusted || ifaces.empty())) return known.endpoint;
+  if (known.endpoint && (known.trusted || ifaces.empty())) return *known.endpoint;
   const auto addresses = WithInterfaces([&] { return ReadInterfaces(ifaces); });
-  if (addresses.empty()) return known.endpoint;
+  if (addresses.empty() && known.endpoint) return *known.endpoint;
+  qvio::Require(!addresses.empty(), QV_IO_ERROR_DEVICE_NOT_FOUND,
+                "no device with serial number % is known, and no interface to search", {serialNumber});
   const cppu::ScopeExit joined(
       [] { cppu::Threads::all().joinReleased(); });  // those of channels made for this
   ChannelList channels;
-  DiscoverDevices(state, Searchable(state, addresses), searchTime, true, channels, serialNumber);
+  const auto searched = Searchable(state, addresses);
+  DiscoverDevices(state, searched, searchTime, true, channels, serialNumber);
   const auto found = LookUp(state, serialNumber);
-  return found.trusted ? found.endpoint : std::nullopt;  // an old record is of a device that did not answer
+  if (found.trusted) return *found.endpoint;  // an old record is of a device that did not answer
+  qvio::Require(!searched.empty(), QV_IO_ERROR_DEVICE_NOT_FOUND, "not a local address: %",
+                {Listed(addresses)});
+  qvio::Fail(QV_IO_ERROR_DEVICE_NOT_FOUND, "no device with serial number % answered on %",
+             {serialNumber, Listed(addresses)});
 }
 
 void AppendNetworkDevices(const qvio::DeviceListOptions& options, qvio::RecordList& records) {
@@ -341,9 +364,10 @@ Settings ReadSettings(const qvio::GlobalOptions& options) {
   try {
     const auto addresses = WithInterfaces([&] { return ReadWatchedInterfaces(options.discoveryIfaces); });
     settings.watched = Searchable(State(), addresses);
-    settings.complete = settings.watched->size() == addresses.size();
-  } catch (const Failure&) {
-    settings.watched.reset();  // reported by AdoptSettings, after it has adopted the format
+    settings.problem = NotLocal(addresses, *settings.watched);
+  } catch (const Failure& failure) {
+    settings.watched.reset();
+    settings.problem = failure.what();  // thrown by AdoptSettings, after it has adopted the format
   }
   return settings;
 }
@@ -353,16 +377,20 @@ void AdoptSettings(const Settings& settings, DiscoveryEvents& events) {
   const std::lock_guard lock(state.mutex);
   state.events = &events;
   state.format = settings.format.value_or(state.format);
-  qvio::Require(settings.watched.has_value(), QV_IO_ERROR_INVALID_ARGUMENT);
+  const auto requireNoProblem = [](const std::string& problem) {
+    qvio::Require(problem.empty(), QV_IO_ERROR_INVALID_ARGUMENT, "%", {problem});
+  };
+  if (!settings.watched) requireNoProblem(settings.problem);
   ByAddress<std::shared_ptr<DiscoverChannel>> active{kInitialBuckets};
-  for (auto& channel : UsableChannels(state, *settings.watched)) {
+  std::string problem;
+  for (auto& channel : UsableChannels(state, *settings.watched, problem)) {
     const auto address = channel->address;
     active[address] = std::move(channel);
   }
   state.active.swap(active);
   PurgeExpired(state);
-  qvio::Require(settings.complete && state.active.size() == settings.watched->size(),
-                QV_IO_ERROR_INVALID_ARGUMENT);
+  requireNoProblem(settings.problem);
+  requireNoProblem(problem);
 }
 
 void ForgetDiscovery(Time deadline) {

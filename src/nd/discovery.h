@@ -25,10 +25,11 @@ struct Endpoint {
 
 /// The device with this serial number: the one heard last among those that discovery knows. Unless its
 /// interface is watched, the call names no interface, or it was heard within the last 10 s, the interfaces
-/// are searched first, until the device answers or the time has passed. None when there is no such device or
-/// no interface to search. Throws Failure with QV_IO_ERROR_INVALID_ARGUMENT for an invalid interface text.
-std::optional<Endpoint> FindDevice(const std::string& serialNumber, std::span<const std::string> ifaces,
-                                   std::chrono::milliseconds searchTime);
+/// are searched first, until the device answers or the time has passed. Throws Failure:
+/// QV_IO_ERROR_DEVICE_NOT_FOUND when there is no such device or no interface to search,
+/// QV_IO_ERROR_INVALID_ARGUMENT for an invalid interface text.
+Endpoint FindDevice(const std::string& serialNumber, std::span<const std::string> ifaces,
+                    std::chrono::milliseconds searchTime);
 
 /// Searches the interfaces of the options and appends a record for each network device that is known then and
 /// passes the filters, whatever the search did. On a thread that is delivering an event it does not search,
@@ -43,7 +44,7 @@ void AppendNetworkInterfaces(qvio::RecordList& records);
 struct Settings {
   std::optional<qvio::NetworkLocatorFormat> format;  ///< of the locators in events; none: as it is
   std::optional<IP4Set> watched;                     ///< local addresses; none: a text was invalid
-  bool complete = true;                              ///< false: some addresses are not local, and left out
+  std::string problem;                               ///< the invalid text or an address that is not local
 };
 
 /// Reads the settings; takes no lock, since that may take long. Throws OptionsError for an unknown format.

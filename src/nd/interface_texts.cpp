@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "nd/connection.h"
-#include "options/result.h"
+#include "util/failure.h"
 
 namespace quorvind {
 namespace {
@@ -25,7 +25,8 @@ void Add(std::string_view word, std::vector<IP4>& addresses) {
     return;
   }
   const auto address = IP4FromString(word);
-  qvio::Require(address && *address != IP4{}, QV_IO_ERROR_INVALID_ARGUMENT);
+  qvio::Require(address && *address != IP4{}, QV_IO_ERROR_INVALID_ARGUMENT, "not an interface address: \"%\"",
+                {word});
   addresses.push_back(*address);
 }
 

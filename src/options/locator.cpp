@@ -4,8 +4,8 @@
 #include <string>
 #include <utility>
 
-#include "options/result.h"
 #include "quorvio/quorvio.h"
+#include "util/failure.h"
 #include "util/text.h"
 
 namespace qvio {
@@ -21,6 +21,12 @@ std::optional<uint32_t> InterfaceTypeOf(std::string_view locator) {
     if (locator.substr(0, colon) == word) return type;
   }
   return {};
+}
+
+uint32_t RequireInterfaceType(std::string_view locator) {
+  const auto type = InterfaceTypeOf(locator);
+  Require(type.has_value(), QV_IO_ERROR_INVALID_LOCATOR, "not a locator: \"%\"", {locator});
+  return *type;
 }
 
 std::vector<std::string_view> LocatorFields(std::string_view locator) {

@@ -11,6 +11,9 @@ namespace qvio {
 /// ":" or with another word.
 std::optional<uint32_t> InterfaceTypeOf(std::string_view locator);
 
+/// The same; throws Failure with QV_IO_ERROR_INVALID_LOCATOR where there is none.
+uint32_t RequireInterfaceType(std::string_view locator);
+
 /// The fields of a locator: its non-empty pieces between ":". The interface word is the first.
 std::vector<std::string_view> LocatorFields(std::string_view locator);
 

@@ -15,7 +15,7 @@
 
 #include "options/options_map.h"
 #include "options/property_keys.h"
-#include "options/result.h"
+#include "util/failure.h"
 #include "util/number.h"
 
 namespace qvio {

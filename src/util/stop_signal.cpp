@@ -11,7 +11,7 @@
 namespace cppu {
 
 StopSignal::StopSignal() : event_(AboveStandardStreams(UniqueFd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)))) {
-  if (!event_) throw std::system_error(errno, std::generic_category(), "eventfd");
+  if (!event_) throw std::system_error(errno, std::generic_category(), "cannot create an event");
 }
 
 void StopSignal::request() noexcept {

@@ -94,12 +94,13 @@ void Threads::start(const RecordPtr& record) {
   const StackSize stack;
   reap();
   const std::lock_guard lock(mutex_);
-  if (closed_) throw std::system_error(std::make_error_code(std::errc::operation_canceled), "thread");
+  if (closed_)
+    throw std::system_error(std::make_error_code(std::errc::operation_canceled), "cannot start a thread");
   records_.push_back(record);
   const int error = ::pthread_create(&record->id, stack.get(), &Thread::runRecord, record.get());
   if (error == 0) return;
   records_.pop_back();
-  throw std::system_error(error, std::generic_category(), "thread");
+  throw std::system_error(error, std::generic_category(), "cannot start a thread");
 }
 
 /// On the ending thread. Whoever joins finds all that the worker held released.

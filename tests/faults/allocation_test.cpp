@@ -7,6 +7,7 @@
 
 #include "faults/allocations.h"
 #include "faults/uses.h"
+#include "quorvio/quorvio.h"
 #include "support/process.h"
 #include "support/wait.h"
 
@@ -46,6 +47,14 @@ TEST(Allocation, FailsInEveryPlaceWithAResultAndNoLeak) {
   const Devices devices;
   if (!devices.areAlone()) GTEST_SKIP() << PrivateNetwork::kForbidden;
   for (const auto& use : devices.uses()) ExpectToBearEveryFailure(use);
+}
+
+TEST(Allocation, OfAForeseenFailureCannotFail) {
+  for (long nth = 1; nth < 10; ++nth) {
+    FailAllocation(nth);
+    EXPECT_EQ(QV_IO_Close(QV_IO_HANDLE_COUNT, 0), QV_IO_ERROR_INVALID_HANDLE) << nth;
+    if (!HasFailed()) break;
+  }
 }
 
 }  // namespace

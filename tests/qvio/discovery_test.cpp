@@ -77,7 +77,9 @@ TEST_F(QvioDiscovery, SaysWhatIsWrongAndWhatHelps) {
     std::string text;
   } rows[] = {
       {{"list", "--kind", "network", "--iface", "x"}, 1, "x is no address of an interface; \"qvio ifaces\""},
-      {{"list", "--kind", "network", "--iface", "198.51.100.7"}, 1, "it must be an address of this machine"},
+      {{"list", "--kind", "network", "--iface", "198.51.100.7"},
+       1,
+       "not a local address: 198.51.100.7\nqvio: hint: \"qvio ifaces\""},
       {{"list", "--kind", "network"}, 1, "no interface for discovery"},
       {{"list", "--kind", "network", "--tries", "0"}, 2, "--tries"},
       {{"list", "--kind", "network", "--iface", kLoopback, "--trace", "x"}, 2, "--trace"},

@@ -36,10 +36,12 @@ TEST_F(QvioUsb, SaysWhatIsWrongAndWhatHelps) {
     std::vector<std::string> words;
     const char* text;
   } rows[] = {
-      {"/nowhere", {"list", "--kind", "usb"}, "note: usb: cannot list: driver unavailable (result 14)"},
-      {STAND_IN_FOLDER "/old", {"list", "--kind", "usb"}, "could not be loaded"},
-      {STAND_IN_FOLDER, {"send", "usb:sn:NOBODY", "x"}, "another program has it open"},
-      {STAND_IN_FOLDER, {"send", "usb:sn:QV100001", "x", "-o", "baudrate 0"}, "give the speed"},
+      {"/nowhere", {"list", "--kind", "usb"}, "note: usb: FTDI's driver cannot be used: libftd2xx.so: "},
+      {STAND_IN_FOLDER "/old", {"list", "--kind", "usb"}, "undefined symbol: "},
+      {STAND_IN_FOLDER,
+       {"send", "usb:sn:NOBODY", "x"},
+       "no available chip has the serial number NOBODY\nqvio: hint: another program"},
+      {STAND_IN_FOLDER, {"send", "usb:sn:QV100001", "x", "-o", "baudrate 0"}, "qvio: baudrate is 0\n"},
       {STAND_IN_FOLDER, {"send", "usb:xx:1", "x"}, "a locator is"}};
   for (const auto& row : rows) {
     findLibrariesIn(row.folder);

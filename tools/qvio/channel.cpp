@@ -17,7 +17,7 @@ void Channel::arrive(Action action) {
 }
 
 Channel::Channel(const std::string& locator, const std::string& options)
-    : locator_(locator), lock_(locator), ready_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    : lock_(locator), ready_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
   const auto onReceive = [](void* self, const uint8_t* data, size_t length) {
     static_cast<Channel*>(self)->arrive(
         [&](Arrivals& arrivals) { arrivals.bytes.append(reinterpret_cast<const char*>(data), length); });
@@ -26,7 +26,7 @@ Channel::Channel(const std::string& locator, const std::string& options)
     static_cast<Channel*>(self)->arrive([&](Arrivals& arrivals) { arrivals.notices.push_back(code); });
   };
   const auto result = QV_IO_Open(&handle_, locator.c_str(), options.c_str(), this, onReceive, onError);
-  if (result != QV_IO_OK) throw CommandFailure(ExplainOpenFailure(result, locator, options));
+  if (result != QV_IO_OK) throw CommandFailure(OpenFailureText(result, locator, options));
   open_ = true;
   lock_.tellSurprises(options);
 }
@@ -41,7 +41,7 @@ void Channel::addFailure(std::string text) {
 
 void Channel::send(std::string_view bytes) const {
   const auto result = QV_IO_Send(handle_, bytes.data(), bytes.size());
-  if (result != QV_IO_OK) throw CommandFailure(ExplainSendFailure(result, locator_));
+  if (result != QV_IO_OK) throw CommandFailure(FailureText());
 }
 
 Channel::Arrivals Channel::take() {

@@ -46,7 +46,6 @@ class Channel {
   template <class Action>
   void arrive(Action action);
 
-  std::string locator_;
   SerialPortLock lock_;
   cppu::UniqueFd ready_;
   std::mutex mutex_;  ///< guards arrivals_

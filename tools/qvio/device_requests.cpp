@@ -77,8 +77,8 @@ DeviceRequests::DeviceRequests(const TargetOptions& target)
   const auto addresses = target.discovery.addresses();
   try {
     host_.start(addresses);
-  } catch (const quorvind::NetworkException&) {
-    ThrowUnusable(addresses);
+  } catch (const quorvind::NetworkException& failure) {
+    throw CommandFailure(WithHint(std::string("cannot discover: ") + failure.what(), kWhichAddresses));
   }
 }
 

@@ -19,9 +19,8 @@ std::string Lines(const std::string& key, const quorvind::IP4Set& addresses) {
 
 DeviceSearch::DeviceSearch(const quorvind::IP4Set& addresses)
     : options_("iface-type network\ninclude-all\nfind-only-available false\n" + Lines("iface", addresses)) {
-  const auto result = QV_IO_SetGlobalOptions(Lines("discovery-iface", addresses).c_str());
-  if (result == QV_IO_ERROR_INVALID_ARGUMENT) ThrowUnusable(addresses);
-  if (result != QV_IO_OK) throw CommandFailure("cannot discover: " + ResultText(result));
+  if (QV_IO_SetGlobalOptions(Lines("discovery-iface", addresses).c_str()) != QV_IO_OK)
+    throw CommandFailure(WithHint(FailureText(), kWhichAddresses));
 }
 
 DeviceSearch::~DeviceSearch() { QV_IO_SetGlobalOptions(""); }

@@ -2,8 +2,6 @@
 
 #include <map>
 
-#include "nd/connection.h"
-#include "nd/errors.h"
 #include "nd/interface_texts.h"
 #include "nd/log.h"
 #include "output.h"
@@ -69,18 +67,6 @@ quorvind::IP4Set DiscoveryOptions::addresses() const {
         "multicasts; \"qvio ifaces\" shows them");
   }
   return {addresses.begin(), addresses.end()};
-}
-
-void ThrowUnusable(const quorvind::IP4Set& addresses) {
-  for (const auto& address : addresses) {
-    try {
-      quorvind::CreateConnection({address});
-    } catch (const quorvind::NetworkException& failure) {
-      throw CommandFailure("cannot discover over " + quorvind::IP4ToString(address) + " (" + failure.what() +
-                           "): it must be an address of this machine; \"qvio ifaces\" shows those there are");
-    }
-  }
-  throw CommandFailure("cannot discover: an interface has changed meanwhile; try again");
 }
 
 }  // namespace qvio_tool

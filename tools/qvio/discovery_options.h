@@ -13,6 +13,9 @@ inline constexpr const char* kWhatToCheck =
     "check that it is powered and on the same network segment, and that the firewall lets UDP 65110 and "
     "65111 in";
 
+/// What to do when discovery cannot use an address.
+inline constexpr const char* kWhichAddresses = "\"qvio ifaces\" shows the addresses of this machine";
+
 /// The arguments of every command that discovers.
 struct DiscoveryOptions {
   std::vector<std::string> ifaces;  ///< as given; empty: all
@@ -27,8 +30,5 @@ struct DiscoveryOptions {
   /// The local addresses to work over, never none. Throws CommandFailure that names a malformed one.
   [[nodiscard]] quorvind::IP4Set addresses() const;
 };
-
-/// Throws the CommandFailure that tells which address discovery cannot use.
-[[noreturn]] void ThrowUnusable(const quorvind::IP4Set& addresses);
 
 }  // namespace qvio_tool

@@ -20,7 +20,7 @@ std::string ListedText(std::size_t expectedSize, Call call) {
     const uint32_t result = call(text.data(), &size);
     text.resize(size);
     if (result == QV_IO_OK) return text;
-    if (result != QV_IO_ERROR_BUFFER_TOO_SMALL) throw CommandFailure(ExplainListFailure(result));
+    if (result != QV_IO_ERROR_BUFFER_TOO_SMALL) throw CommandFailure(FailureText());
   }
 }
 

@@ -1,8 +1,6 @@
 #include "result_text.h"
 
-#include <fcntl.h>
 #include <grp.h>
-#include <netdb.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,12 +8,12 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <string_view>
 
 #include "option_text.h"
 #include "quorvio/quorvio.h"
-#include "util/unique_fd.h"
+#include "text_codec.h"
+#include "util/failure.h"
 
 namespace qvio_tool {
 namespace {
@@ -32,8 +30,6 @@ constexpr const char* kLocatorForms =
     "a locator is serial:PATH, network:HOST:PORT, network:sn:SERIAL, usb:sn:SERIAL, usb:id:NUMBER or "
     "usb:ix:INDEX";
 
-constexpr const char* kNoDriver = "FTDI's libraries libftd2xx.so and libftchipid.so could not be loaded";
-
 bool IsSerial(std::string_view locator) { return locator.starts_with(kSerialWord); }
 bool IsUsb(std::string_view locator) { return locator.starts_with("usb:"); }
 
@@ -44,7 +40,7 @@ std::string NameOf(const group* group, gid_t id) {
   return group != nullptr ? group->gr_name : std::to_string(id);
 }
 
-std::string ExplainForbidden(const std::string& path, const struct stat& file) {
+std::string ForbiddenHint(const std::string& path, const struct stat& file) {
   std::array<char, 16> mode{};
   std::snprintf(mode.data(), mode.size(), "%04o", file.st_mode & 07777U);
   const auto groupName = NameOf(::getgrgid(file.st_gid), file.st_gid);
@@ -53,69 +49,40 @@ std::string ExplainForbidden(const std::string& path, const struct stat& file) {
          mode.data() + (groupMay ? "; add yourself to " + groupName : "; ask its owner for access");
 }
 
-std::string ExplainSerialPort(const std::string& path) {
+std::string SerialPortHint(const std::string& path) {
   struct stat file {};
-  if (::stat(path.c_str(), &file) != 0)
-    return path + ": " + std::strerror(errno) + "; is the device plugged in?";
-  if (S_ISDIR(file.st_mode)) return path + " is a directory";
-  const cppu::UniqueFd fd(::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
-  if (!fd && errno == EACCES) return ExplainForbidden(path, file);
-  if (!fd) return path + ": " + std::strerror(errno);
-  if (::isatty(fd.get()) == 0) return path + " is not a serial port";
-  return path + " refuses the line settings";
+  if (::stat(path.c_str(), &file) != 0) return "is the device plugged in?";
+  const bool forbidden = ::access(path.c_str(), R_OK | W_OK) != 0 && errno == EACCES;
+  return forbidden ? ForbiddenHint(path, file) : "";
 }
 
-std::string ExplainSerialNumber(const std::string& options) {
-  std::string text = "discovery has found no device with this serial number";
-  if (!OptionValue(options, "iface")) text += "; to search for it, give -o \"iface network:ADDRESS\"";
-  return text + "; \"qvio list\" shows the devices there are";
+std::string SpeedHint(const std::string& options) {
+  return OptionValue(options, "baudrate") ? "" : "give the speed: -o \"baudrate 115200\"";
 }
 
-std::string ExplainHost(std::string_view locator, const std::string& options) {
-  auto host = std::string(locator.substr(locator.find(':') + 1));
-  if (host.starts_with("sn:")) return ExplainSerialNumber(options);
-  host = host.substr(0, host.find(':'));
-  addrinfo hints{};
-  hints.ai_family = AF_INET;
-  addrinfo* found = nullptr;
-  const int error = ::getaddrinfo(host.c_str(), nullptr, &hints, &found);
-  if (error != 0) return host + ": " + ::gai_strerror(error);
-  ::freeaddrinfo(found);
-  return host + " does not take the connection; is the device switched on, and the port right?";
-}
-
-std::string ExplainArgument(std::string_view locator, const std::string& options) {
-  if (IsSerial(locator) && !OptionValue(options, "baudrate")) return "give the speed: -o \"baudrate 115200\"";
+std::string NotFoundHint(const std::string& locator, const std::string& options) {
   if (IsUsb(locator))
-    return "give the speed (-o \"baudrate 115200\") if the product has none, and options with valid values";
-  if (IsSerial(locator)) return "an option is unknown or its value is no number above 0";
-  return "give a port from 1 to 65535 (network:HOST:PORT or -o \"port N\"), and options with valid values";
+    return "another program may have it open; \"qvio list --kind usb --all\" shows the chips there are";
+  if (!locator.starts_with("network:sn:")) return "is the device switched on, and the port right?";
+  const std::string search =
+      OptionValue(options, "iface") ? "" : "to search for it, give -o \"iface network:ADDRESS\"; ";
+  return search + "\"qvio list\" shows the devices there are";
 }
 
-std::string ExplainSystemFailure(const std::string& locator) {
-  if (IsSerial(locator)) return ExplainSerialPort(SerialPath(locator));
-  if (IsUsb(locator))
-    return "FTDI's driver refuses; may you use the device, and is the kernel's ftdi_sio unloaded?";
-  return "the system gives no socket or thread";
-}
-
-std::string ExplainNotFound(const std::string& locator, const std::string& options) {
-  if (!IsUsb(locator)) return ExplainHost(locator, options);
-  return "no such chip, or another program has it open; \"qvio list --kind usb --all\" shows those there are";
-}
-
-std::string Explain(uint32_t result, const std::string& locator, const std::string& options) {
+/// What to do next; empty where the reason says enough.
+std::string HintFor(uint32_t result, const std::string& locator, const std::string& options) {
   switch (result) {
     case QV_IO_ERROR_INVALID_LOCATOR:
       return kLocatorForms;
     case QV_IO_ERROR_DEVICE_NOT_FOUND:
-      return ExplainNotFound(locator, options);
+      return NotFoundHint(locator, options);
     case QV_IO_ERROR_INVALID_ARGUMENT:
-      return ExplainArgument(locator, options);
+      return IsSerial(locator) || IsUsb(locator) ? SpeedHint(options) : "";
     case QV_IO_ERROR_DRIVER_FAILURE:
-      return ExplainSystemFailure(locator);
+      if (IsSerial(locator)) return SerialPortHint(SerialPath(locator));
+      return IsUsb(locator) ? "may you use the device, and is the kernel's ftdi_sio unloaded?" : "";
     case QV_IO_ERROR_DRIVER_UNAVAILABLE:
-      return kNoDriver;
+      return "install FTDI's libraries libftd2xx.so and libftchipid.so";
     default:
       return "";
   }
@@ -128,20 +95,14 @@ std::string ResultText(uint32_t result) {
   return name + " (result " + std::to_string(result) + ")";
 }
 
-std::string ExplainOpenFailure(uint32_t result, const std::string& locator, const std::string& options) {
-  const auto hint = Explain(result, locator, options);
-  return "cannot open " + locator + ": " + ResultText(result) + (hint.empty() ? "" : ": " + hint);
+std::string WithHint(const std::string& text, const std::string& hint) {
+  return hint.empty() ? text : text + "\nqvio: hint: " + hint;
 }
 
-std::string ExplainSendFailure(uint32_t result, const std::string& locator) {
-  const bool refused = result == QV_IO_ERROR_TRANSMIT_FAILED && locator.starts_with("network:");
-  return "cannot send: " + ResultText(result) +
-         (refused ? ": the peer has refused or closed the connection" : "");
-}
+std::string FailureText() { return OneLine(qvio::LastFailureReason()); }
 
-std::string ExplainListFailure(uint32_t result) {
-  const auto text = "cannot list: " + ResultText(result);
-  return result == QV_IO_ERROR_DRIVER_UNAVAILABLE ? text + ": " + kNoDriver : text;
+std::string OpenFailureText(uint32_t result, const std::string& locator, const std::string& options) {
+  return WithHint(FailureText(), HintFor(result, locator, options));
 }
 
 }  // namespace qvio_tool

@@ -22,14 +22,13 @@ class CommandFailure : public std::runtime_error {
 /// "connection lost (result 7)".
 std::string ResultText(uint32_t result);
 
-/// Why an open failed and what helps, in one line.
-/// @param options  the option text that was given to the library
-std::string ExplainOpenFailure(uint32_t result, const std::string& locator, const std::string& options);
+/// The text, and on a second line what to do next if the hint says so.
+std::string WithHint(const std::string& text, const std::string& hint);
 
-/// The same for a failed send.
-std::string ExplainSendFailure(uint32_t result, const std::string& locator);
+/// Why the library's last failed call on this thread has failed.
+std::string FailureText();
 
-/// The same for a failed listing.
-std::string ExplainListFailure(uint32_t result);
+/// The same after an open with these arguments, and what to do next.
+std::string OpenFailureText(uint32_t result, const std::string& locator, const std::string& options);
 
 }  // namespace qvio_tool

@@ -37,8 +37,10 @@ class Chip {
   }
   ~Chip() { close(); }
 
-  /// Both give none when the driver refuses, because some process has the chip open for instance.
-  static std::optional<Chip> openBySerialNumber(const D2xxFunctions& functions, std::string serialNumber);
+  /// Throws Failure with QV_IO_ERROR_DRIVER_FAILURE.
+  static Chip openBySerialNumber(const D2xxFunctions& functions, std::string serialNumber);
+
+  /// None when the driver refuses, because some process has the chip open for instance.
   static std::optional<Chip> openByIndex(const D2xxFunctions& functions, std::size_t index);
 
   void close() noexcept;
@@ -58,11 +60,11 @@ class Chip {
   [[nodiscard]] std::optional<uint32_t> id() const;
 
   /// Writes all bytes within the limit. A stop request ends it between two writes, and a rest at once.
+  /// Throws Failure: QV_IO_ERROR_CONNECTION_LOST, the driver has lost the chip; QV_IO_ERROR_TRANSMIT_FAILED,
+  /// any other failure, the limit, or the stop request.
   /// @param stop  may be null
-  /// @return QV_IO_OK; QV_IO_ERROR_CONNECTION_LOST: the driver has lost the chip;
-  ///         QV_IO_ERROR_TRANSMIT_FAILED: any other failure, the limit, or the stop request
-  [[nodiscard]] uint32_t write(std::span<const uint8_t> bytes, std::chrono::milliseconds limit,
-                               const cppu::StopSignal* stop) const;
+  void write(std::span<const uint8_t> bytes, std::chrono::milliseconds limit,
+             const cppu::StopSignal* stop) const;
 
  private:
   Chip(const D2xxFunctions& functions, d2xx::Handle handle) : functions_(&functions), handle_(handle) {}

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "io/ftdi/chip.h"
-#include "options/result.h"
+#include "util/failure.h"
 
 namespace qvio {
 namespace {
@@ -33,13 +33,15 @@ std::string_view TrimDescription(std::string_view description, bool isHighSpeed)
   return trims ? description.substr(0, description.size() - 2) : description;
 }
 
-std::optional<std::vector<UsbDevice>> ReadUsbDevices(const D2xxFunctions& functions) {
+std::vector<UsbDevice> ReadUsbDevices(const D2xxFunctions& functions) {
   uint32_t count = 0;
-  if (functions.FT_CreateDeviceInfoList(&count) != d2xx::Ok) return {};
+  RequireDriver(functions.FT_CreateDeviceInfoList(&count), "FT_CreateDeviceInfoList",
+                QV_IO_ERROR_QUERY_FAILED);
   std::vector<UsbDevice> devices;
   if (count == 0) return devices;
   std::vector<d2xx::DeviceNode> nodes(count);
-  if (functions.FT_GetDeviceInfoList(nodes.data(), &count) != d2xx::Ok) return {};
+  RequireDriver(functions.FT_GetDeviceInfoList(nodes.data(), &count), "FT_GetDeviceInfoList",
+                QV_IO_ERROR_QUERY_FAILED);
   nodes.resize(std::min<std::size_t>(nodes.size(), count));  // chips may have gone in between
   std::ranges::transform(nodes, std::back_inserter(devices), Describe);
   return devices;
@@ -54,9 +56,8 @@ std::vector<UsbDeviceList::Entry>& UsbDeviceList::upToDate(const D2xxFunctions& 
   valid_ = false;
   lastScan_ = now;
   auto devices = ReadUsbDevices(functions);
-  Require(devices.has_value(), QV_IO_ERROR_QUERY_FAILED);
   entries_.clear();
-  for (auto& device : *devices) entries_.push_back({std::move(device), {}, {}});
+  for (auto& device : devices) entries_.push_back({std::move(device), {}, {}});
   valid_ = true;
   return entries_;
 }

@@ -32,8 +32,8 @@ struct UsbDevice {
 /// in the description of a high-speed chip its last two characters go. Products rely on that as it is.
 std::string_view TrimDescription(std::string_view description, bool isHighSpeed);
 
-/// Asks the driver which chips there are, in its order; none on failure.
-std::optional<std::vector<UsbDevice>> ReadUsbDevices(const D2xxFunctions& functions);
+/// Asks the driver which chips there are, in its order. Throws Failure with QV_IO_ERROR_QUERY_FAILED.
+std::vector<UsbDevice> ReadUsbDevices(const D2xxFunctions& functions);
 
 /// The driver's list, kept for a while, since the driver is slow to list. Caller holds the USB mutex, except
 /// to drop the list.

@@ -57,6 +57,10 @@ constexpr std::array kEntryPoints{
 
 }  // namespace
 
+void RequireDriver(uint32_t status, const char* function, uint32_t code) {
+  Require(status == d2xx::Ok, code, "% failed with status %", {function, status});
+}
+
 bool FtdiDriver::ensureLoaded() {
   if (failed_ || loaded_) return loaded_;
   loaded_ = load();
@@ -67,15 +71,24 @@ bool FtdiDriver::ensureLoaded() {
 /// The handles of the libraries are neither kept nor closed: what they have found must stay.
 bool FtdiDriver::load() {
   void* const driver = ::dlopen("libftd2xx.so", RTLD_NOW);
+  if (driver == nullptr) noteProblem();
   void* const chipId = ::dlopen("libftchipid.so", RTLD_NOW);
+  if (driver != nullptr && chipId == nullptr) noteProblem();
   if (driver == nullptr || chipId == nullptr) return false;
   ::dlerror();  // forgets what an application left behind
   return std::ranges::all_of(kEntryPoints, [&](const EntryPoint& entry) {
     void* const address = ::dlsym(entry.library == Library::Driver ? driver : chipId, entry.name);
-    if (::dlerror() != nullptr) return false;
+    if (noteProblem()) return false;
     entry.store(functions_, address);
     return true;
   });
+}
+
+/// Keeps the dynamic linker's text about the last call, if that failed.
+bool FtdiDriver::noteProblem() {
+  const char* const text = ::dlerror();
+  if (text != nullptr) problem_ = Reason("%", {text});
+  return text != nullptr;
 }
 
 void FtdiDriver::onLibraryLoad() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "io/ftdi/d2xx.h"
+#include "util/failure.h"
 
 namespace qvio {
 
@@ -36,6 +37,9 @@ struct D2xxFunctions {
   Api::FTID_GetChipIDFromHandle* FTID_GetChipIDFromHandle = nullptr;
 };
 
+/// Throws Failure with the name of the driver's function unless it has succeeded.
+void RequireDriver(uint32_t status, const char* function, uint32_t code = QV_IO_ERROR_DRIVER_FAILURE);
+
 /// The binding to FTDI's libraries, which are found at run time by the system's rules and stay loaded. A
 /// failed attempt is final: a driver that is installed later needs a new process. Once it is loaded the
 /// functions may be called on any thread; load attempts do not overlap, since the first is made while the
@@ -53,11 +57,16 @@ class FtdiDriver {
 
   [[nodiscard]] const D2xxFunctions& functions() const { return functions_; }
 
+  /// After a failed attempt: what is missing.
+  [[nodiscard]] const Reason& problem() const { return problem_; }
+
  private:
   [[nodiscard]] bool load();
+  bool noteProblem();
 
   bool failed_ = false;
   bool loaded_ = false;
+  Reason problem_;
   D2xxFunctions functions_;
 };
 

@@ -7,19 +7,23 @@
 #include <vector>
 
 #include "options/locator.h"
-#include "options/result.h"
+#include "util/failure.h"
 
 namespace qvio {
 namespace {
 
 using Entries = std::vector<UsbDeviceList::Entry>;
 
+[[noreturn]] void FailForm(std::string_view locator) {
+  Fail(QV_IO_ERROR_INVALID_LOCATOR, "not usb:sn:SERIAL, usb:id:NUMBER or usb:ix:INDEX: %", {locator});
+}
+
 /// A decimal number, whole.
 uint64_t ReadNumber(std::string_view text) {
   uint64_t number = 0;
   const auto* const end = text.data() + text.size();
   const auto [rest, error] = std::from_chars(text.data(), end, number);
-  Require(error == std::errc{} && rest == end, QV_IO_ERROR_INVALID_LOCATOR);
+  Require(error == std::errc{} && rest == end, QV_IO_ERROR_INVALID_LOCATOR, "not a number: %", {text});
   return number;
 }
 
@@ -35,51 +39,57 @@ bool IsWanted(const UsbDevice& device, const UsbOptions& options) {
 const Entries& ReadList(UsbAccess& usb, bool force) {
   try {
     return usb.devices().upToDate(usb.functions(), force);
-  } catch (const Failure&) {
-    throw Failure(QV_IO_ERROR_DRIVER_FAILURE);
+  } catch (const Failure& failure) {
+    Fail(QV_IO_ERROR_DRIVER_FAILURE, "%", {failure.what()});
   }
 }
 
-template <class Predicate>
-UsbDevice FindFirst(const Entries& entries, Predicate predicate) {
-  const auto found = std::ranges::find_if(entries, predicate, &UsbDeviceList::Entry::device);
-  Require(found != entries.end(), QV_IO_ERROR_DEVICE_NOT_FOUND);
-  return found->device;
+/// @param kind  of the value: "serial number", "index" or "id"
+[[noreturn]] void FailNotFound(std::string_view kind, std::string_view value, const UsbOptions& options) {
+  Fail(QV_IO_ERROR_DEVICE_NOT_FOUND, "no available chip% has the % %",
+       {options.productNames.empty() ? "" : " of the given product-name", kind, value});
 }
 
 UsbDevice BySerialNumber(std::string_view serialNumber, const UsbOptions& options, UsbAccess& usb) {
-  return FindFirst(ReadList(usb, true), [&](const UsbDevice& device) {
+  const auto& entries = ReadList(usb, true);
+  const auto isNamed = [&](const UsbDevice& device) {
     // A dual-channel chip is known by the serial number without the letter of its first channel.
     const auto* const channel = device.isHighSpeedDualChannel() ? "A" : "";
     return IsWanted(device, options) && device.serialNumber == std::string(serialNumber) + channel;
-  });
+  };
+  const auto found = std::ranges::find_if(entries, isNamed, &UsbDeviceList::Entry::device);
+  if (found == entries.end()) FailNotFound("serial number", serialNumber, options);
+  return found->device;
 }
 
-UsbDevice ByIndex(uint64_t index, const UsbOptions& options, UsbAccess& usb) {
+UsbDevice ByIndex(std::string_view text, const UsbOptions& options, UsbAccess& usb) {
+  auto left = ReadNumber(text);
   const auto& entries = ReadList(usb, true);
-  Require(index < entries.size(), QV_IO_ERROR_DEVICE_NOT_FOUND);
-  return FindFirst(entries,
-                   [&](const UsbDevice& device) { return IsWanted(device, options) && index-- == 0; });
+  const auto isNext = [&](const UsbDevice& device) { return IsWanted(device, options) && left-- == 0; };
+  const auto found = std::ranges::find_if(entries, isNext, &UsbDeviceList::Entry::device);
+  if (found == entries.end()) FailNotFound("index", text, options);
+  return found->device;
 }
 
 /// By the list as it is kept: reading the chips' ids takes long.
-UsbDevice ByChipId(uint64_t id, const UsbOptions& options, UsbAccess& usb) {
+UsbDevice ByChipId(std::string_view text, const UsbOptions& options, UsbAccess& usb) {
+  const auto id = ReadNumber(text);
   const auto& entries = ReadList(usb, false);
   unsigned long count = 0;
-  Require(usb.functions().FTID_GetNumDevices(&count) == d2xx::Ok, QV_IO_ERROR_DRIVER_FAILURE);
+  RequireDriver(usb.functions().FTID_GetNumDevices(&count), "FTID_GetNumDevices");
   for (std::size_t i = 0; i < entries.size(); ++i) {
     if (!IsProduct(entries[i].device, options)) continue;
     const auto known = usb.devices().chipId(usb.functions(), i);
     if (known && *known == id) return entries[i].device;
   }
-  throw Failure(QV_IO_ERROR_DEVICE_NOT_FOUND);
+  FailNotFound("id", text, options);
 }
 
 }  // namespace
 
 void RequireUsbLocator(std::string_view locator) {
   const auto fields = LocatorFields(locator);
-  Require(fields.size() == 3 && fields[0] == "usb", QV_IO_ERROR_INVALID_LOCATOR);
+  if (fields.size() != 3 || fields[0] != "usb") FailForm(locator);
 }
 
 UsbDevice FindChip(std::string_view locator, const UsbOptions& options, UsbAccess& usb) {
@@ -87,9 +97,9 @@ UsbDevice FindChip(std::string_view locator, const UsbOptions& options, UsbAcces
   const auto form = fields.at(1);
   const auto value = fields.at(2);
   if (form == "sn") return BySerialNumber(value, options, usb);
-  if (form == "ix") return ByIndex(ReadNumber(value), options, usb);
-  if (form == "id") return ByChipId(ReadNumber(value), options, usb);
-  throw Failure(QV_IO_ERROR_INVALID_LOCATOR);
+  if (form == "ix") return ByIndex(value, options, usb);
+  if (form == "id") return ByChipId(value, options, usb);
+  FailForm(locator);
 }
 
 }  // namespace qvio

@@ -10,9 +10,8 @@
 #include "io/ftdi/find_chip.h"
 #include "io/ftdi/link_settings.h"
 #include "io/ftdi/usb.h"
-#include "options/result.h"
+#include "util/failure.h"
 #include "util/scope_exit.h"
-#include "util/text_out.h"
 
 namespace qvio {
 namespace {
@@ -31,26 +30,27 @@ std::optional<uint16_t> ReadFlowControl(const std::optional<std::string>& word) 
   for (const auto& [name, value] : kWords) {
     if (*word == name) return value;
   }
-  throw Failure(QV_IO_ERROR_INVALID_ARGUMENT);
+  Fail(QV_IO_ERROR_INVALID_ARGUMENT, "ftdi-flow-control is not none, rtscts or dtrdsr: %", {*word});
 }
 
 void CheckOptions(const UsbOptions& options) {
-  const auto demand = [](bool condition) { Require(condition, QV_IO_ERROR_INVALID_ARGUMENT); };
-  demand(options.healthCheck == 0 || options.healthCheck >= kShortestHealthCheck);
-  demand(options.baudrate != 0U);
+  Require(options.healthCheck == 0 || options.healthCheck >= kShortestHealthCheck,
+          QV_IO_ERROR_INVALID_ARGUMENT, "health-check % is neither 0 nor at least %",
+          {options.healthCheck, kShortestHealthCheck});
+  Require(options.baudrate != 0U, QV_IO_ERROR_INVALID_ARGUMENT, "baudrate is 0");
   ReadFlowControl(options.ftdiFlowControl);
-  demand(options.ftdiLatency >= 1 && options.ftdiLatency <= kLongestLatency);
+  Require(options.ftdiLatency >= 1 && options.ftdiLatency <= kLongestLatency, QV_IO_ERROR_INVALID_ARGUMENT,
+          "ftdi-latency % is not within 1 to %", {options.ftdiLatency, kLongestLatency});
 }
 
 Chip OpenConfigured(const UsbDevice& device, const UsbOptions& options, const D2xxFunctions& functions) {
-  Require(!device.serialNumber.empty(), QV_IO_ERROR_DEVICE_NOT_FOUND);
+  Require(!device.serialNumber.empty(), QV_IO_ERROR_DEVICE_NOT_FOUND, "the chip has no serial number");
   auto chip = Chip::openBySerialNumber(functions, device.serialNumber);
-  Require(chip.has_value(), QV_IO_ERROR_DRIVER_FAILURE);
-  const auto userArea = chip->readUserArea();
+  const auto userArea = chip.readUserArea();
   const auto settings = ChooseLinkSettings({userArea, device.rawDescription, device.isHighSpeedDualChannel()},
                                            options.baudrate, ReadFlowControl(options.ftdiFlowControl));
-  chip->configure(settings, {options.rxTimeout, options.txTimeout, options.ftdiLatency});
-  return std::move(*chip);
+  chip.configure(settings, {options.rxTimeout, options.txTimeout, options.ftdiLatency});
+  return chip;
 }
 
 /// What a failed driver call tells the application.
@@ -80,7 +80,7 @@ void IoFtdi::start(std::shared_ptr<IoDevice> self) {
   stop_.emplace();
   const auto status =
       chip_.functions().FT_SetEventNotification(chip_.handle(), d2xx::kEventReceived, event_->driverHandle());
-  Require(status == d2xx::Ok, QV_IO_ERROR_DRIVER_FAILURE);
+  RequireDriver(status, "FT_SetEventNotification");
   thread_ = cppu::Thread("qvio-rx", {std::move(self), this});
 }
 
@@ -166,17 +166,19 @@ uint32_t IoFtdi::send(const void* data, std::size_t length) {
   const std::span bytes(static_cast<const uint8_t*>(data), length);
   if (bytes.empty()) return QV_IO_OK;
   const std::shared_lock lock(inUse_);
-  // The chip is closed by the receive thread on the way out: what comes after the stop is not begun.
-  if (stop_->requested()) return QV_IO_ERROR_TRANSMIT_FAILED;
-  return chip_.write(bytes, sendLimit_, &*stop_);
+  // The chip is closed by the receive thread on the way out: a write begins only before the stop.
+  return ResultOf([&] { chip_.write(bytes, sendLimit_, &*stop_); });
 }
 
 uint32_t IoFtdi::getProperty(const char* key, char* buffer, std::size_t* size) {
-  if (std::string_view(key) != "ftdi-id") return QV_IO_ERROR_PROPERTY_UNAVAILABLE;
-  const std::shared_lock lock(inUse_);
-  const auto id = chip_ ? chip_.id() : std::nullopt;
-  if (!id) return QV_IO_ERROR_NOT_SUPPORTED;
-  return cppu::CopyProperty(std::to_string(*id), buffer, *size) ? QV_IO_OK : QV_IO_ERROR_BUFFER_TOO_SMALL;
+  return ResultOf([&] {
+    Require(std::string_view(key) == "ftdi-id", QV_IO_ERROR_PROPERTY_UNAVAILABLE,
+            "a USB link has no property %", {key});
+    const std::shared_lock lock(inUse_);
+    const auto id = chip_ ? chip_.id() : std::nullopt;
+    Require(id.has_value(), QV_IO_ERROR_NOT_SUPPORTED, "the chip's id cannot be read");
+    handOut(std::to_string(*id), buffer, size);
+  });
 }
 
 }  // namespace qvio

@@ -7,7 +7,7 @@
 
 #include "io/ftdi/protocol_id.h"
 #include "io/ftdi/usb.h"
-#include "options/result.h"
+#include "util/failure.h"
 #include "util/number.h"
 #include "util/text.h"
 
@@ -104,7 +104,8 @@ PropertyRecord MakeRecord(const UsbDevice& device, const Answers& answers, bool 
 }
 
 bool ReadLocatorById(const std::string& word) {
-  Require(word == "sn" || word == "id", QV_IO_ERROR_INVALID_ARGUMENT);
+  Require(word == "sn" || word == "id", QV_IO_ERROR_INVALID_ARGUMENT,
+          "locator-format-usb is neither sn nor id: %", {word});
   return word == "id";
 }
 
@@ -115,13 +116,14 @@ std::string ListUsbLocators(std::string_view optionText) {
   const auto options = ReadUsbLocatorOptions(optionText);
   const bool parts = options.includeSn || options.includeId || options.includeDs || options.includeUsbVid ||
                      options.includeUsbPid;
-  Require(!options.canonicalLocator || !parts, QV_IO_ERROR_INVALID_ARGUMENT);
+  Require(!options.canonicalLocator || !parts, QV_IO_ERROR_INVALID_ARGUMENT,
+          "canonical-locator allows no include option");
   const LocatorFilter filter{options.productName, ReadFilter("usb-vid", options.usbVid),
                              ReadFilter("usb-pid", options.usbPid)};
   const auto& entries = usb.devices().upToDate(usb.functions(), options.forceRescan);
   if (options.includeId) {
     unsigned long count = 0;
-    Require(usb.functions().FTID_GetNumDevices(&count) == d2xx::Ok, QV_IO_ERROR_QUERY_FAILED);
+    RequireDriver(usb.functions().FTID_GetNumDevices(&count), "FTID_GetNumDevices", QV_IO_ERROR_QUERY_FAILED);
   }
   std::vector<std::string> lines;
   for (std::size_t i = 0; i < entries.size(); ++i) {

@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "io/ftdi/chip.h"
-#include "options/result.h"
 #include "util/bytes.h"
+#include "util/failure.h"
 
 namespace qvio {
 namespace {
@@ -39,7 +39,7 @@ Bytes ReadExactly(const Chip& chip, uint32_t size) {
   Bytes bytes(size);
   uint32_t got = 0;
   const auto status = chip.functions().FT_Read(chip.handle(), bytes.data(), size, &got);
-  Require(status == d2xx::Ok && got == size, QV_IO_ERROR_RECEIVE_FAILED);
+  Require(status == d2xx::Ok && got == size, QV_IO_ERROR_RECEIVE_FAILED, "no protocol id");
   return bytes;
 }
 
@@ -49,7 +49,7 @@ Bytes ReadMessage(const Chip& chip) {
   cppu::ByteReader in(header);
   const auto start = in.le<uint8_t>();
   const auto length = in.le<uint16_t>();
-  Require(start == kStartByte && length != 0, QV_IO_ERROR_RECEIVE_FAILED);
+  Require(start == kStartByte && length != 0, QV_IO_ERROR_RECEIVE_FAILED, "no protocol id");
   return ReadExactly(chip, length);
 }
 
@@ -60,7 +60,7 @@ std::optional<uint8_t> Exchange(const Chip& chip, const UsbDevice& device) {
       ChooseLinkSettings({userArea, device.rawDescription, device.isHighSpeedDualChannel()}, {}, {});
   chip.configure(settings,
                  {static_cast<uint32_t>(kLimit.count()), static_cast<uint32_t>(kLimit.count()), kLatencyMs});
-  if (chip.write(IdentityRequest(), kLimit, nullptr) != QV_IO_OK) return {};
+  chip.write(IdentityRequest(), kLimit, nullptr);
   const auto reply = ReadMessage(chip);
   if (reply.size() < 2 || reply[0] != kIdentityReply) return {};
   return reply[1];

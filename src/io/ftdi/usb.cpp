@@ -2,7 +2,7 @@
 
 #include <new>
 
-#include "options/result.h"
+#include "util/failure.h"
 #include "util/never_destroyed.h"
 
 namespace qvio {
@@ -19,7 +19,8 @@ void RenewUsb() {
 }
 
 UsbAccess::UsbAccess() : usb_(TheUsb()), lock_(usb_.mutex) {
-  Require(usb_.driver.ensureLoaded(), QV_IO_ERROR_DRIVER_UNAVAILABLE);
+  Require(usb_.driver.ensureLoaded(), QV_IO_ERROR_DRIVER_UNAVAILABLE, "FTDI's driver cannot be used: %",
+          {usb_.driver.problem().view()});
 }
 
 }  // namespace qvio

@@ -7,6 +7,7 @@
 
 #include "io/ftdi/d2xx.h"
 #include "io/ftdi/device_list.h"
+#include "util/failure.h"
 
 namespace qvio {
 namespace {
@@ -114,8 +115,8 @@ TEST(UsbDevices, AreReadWithinTheirArraysAndAsManyAsThereAre) {
   FakeDriver::nodes = {node};
   FakeDriver::announced = 3;  // two have gone in between
   const auto devices = ReadUsbDevices(FakeDriver::functions());
-  ASSERT_TRUE(devices && devices->size() == 1);
-  const auto& device = devices->front();
+  ASSERT_EQ(devices.size(), 1U);
+  const auto& device = devices.front();
   EXPECT_EQ(device.serialNumber, std::string(16, 'S'));
   EXPECT_EQ(device.description, std::string(64, 'D'));
   EXPECT_EQ(device.vid(), 0x0403U);
@@ -123,7 +124,7 @@ TEST(UsbDevices, AreReadWithinTheirArraysAndAsManyAsThereAre) {
   EXPECT_FALSE(device.isAvailable());
   EXPECT_TRUE(device.isHighSpeedDualChannel());
   FakeDriver::status = d2xx::IoError;
-  EXPECT_FALSE(ReadUsbDevices(FakeDriver::functions()));
+  EXPECT_THROW(ReadUsbDevices(FakeDriver::functions()), Failure);
   FakeDriver::status = d2xx::Ok;
 }
 

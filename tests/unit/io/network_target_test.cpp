@@ -3,7 +3,7 @@
 #include <string>
 
 #include "io/io_network.h"
-#include "options/result.h"
+#include "util/failure.h"
 
 namespace qvio {
 namespace {

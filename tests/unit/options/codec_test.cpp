@@ -7,7 +7,7 @@
 #include "options/locator.h"
 #include "options/options_map.h"
 #include "options/record_list.h"
-#include "options/result.h"
+#include "util/failure.h"
 
 namespace qvio {
 namespace {

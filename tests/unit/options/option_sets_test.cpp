@@ -5,7 +5,7 @@
 #include <functional>
 #include <string>
 
-#include "options/result.h"
+#include "util/failure.h"
 #include "util/number.h"
 
 namespace qvio {
