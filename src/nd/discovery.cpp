@@ -377,10 +377,7 @@ void AdoptSettings(const Settings& settings, DiscoveryEvents& events) {
   const std::lock_guard lock(state.mutex);
   state.events = &events;
   state.format = settings.format.value_or(state.format);
-  const auto requireNoProblem = [](const std::string& problem) {
-    qvio::Require(problem.empty(), QV_IO_ERROR_INVALID_ARGUMENT, "%", {problem});
-  };
-  if (!settings.watched) requireNoProblem(settings.problem);
+  if (!settings.watched) qvio::Fail(QV_IO_ERROR_INVALID_ARGUMENT, "%", {settings.problem});
   ByAddress<std::shared_ptr<DiscoverChannel>> active{kInitialBuckets};
   std::string problem;
   for (auto& channel : UsableChannels(state, *settings.watched, problem)) {
@@ -389,8 +386,8 @@ void AdoptSettings(const Settings& settings, DiscoveryEvents& events) {
   }
   state.active.swap(active);
   PurgeExpired(state);
-  requireNoProblem(settings.problem);
-  requireNoProblem(problem);
+  if (!settings.problem.empty()) problem = settings.problem;
+  qvio::Require(problem.empty(), QV_IO_ERROR_INVALID_ARGUMENT, "%", {problem});
 }
 
 void ForgetDiscovery(Time deadline) {
