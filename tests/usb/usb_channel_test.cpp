@@ -1,5 +1,7 @@
 // Bytes through a chip, the faults of chip and driver, and closing in every state.
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -189,6 +191,16 @@ TEST_F(Usb, GivesTheChipsId) {
   EXPECT_EQ(QV_IO_GetProperty(channel.handle(), "FTDI-ID", buffer, &size), QV_IO_ERROR_PROPERTY_UNAVAILABLE);
   const Channel without("usb:sn:SENSOR", "baudrate 9600");
   EXPECT_EQ(QV_IO_GetProperty(without.handle(), "ftdi-id", buffer, &size), QV_IO_ERROR_NOT_SUPPORTED);
+}
+
+TEST_F(Usb, FailsASendAfterACallbackHasEndedTheReceiveThread) {
+  uint32_t handle = 0;
+  const auto end = [](void*, const uint8_t*, std::size_t) { ::pthread_exit(nullptr); };
+  ASSERT_EQ(QV_IO_Open(&handle, "usb:sn:SLOW", "", nullptr, end, nullptr), QV_IO_OK);
+  EXPECT_EQ(QV_IO_Send(handle, "POS?\n", 5), QV_IO_OK);
+  EXPECT_TRUE(Eventually([&] { return openHandles() == 0; }));
+  EXPECT_EQ(QV_IO_Send(handle, "POS?\n", 5), QV_IO_ERROR_TRANSMIT_FAILED);
+  EXPECT_EQ(QV_IO_Close(handle, 1), QV_IO_OK);
 }
 
 TEST_F(Usb, BearsManyThreadsThatOpenListAndClose) {

@@ -167,7 +167,10 @@ uint32_t IoFtdi::send(const void* data, std::size_t length) {
   if (bytes.empty()) return QV_IO_OK;
   const std::shared_lock lock(inUse_);
   // The chip is closed by the receive thread on the way out: a write begins only before the stop.
-  return ResultOf([&] { chip_.write(bytes, sendLimit_, &*stop_); });
+  return ResultOf([&] {
+    Require(static_cast<bool>(chip_), QV_IO_ERROR_TRANSMIT_FAILED, "the receive thread has ended");
+    chip_.write(bytes, sendLimit_, &*stop_);
+  });
 }
 
 uint32_t IoFtdi::getProperty(const char* key, char* buffer, std::size_t* size) {
