@@ -13,8 +13,8 @@
 #include "options/option_sets.h"
 #include "options/options_map.h"
 #include "options/record_list.h"
-#include "util/failure.h"
 #include "script.h"
+#include "util/failure.h"
 
 namespace {
 
