@@ -52,7 +52,7 @@ class Thread {
   friend class Threads;
   struct Record;
 
-  static void* runRecord(void* record);
+  static void* runRecord(void* argument);
   void release() noexcept;
 
   std::shared_ptr<Record> record_;
