@@ -11,20 +11,12 @@
 #include <string_view>
 
 #include "option_text.h"
-#include "quorvio/quorvio.h"
+#include "quorvio/quorvio.hpp"
 #include "text_codec.h"
 #include "util/failure.h"
 
 namespace qvio_tool {
 namespace {
-
-constexpr std::array<std::string_view, 16> kNames{
-    "success",          "no free handle",   "invalid locator",
-    "device not found", "invalid argument", "driver or system failure",
-    "invalid handle",   "connection lost",  "receive failed",
-    "transmit failed",  "not supported",    "property unavailable",
-    "buffer too small", "query failed",     "driver unavailable",
-    "wrong event type"};
 
 constexpr const char* kLocatorForms =
     "a locator is serial:PATH, network:HOST:PORT, network:sn:SERIAL, usb:sn:SERIAL, usb:id:NUMBER or "
@@ -91,7 +83,7 @@ std::string HintFor(uint32_t result, const std::string& locator, const std::stri
 }  // namespace
 
 std::string ResultText(uint32_t result) {
-  const auto name = result < kNames.size() ? std::string(kNames.at(result)) : std::string("unknown result");
+  const auto name = make_error_code(static_cast<quorvio::Errc>(result)).message();
   return name + " (result " + std::to_string(result) + ")";
 }
 
