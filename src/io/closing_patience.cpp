@@ -10,14 +10,13 @@ constexpr auto kInAll = 5s;
 
 }  // namespace
 
-bool ClosingPatience::lasts(int64_t taken) {
+bool ClosingPatience::lasts(int64_t taken, Clock::time_point began) {
   const auto now = Clock::now();
   if (taken > mostTaken_) {
     mostTaken_ = taken;
     lastProgress_ = now;
   }
-  if (!began_) began_ = now;
-  return now < lastProgress_ + kWithoutProgress && now < *began_ + kInAll;
+  return now < lastProgress_ + kWithoutProgress && now < began + kInAll;
 }
 
 }  // namespace qvio

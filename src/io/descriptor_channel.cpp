@@ -49,7 +49,10 @@ void DescriptorChannel::close(bool wait) {
 }
 
 void DescriptorChannel::run() {
-  const cppu::ScopeExit release([this] { releaseDescriptor(); });  // also when a callback calls pthread_exit
+  const cppu::ScopeExit release([this] {  // also when a callback calls pthread_exit, which closes the channel
+    stop_->request();
+    releaseDescriptor();
+  });
   std::array<uint8_t, kReadBuffer> buffer;  // not zeroed: an idle channel does not touch its 64 KiB
   while (!stop_->requested()) {
     if (!receiveOnce(buffer)) stop_->wait(kRestAfterFault);
@@ -125,7 +128,7 @@ bool DescriptorChannel::fault(uint32_t notice) const {
 
 void DescriptorChannel::releaseDescriptor() noexcept {
   const std::lock_guard lock(sendMutex_);
-  const auto waits = [this](int queued) { return patience_.lasts(written_ - queued); };
+  const auto waits = [this](int queued) { return lasts(queued); };
   if (kind_.socket) {
     ReleaseSocket(std::move(fd_), peerTalks_, waits);
   } else {

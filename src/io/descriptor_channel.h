@@ -61,7 +61,8 @@ class DescriptorChannel : public IoDevice, private cppu::Worker {
   [[nodiscard]] bool waitWritable();
   [[nodiscard]] bool becomesWritableWhileClosing();
   [[nodiscard]] bool mayGoOn() { return !stop_->requested() || stillWaits(); }
-  [[nodiscard]] bool stillWaits() { return patience_.lasts(written_ - QueuedBytes(fd_.get())); }
+  [[nodiscard]] bool stillWaits() { return lasts(QueuedBytes(fd_.get())); }
+  [[nodiscard]] bool lasts(int queued) { return patience_.lasts(written_ - queued, stop_->requestTime()); }
 
   const DescriptorKind& kind_;
   /// Guards the descriptor against being closed during a send, and keeps sends apart. Held for a whole send;

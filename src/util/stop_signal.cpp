@@ -15,6 +15,8 @@ StopSignal::StopSignal() : event_(AboveStandardStreams(UniqueFd(::eventfd(0, EFD
 }
 
 void StopSignal::request() noexcept {
+  std::chrono::steady_clock::time_point never{};
+  requestTime_.compare_exchange_strong(never, std::chrono::steady_clock::now());
   requested_.store(true, std::memory_order_release);
   ::eventfd_write(event_.get(), 1);  // cannot fail: one writer adds 1 to a counter that nobody drains
 }

@@ -16,6 +16,11 @@ class StopSignal {
   void request() noexcept;
   [[nodiscard]] bool requested() const noexcept { return requested_.load(std::memory_order_acquire); }
 
+  /// When it was first requested; only once requested() is true.
+  [[nodiscard]] std::chrono::steady_clock::time_point requestTime() const noexcept {
+    return requestTime_.load();
+  }
+
   /// Readable from the request on.
   [[nodiscard]] int fd() const noexcept { return event_.get(); }
 
@@ -23,6 +28,7 @@ class StopSignal {
   void wait(std::chrono::milliseconds time) const;
 
  private:
+  std::atomic<std::chrono::steady_clock::time_point> requestTime_{};
   std::atomic<bool> requested_ = false;
   UniqueFd event_;
 };
