@@ -13,8 +13,9 @@ set_source_files_properties(
   io/ftdi/chip.cpp io/ftdi/device_list.cpp io/ftdi/driver.cpp io/ftdi/find_chip.cpp io/ftdi/link_settings.cpp
   io/ftdi/listing.cpp io/ftdi/protocol_id.cpp io/ftdi/usb.cpp
   io/io_network.cpp io/io_serial.cpp io/release_descriptor.cpp io/serial_ports.cpp io/tcp_connect.cpp
-  nd/discovery.cpp nd/interface_sockets.cpp nd/interface_texts.cpp nd/local_addresses.cpp nd/log.cpp nd/packet_text.cpp
-  nd/search_task.cpp options/locator.cpp options/option_sets.cpp options/options_map.cpp util/failure.cpp
+  nd/device_search.cpp nd/discovery.cpp nd/discovery_state.cpp nd/interface_sockets.cpp nd/interface_texts.cpp
+  nd/local_addresses.cpp nd/log.cpp nd/packet_text.cpp nd/search_task.cpp
+  options/locator.cpp options/option_sets.cpp options/options_map.cpp util/failure.cpp util/text_out.cpp
   PROPERTIES COMPILE_OPTIONS $<${optimised}:-Os>)
 
 if(NOT DEFINED CMAKE_INTERPROCEDURAL_OPTIMIZATION AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")

@@ -81,7 +81,8 @@ std::string RandomTexts::locator(Script& script) const {
   std::string text(script.oneOf(kLocatorStarts));
   text += script.text();
   text.resize(std::min(text.find('\0'), text.size()));
-  const auto kind = qvio::InterfaceTypeOf(text);
+  uint32_t kind = 0;
+  QV_IO_GetLocatorInterfaceType(&kind, text.c_str());
   if (kind == QV_IO_INTERFACE_SERIAL) text.insert(std::string_view("serial:").size(), "/dev/null/");
   if (kind == QV_IO_INTERFACE_NETWORK && !networkIsPrivate_) return "network:127.0.0.1:1";
   return text;

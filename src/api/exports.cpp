@@ -61,17 +61,8 @@ void RequireTextOut(const char* buffer, const std::size_t* size) {
 
 std::string_view TextOrEmpty(const char* text) { return text != nullptr ? text : std::string_view{}; }
 
-void HandOut(std::string_view text, char* buffer, std::size_t& size) {
-  Require(cppu::CopyListing(text, buffer, size), QV_IO_ERROR_BUFFER_TOO_SMALL,
-          "the text needs a buffer of % bytes", {text.size() + 1});
-}
-
-void HandOutEmpty(char* buffer, std::size_t& size) {
-  if (size != 0) buffer[0] = '\0';
-  size = 0;
-}
-
-std::shared_ptr<IoDevice> MakeChannel(uint32_t interfaceType, ChannelArguments arguments) {
+std::shared_ptr<IoDevice> MakeChannel(ChannelArguments arguments) {
+  const auto interfaceType = arguments.locator.interfaceType;
   switch (interfaceType) {
     case QV_IO_INTERFACE_USB:
       return std::make_shared<IoFtdi>(std::move(arguments));
@@ -84,17 +75,15 @@ std::shared_ptr<IoDevice> MakeChannel(uint32_t interfaceType, ChannelArguments a
   }
 }
 
-uint32_t OpenChannel(ChannelArguments arguments, uint32_t& handle) {
-  const auto interfaceType = RequireInterfaceType(arguments.locator);
-  const auto channel = MakeChannel(interfaceType, std::move(arguments));
-  if (const auto result = channel->open(channel); result != QV_IO_OK) return result;
+uint32_t OpenChannel(ChannelArguments arguments) {
+  const auto channel = MakeChannel(std::move(arguments));
+  channel->open(channel);
   // The slot is looked for only now, so that a slow open reserves nothing.
   const auto slot = TheLibrary().handles.store(channel);
   if (!slot) channel->close(true);
   Require(slot.has_value(), QV_IO_ERROR_NO_FREE_HANDLE, "all % handles are in use",
           {uint32_t{QV_IO_HANDLE_COUNT}});
-  handle = *slot;
-  return QV_IO_OK;
+  return *slot;
 }
 
 }  // namespace
@@ -115,7 +104,7 @@ uint32_t QV_IO_GetLocatorInterfaceType(uint32_t* interfaceType, const char* loca
   return Call([&] {
     RequirePointers(interfaceType);
     *interfaceType = 0;
-    *interfaceType = RequireInterfaceType(TextOrEmpty(locator));
+    *interfaceType = ReadLocator(TextOrEmpty(locator)).interfaceType;
   });
 }
 
@@ -130,10 +119,10 @@ uint32_t QV_IO_EnumerateDevices(uint32_t interfaceType, const char* options, cha
   return Call([&] {
     RequireTextOut(buffer, size);
     const auto result =
-        ResultOf([&] { HandOut(ListDevices(interfaceType, TextOrEmpty(options)), buffer, *size); });
+        ResultOf([&] { HandOutListing(ListDevices(interfaceType, TextOrEmpty(options)), buffer, *size); });
     // Callers that look at the text alone see no chip where there is no driver.
     if (result == QV_IO_ERROR_DRIVER_UNAVAILABLE && interfaceType == QV_IO_INTERFACE_USB) {
-      HandOutEmpty(buffer, *size);
+      HandOutNothing(buffer, *size);
     }
     return result;
   });
@@ -142,7 +131,7 @@ uint32_t QV_IO_EnumerateDevices(uint32_t interfaceType, const char* options, cha
 uint32_t QV_IO_EnumerateInterfaces(const char* options, char* buffer, size_t* size) {
   return Call([&] {
     RequireTextOut(buffer, size);
-    HandOut(ListInterfaces(TextOrEmpty(options)), buffer, *size);
+    HandOutListing(ListInterfaces(TextOrEmpty(options)), buffer, *size);
   });
 }
 
@@ -166,7 +155,7 @@ uint32_t QV_IO_GetErrorEventData(const QV_IO_Event* event, uint32_t* errorCode, 
             "not an error event");
     RequirePointers(errorCode);
     RequireTextOut(buffer, size);
-    HandOut(event->message, buffer, *size);
+    HandOutListing(event->message, buffer, *size);
     *errorCode = event->errorCode;
   });
 }
@@ -178,7 +167,7 @@ uint32_t QV_IO_GetDiscoveryEventData(const QV_IO_Event* event, const char* optio
                                                 event->type == QV_IO_EVENT_DEVICE_LOST);
     Require(discovery, QV_IO_ERROR_WRONG_EVENT_TYPE, "not a discovery event");
     RequireTextOut(buffer, size);
-    HandOut(EventDeviceText(*event, TextOrEmpty(options)), buffer, *size);
+    HandOutListing(EventDeviceText(*event, TextOrEmpty(options)), buffer, *size);
   });
 }
 
@@ -187,9 +176,8 @@ uint32_t QV_IO_Open(uint32_t* handle, const char* locator, const char* options, 
   return Call([&] {
     RequirePointers(handle);
     *handle = 0;
-    return OpenChannel(
-        {std::string(TextOrEmpty(locator)), std::string(TextOrEmpty(options)), userData, onReceive, onError},
-        *handle);
+    *handle = OpenChannel(
+        {ReadLocator(TextOrEmpty(locator)), std::string(TextOrEmpty(options)), userData, onReceive, onError});
   });
 }
 
@@ -201,7 +189,7 @@ uint32_t QV_IO_Send(uint32_t handle, const void* data, size_t length) {
   return Call([&] {
     const auto channel = TheLibrary().handles.at(handle);
     RequireBuffer(data, length);
-    return channel->send(data, length);
+    channel->send({static_cast<const uint8_t*>(data), length});
   });
 }
 
@@ -210,6 +198,8 @@ uint32_t QV_IO_GetProperty(uint32_t handle, const char* key, char* buffer, size_
     const auto channel = TheLibrary().handles.at(handle);
     RequirePointers(key);
     RequireTextOut(buffer, size);
-    return channel->getProperty(key, buffer, size);
+    // A TCP link has no property at all, which callers may also see by the empty text.
+    if (channel->interfaceType() == QV_IO_INTERFACE_NETWORK) HandOutNothing(buffer, *size);
+    HandOutProperty(channel->property(key), buffer, *size);
   });
 }

@@ -10,7 +10,7 @@ constexpr auto kInAll = 5s;
 
 }  // namespace
 
-bool ClosingPatience::lasts(int64_t taken, Clock::time_point began) {
+bool ClosingPatience::check(int64_t taken, Clock::time_point began) {
   const auto now = Clock::now();
   if (taken > mostTaken_) {
     mostTaken_ = taken;

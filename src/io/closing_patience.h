@@ -13,10 +13,11 @@ class ClosingPatience {
  public:
   using Clock = std::chrono::steady_clock;
 
-  /// Whether to wait on. Called only after the stop request was seen; caller holds the send lock.
+  /// Notes the progress, and returns whether to wait on. Called only after the stop request was seen; caller
+  /// holds the send lock.
   /// @param taken  bytes that the device has taken, counted from any start
   /// @param began  when the close began
-  [[nodiscard]] bool lasts(int64_t taken, Clock::time_point began);
+  [[nodiscard]] bool check(int64_t taken, Clock::time_point began);
 
  private:
   Clock::time_point lastProgress_;

@@ -35,12 +35,10 @@ void RequireNotClosed(bool condition) {
 DescriptorChannel::DescriptorChannel(const DescriptorKind& kind, ChannelArguments arguments)
     : IoDevice(std::move(arguments)), kind_(kind) {}
 
-uint32_t DescriptorChannel::open(std::shared_ptr<IoDevice> self) {
-  return ResultOf([&] {
-    fd_ = openDescriptor();
-    stop_.emplace();
-    thread_ = cppu::Thread("qvio-rx", {std::move(self), this});
-  });
+void DescriptorChannel::open(std::shared_ptr<IoDevice> self) {
+  fd_ = openDescriptor();
+  stop_.emplace();
+  thread_ = cppu::Thread("qvio-rx", {std::move(self), this});
 }
 
 void DescriptorChannel::close(bool wait) {
@@ -67,7 +65,7 @@ void DescriptorChannel::abandon() noexcept {
 /// Waits for input and hands it out. False after a fault, which asks for a rest.
 bool DescriptorChannel::receiveOnce(std::span<uint8_t> buffer) {
   std::array<pollfd, 2> entries{{{fd_.get(), POLLIN, 0}, {stop_->fd(), POLLIN, 0}}};
-  if (cppu::PollUntil(entries, {}) < 0) return fault(QV_IO_ERROR_RECEIVE_FAILED);
+  if (cppu::PollUntil(entries, {}) < 0) return reportFault(QV_IO_ERROR_RECEIVE_FAILED);
   const auto marks = entries[0].revents;
   // What arrives after a stop is for whoever opens the device next.
   if (marks == 0 || entries[1].revents != 0) return true;
@@ -85,14 +83,14 @@ bool DescriptorChannel::receiveOnce(std::span<uint8_t> buffer) {
 bool DescriptorChannel::receiveCounted(std::span<uint8_t> buffer) {
   int counted = 0;
   const auto asked = cppu::Uninterrupted([&] { return ::ioctl(fd_.get(), FIONREAD, &counted); });
-  if (asked < 0) return fault(QV_IO_ERROR_RECEIVE_FAILED);
-  if (counted < 1) return fault(kind_.nothingReady);
+  if (asked < 0) return reportFault(QV_IO_ERROR_RECEIVE_FAILED);
+  if (counted < 1) return reportFault(kind_.nothingReady);
   for (long waiting = counted; waiting > 0 && !stop_->requested();) {
     // More than was waiting is as welcome: it would have been the next pass's.
     const auto got = readSome(buffer);
     if (got < 0 && WouldBlock(errno)) return true;  // another reader of the device was faster
     if (got < 0 && (reportsErrors() || !kind_.failedReadIsDelivered))
-      return fault(QV_IO_ERROR_RECEIVE_FAILED);
+      return reportFault(QV_IO_ERROR_RECEIVE_FAILED);
     if (got > 0) {
       deliverInChunks(buffer.first(static_cast<std::size_t>(got)));
     } else {
@@ -121,14 +119,14 @@ void DescriptorChannel::deliverInChunks(std::span<const uint8_t> bytes) {
   }
 }
 
-bool DescriptorChannel::fault(uint32_t notice) const {
+bool DescriptorChannel::reportFault(uint32_t notice) const {
   if (notice != QV_IO_OK) report(notice);
   return false;
 }
 
 void DescriptorChannel::releaseDescriptor() noexcept {
   const std::lock_guard lock(sendMutex_);
-  const auto waits = [this](int queued) { return lasts(queued); };
+  const auto waits = [this](int queued) { return checkPatience(queued); };
   if (kind_.socket) {
     ReleaseSocket(std::move(fd_), peerTalks_, waits);
   } else {
@@ -136,11 +134,10 @@ void DescriptorChannel::releaseDescriptor() noexcept {
   }
 }
 
-uint32_t DescriptorChannel::send(const void* data, std::size_t length) {
-  const std::span bytes(static_cast<const uint8_t*>(data), length);
-  if (bytes.empty()) return QV_IO_OK;
+void DescriptorChannel::send(std::span<const uint8_t> bytes) {
+  if (bytes.empty()) return;
   const std::lock_guard lock(sendMutex_);
-  return ResultOf([&] { sendAll(bytes); });
+  sendAll(bytes);
 }
 
 void DescriptorChannel::sendAll(std::span<const uint8_t> rest) {
@@ -176,15 +173,15 @@ long DescriptorChannel::writeSome(std::span<const uint8_t> bytes) const {
 bool DescriptorChannel::waitWritable() {
   std::array<pollfd, 2> entries{{{fd_.get(), POLLOUT, 0}, {stop_->fd(), POLLIN, 0}}};
   if (cppu::PollUntil(entries, {}) < 0) return false;
-  return entries[0].revents != 0 || becomesWritableWhileClosing();
+  return entries[0].revents != 0 || waitWritableWhileClosing();
 }
 
 /// Looks in steps: bytes move long before TCP reports room, which it does when a third of its buffer is free,
 /// and a terminal may have room again without waking those who wait for it.
-bool DescriptorChannel::becomesWritableWhileClosing() {
+bool DescriptorChannel::waitWritableWhileClosing() {
   std::array<pollfd, 1> entry{{{fd_.get(), POLLOUT, 0}}};
   int ready = 0;
-  while (ready == 0 && stillWaits())
+  while (ready == 0 && checkPatience(QueuedBytes(fd_.get())))
     ready = cppu::PollUntil(entry, std::chrono::steady_clock::now() + kLookAgain);
   return ready > 0;
 }

@@ -32,9 +32,9 @@ struct DescriptorKind {
 /// state can be closed. Callers see what a blocking descriptor would show.
 class DescriptorChannel : public IoDevice, private cppu::Worker {
  public:
-  uint32_t open(std::shared_ptr<IoDevice> self) final;
+  void open(std::shared_ptr<IoDevice> self) final;
   void close(bool wait) final;
-  uint32_t send(const void* data, std::size_t length) final;
+  void send(std::span<const uint8_t> bytes) final;
 
  protected:
   DescriptorChannel(const DescriptorKind& kind, ChannelArguments arguments);
@@ -52,17 +52,18 @@ class DescriptorChannel : public IoDevice, private cppu::Worker {
   [[nodiscard]] bool receiveCounted(std::span<uint8_t> buffer);
   [[nodiscard]] long readSome(std::span<uint8_t> buffer) const;
   void deliverInChunks(std::span<const uint8_t> bytes);
-  [[nodiscard]] bool fault(uint32_t notice) const;
+  [[nodiscard]] bool reportFault(uint32_t notice) const;
   void releaseDescriptor() noexcept;
 
   // Sending; caller holds sendMutex_.
   void sendAll(std::span<const uint8_t> rest);
   [[nodiscard]] long writeSome(std::span<const uint8_t> bytes) const;
   [[nodiscard]] bool waitWritable();
-  [[nodiscard]] bool becomesWritableWhileClosing();
-  [[nodiscard]] bool mayGoOn() { return !stop_->requested() || stillWaits(); }
-  [[nodiscard]] bool stillWaits() { return lasts(QueuedBytes(fd_.get())); }
-  [[nodiscard]] bool lasts(int queued) { return patience_.lasts(written_ - queued, stop_->requestTime()); }
+  [[nodiscard]] bool waitWritableWhileClosing();
+  [[nodiscard]] bool mayGoOn() { return !stop_->requested() || checkPatience(QueuedBytes(fd_.get())); }
+  [[nodiscard]] bool checkPatience(int queued) {
+    return patience_.check(written_ - queued, stop_->requestTime());
+  }
 
   const DescriptorKind& kind_;
   /// Guards the descriptor against being closed during a send, and keeps sends apart. Held for a whole send;

@@ -3,9 +3,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
+#include "options/locator.h"
 #include "quorvio/quorvio.h"
 #include "util/fork.h"
 
@@ -13,7 +16,7 @@ namespace qvio {
 
 /// What the application gave to QV_IO_Open.
 struct ChannelArguments {
-  std::string locator;
+  Locator locator;
   std::string options;
   void* userData;
   QV_IO_ReceiveCallback onReceive;  ///< null: received bytes are discarded
@@ -26,31 +29,34 @@ struct ChannelArguments {
 class IoDevice {
  public:
   /// Stores its arguments and touches no device.
-  explicit IoDevice(ChannelArguments arguments);
+  explicit IoDevice(ChannelArguments arguments) : arguments_(std::move(arguments)) {
+    if (arguments_.onReceive == nullptr) arguments_.onReceive = Discard;
+  }
   IoDevice(const IoDevice&) = delete;
   IoDevice& operator=(const IoDevice&) = delete;
   virtual ~IoDevice() = default;
 
   /// Acquires the device and starts the receive thread. Called once, with the reference that the receive
-  /// thread will hold. Any result but QV_IO_OK leaves nothing behind, and no callback was called.
-  virtual uint32_t open(std::shared_ptr<IoDevice> self) = 0;
+  /// thread will hold. Throws Failure or OptionsError; then nothing is left behind, and no callback was
+  /// called.
+  virtual void open(std::shared_ptr<IoDevice> self) = 0;
 
   /// Asks the receive thread to release the device and end; called once, after a successful open. With `wait`
   /// it has ended on return, unless this is the receive thread itself, inside a callback.
   virtual void close(bool wait) = 0;
 
-  /// Sends all bytes, in order. Any thread.
-  virtual uint32_t send(const void* data, std::size_t length) = 0;
+  /// Sends all bytes, in order. Any thread. Throws Failure.
+  virtual void send(std::span<const uint8_t> bytes) = 0;
 
-  /// Hands out the text of a property by the property rule. Any thread.
-  virtual uint32_t getProperty(const char* key, char* buffer, std::size_t* size) = 0;
+  /// The text of a property. Any thread. Throws Failure with QV_IO_ERROR_PROPERTY_UNAVAILABLE for a key that
+  /// links of this kind do not have.
+  [[nodiscard]] virtual std::string property(std::string_view key) = 0;
+
+  /// QV_IO_INTERFACE_…
+  [[nodiscard]] uint32_t interfaceType() const { return arguments_.locator.interfaceType; }
 
  protected:
-  /// Hands a text out by the property rule. Throws Failure with QV_IO_ERROR_BUFFER_TOO_SMALL.
-  static void handOut(std::string_view text, char* buffer, std::size_t* size);
-
-  [[nodiscard]] uint32_t interfaceType() const { return interfaceType_; }
-  [[nodiscard]] const std::string& locator() const { return arguments_.locator; }
+  [[nodiscard]] const Locator& locator() const { return arguments_.locator; }
   [[nodiscard]] const std::string& options() const { return arguments_.options; }
   [[nodiscard]] bool reportsErrors() const { return arguments_.onError != nullptr; }
 
@@ -63,7 +69,8 @@ class IoDevice {
   }
 
  private:
-  uint32_t interfaceType_ = 0;
+  static void Discard(void* /*userData*/, const uint8_t* /*data*/, std::size_t /*length*/) {}
+
   ChannelArguments arguments_;  ///< onReceive is never null
 };
 

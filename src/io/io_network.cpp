@@ -27,10 +27,10 @@ void RequirePort(uint32_t port) {
   Require(port <= kLargestPort, QV_IO_ERROR_INVALID_ARGUMENT, "port % is above %", {port, kLargestPort});
 }
 
-uint16_t ReadPort(std::string_view field) {
+uint16_t ReadPort(const std::string& field) {
   uint32_t port = kLargestPort + 1;
   try {
-    port = cppu::ToUint32(std::string(field));
+    port = cppu::ToUint32(field);
   } catch (const std::logic_error&) {
     Fail(QV_IO_ERROR_INVALID_ARGUMENT, "not a port: %", {field});
   }
@@ -56,16 +56,12 @@ quorvind::Endpoint Resolve(const NetworkTarget& target, const NetworkOptions& op
 
 }  // namespace
 
-NetworkTarget ReadNetworkTarget(std::string_view locator) {
-  const auto fields = LocatorFields(locator);
-  const auto requireForm = [&](bool condition) {
-    Require(condition, QV_IO_ERROR_INVALID_LOCATOR, "not network:HOST:PORT or network:sn:SERIAL: %",
-            {locator});
-  };
-  requireForm(fields.size() >= 2 && fields[0] == "network");
-  const bool bySerial = fields[1] == "sn" && fields.size() > 2;  // "network:sn" alone names a host
-  const std::size_t portField = bySerial ? 3 : 2;
-  requireForm(fields.size() <= portField + 1);
+NetworkTarget ReadNetworkTarget(const Locator& locator) {
+  const auto& fields = locator.fields;
+  const bool bySerial = fields.size() > 1 && fields[0] == "sn";  // "network:sn" alone names a host
+  const std::size_t portField = bySerial ? 2 : 1;
+  Require(!fields.empty() && fields.size() <= portField + 1, QV_IO_ERROR_INVALID_LOCATOR,
+          "not network:HOST:PORT or network:sn:SERIAL: %", {locator.text});
 
   NetworkTarget target;
   (bySerial ? target.serialNumber : target.host) = fields[portField - 1];
@@ -82,10 +78,8 @@ cppu::UniqueFd IoNetwork::openDescriptor() const {
   return ConnectTcp(endpoint.host, endpoint.port, std::chrono::milliseconds(settings.connectTimeout));
 }
 
-uint32_t IoNetwork::getProperty(const char* key, char* buffer, std::size_t* size) {
-  if (*size != 0) buffer[0] = '\0';
-  *size = 0;
-  return ResultOf([&] { Fail(QV_IO_ERROR_PROPERTY_UNAVAILABLE, "a TCP link has no property %", {key}); });
+std::string IoNetwork::property(std::string_view key) {
+  Fail(QV_IO_ERROR_PROPERTY_UNAVAILABLE, "a TCP link has no property %", {key});
 }
 
 }  // namespace qvio

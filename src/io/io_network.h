@@ -18,7 +18,7 @@ struct NetworkTarget {
 /// Reads network:HOST[:PORT] or network:sn:SERIAL[:PORT]. A port is read from its leading digits. Throws
 /// Failure: QV_IO_ERROR_INVALID_LOCATOR for other forms, QV_IO_ERROR_INVALID_ARGUMENT for a port that is no
 /// number or above 65535.
-NetworkTarget ReadNetworkTarget(std::string_view locator);
+NetworkTarget ReadNetworkTarget(const Locator& locator);
 
 /// A TCP link to a controller.
 class IoNetwork final : public DescriptorChannel {
@@ -26,7 +26,7 @@ class IoNetwork final : public DescriptorChannel {
   explicit IoNetwork(ChannelArguments arguments);
 
   /// A TCP link has no properties.
-  uint32_t getProperty(const char* key, char* buffer, std::size_t* size) override;
+  [[nodiscard]] std::string property(std::string_view key) override;
 
  private:
   [[nodiscard]] cppu::UniqueFd openDescriptor() const override;

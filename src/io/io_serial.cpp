@@ -61,11 +61,9 @@ speed_t SpeedConstant(uint32_t baudrate) {
   return constant;
 }
 
-std::string DevicePath(std::string_view locator) {
-  const auto fields = LocatorFields(locator);
-  Require(fields.size() == 2 && fields[0] == "serial", QV_IO_ERROR_INVALID_LOCATOR, "not serial:PATH: %",
-          {locator});
-  return std::string(fields[1]);
+const std::string& DevicePath(const Locator& locator) {
+  Require(locator.fields.size() == 1, QV_IO_ERROR_INVALID_LOCATOR, "not serial:PATH: %", {locator.text});
+  return locator.fields.front();
 }
 
 /// Blocks SIGTTOU on the calling thread: a process in the background that sets up its controlling terminal
@@ -100,7 +98,7 @@ termios LineSettings(uint32_t baudrate, bool xonxoff) {
 IoSerial::IoSerial(ChannelArguments arguments) : DescriptorChannel(kSerialKind, std::move(arguments)) {}
 
 cppu::UniqueFd IoSerial::openDescriptor() const {
-  const auto path = DevicePath(locator());
+  const auto& path = DevicePath(locator());
   const auto settings = ReadSerialOptions(options());
   Require(settings.baudrate != 0, QV_IO_ERROR_INVALID_ARGUMENT, "baudrate is not given or 0");
 
@@ -115,8 +113,6 @@ cppu::UniqueFd IoSerial::openDescriptor() const {
   return fd;
 }
 
-uint32_t IoSerial::getProperty(const char* /*key*/, char* buffer, std::size_t* size) {
-  return ResultOf([&] { handOut("", buffer, size); });
-}
+std::string IoSerial::property(std::string_view /*key*/) { return {}; }
 
 }  // namespace qvio

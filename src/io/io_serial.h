@@ -18,7 +18,7 @@ class IoSerial final : public DescriptorChannel {
   explicit IoSerial(ChannelArguments arguments);
 
   /// Every key gives the empty text.
-  uint32_t getProperty(const char* key, char* buffer, std::size_t* size) override;
+  [[nodiscard]] std::string property(std::string_view key) override;
 
  private:
   [[nodiscard]] cppu::UniqueFd openDescriptor() const override;

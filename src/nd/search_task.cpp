@@ -19,7 +19,6 @@ class SearchTask::Search final : public cppu::Worker {
   void run() override {
     try {
       filter_->search(timeout_, serialNumber_, wait_);
-      succeeded_ = true;
     } catch (const std::exception& failure) {
       LogWarning("Search failed", failure.what());
     } catch (...) {
@@ -30,15 +29,11 @@ class SearchTask::Search final : public cppu::Worker {
 
   void stop() noexcept override { wait_.cancel(); }
 
-  /// After the thread was joined.
-  [[nodiscard]] bool succeeded() const { return succeeded_; }
-
  private:
   const std::shared_ptr<DeviceFilter> filter_;
   const std::chrono::milliseconds timeout_;
   const std::string serialNumber_;
   cppu::CancellableWait wait_;
-  bool succeeded_ = false;
 };
 
 SearchTask::SearchTask(std::shared_ptr<DeviceFilter> filter, std::chrono::milliseconds timeout,
@@ -52,10 +47,5 @@ SearchTask::SearchTask(std::shared_ptr<DeviceFilter> filter, std::chrono::millis
 }
 
 void SearchTask::cancel() noexcept { search_->stop(); }
-
-bool SearchTask::join() {
-  thread_.join();
-  return search_->succeeded();
-}
 
 }  // namespace quorvind

@@ -10,7 +10,8 @@
 
 namespace quorvind {
 
-/// A timed search that runs on a thread of its own.
+/// A timed search that runs on a thread of its own. What goes wrong is logged: the devices that are known
+/// count all the same.
 class SearchTask {
  public:
   SearchTask(std::shared_ptr<DeviceFilter> filter, std::chrono::milliseconds timeout,
@@ -19,8 +20,8 @@ class SearchTask {
   /// Ends the search before its time; then it removes no device.
   void cancel() noexcept;
 
-  /// Waits for the end. False when the search, or the start of its thread, has failed.
-  [[nodiscard]] bool join();
+  /// Waits for the end.
+  void join() { thread_.join(); }
 
  private:
   class Search;

@@ -1,7 +1,7 @@
 #include "options/locator.h"
 
+#include <algorithm>
 #include <array>
-#include <string>
 #include <utility>
 
 #include "quorvio/quorvio.h"
@@ -9,30 +9,22 @@
 #include "util/text.h"
 
 namespace qvio {
+namespace {
 
-std::optional<uint32_t> InterfaceTypeOf(std::string_view locator) {
-  static constexpr std::array<std::pair<std::string_view, uint32_t>, 3> kWords{
-      {{"usb", QV_IO_INTERFACE_USB},
-       {"network", QV_IO_INTERFACE_NETWORK},
-       {"serial", QV_IO_INTERFACE_SERIAL}}};
-  const auto colon = locator.find(':');
-  if (colon == std::string_view::npos) return {};
-  for (const auto& [word, type] : kWords) {
-    if (locator.substr(0, colon) == word) return type;
-  }
-  return {};
-}
+constexpr std::array<std::pair<std::string_view, uint32_t>, 3> kInterfaceWords{
+    {{"usb", QV_IO_INTERFACE_USB}, {"network", QV_IO_INTERFACE_NETWORK}, {"serial", QV_IO_INTERFACE_SERIAL}}};
 
-uint32_t RequireInterfaceType(std::string_view locator) {
-  const auto type = InterfaceTypeOf(locator);
-  Require(type.has_value(), QV_IO_ERROR_INVALID_LOCATOR, "not a locator: \"%\"", {locator});
-  return *type;
-}
+}  // namespace
 
-std::vector<std::string_view> LocatorFields(std::string_view locator) {
-  auto fields = cppu::Split(locator, ':');
+Locator ReadLocator(std::string_view text) {
+  auto fields = cppu::Split(text, ':');
+  const auto* const word =
+      std::ranges::find(kInterfaceWords, fields.front(), [](const auto& entry) { return entry.first; });
+  Require(fields.size() > 1 && word != kInterfaceWords.end(), QV_IO_ERROR_INVALID_LOCATOR,
+          "not a locator: \"%\"", {text});
+  fields.erase(fields.begin());
   std::erase(fields, std::string_view{});
-  return fields;
+  return {std::string(text), word->second, {fields.begin(), fields.end()}};
 }
 
 NetworkLocatorFormat ReadNetworkLocatorFormat(std::string_view word) {

@@ -1,21 +1,22 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
 namespace qvio {
 
-/// The interface kind (QV_IO_INTERFACE_…) that the word before the first ":" names; none for a text without
-/// ":" or with another word.
-std::optional<uint32_t> InterfaceTypeOf(std::string_view locator);
+/// A locator, taken apart once, when a channel is opened.
+struct Locator {
+  std::string text;                 ///< as given
+  uint32_t interfaceType;           ///< QV_IO_INTERFACE_…, which the word before the first ":" names
+  std::vector<std::string> fields;  ///< the pieces between ":" after that word, without empty ones
+};
 
-/// The same; throws Failure with QV_IO_ERROR_INVALID_LOCATOR where there is none.
-uint32_t RequireInterfaceType(std::string_view locator);
-
-/// The fields of a locator: its non-empty pieces between ":". The interface word is the first.
-std::vector<std::string_view> LocatorFields(std::string_view locator);
+/// Throws Failure with QV_IO_ERROR_INVALID_LOCATOR for a text without ":" or with an unknown word before it.
+/// Which fields a locator needs is for its channel to say.
+Locator ReadLocator(std::string_view text);
 
 /// How the locators of network devices are written.
 enum class NetworkLocatorFormat { SerialNumber = 0, Host = 1 };

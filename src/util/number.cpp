@@ -16,8 +16,6 @@ uint32_t ToUint32(const std::string& text) {
   return static_cast<uint32_t>(value);
 }
 
-int32_t ToInt32(const std::string& text) { return std::stoi(text); }
-
 bool ToBool(const std::string& text) {
   static constexpr std::array<std::pair<std::string_view, bool>, 7> kLiterals{{{"", true},
                                                                                {"true", true},

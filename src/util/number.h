@@ -10,13 +10,8 @@ namespace cppu {
 /// (above 4294967295).
 uint32_t ToUint32(const std::string& text);
 
-/// Reads decimal text as std::stol does. Throws as ToUint32 does, for values outside of 32 bits.
-int32_t ToInt32(const std::string& text);
-
 /// "", "true", "on", "1" are true, "false", "off", "0" are false; anything else throws std::invalid_argument
 /// with "Invalid boolean literal". Empty is true so that an option line with only a key switches a flag on.
 bool ToBool(const std::string& text);
-
-inline std::string FromBool(bool value) { return value ? "true" : "false"; }
 
 }  // namespace cppu

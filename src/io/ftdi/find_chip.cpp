@@ -14,8 +14,8 @@ namespace {
 
 using Entries = std::vector<UsbDeviceList::Entry>;
 
-[[noreturn]] void FailForm(std::string_view locator) {
-  Fail(QV_IO_ERROR_INVALID_LOCATOR, "not usb:sn:SERIAL, usb:id:NUMBER or usb:ix:INDEX: %", {locator});
+[[noreturn]] void FailForm(const Locator& locator) {
+  Fail(QV_IO_ERROR_INVALID_LOCATOR, "not usb:sn:SERIAL, usb:id:NUMBER or usb:ix:INDEX: %", {locator.text});
 }
 
 /// A decimal number, whole.
@@ -87,15 +87,13 @@ UsbDevice ByChipId(std::string_view text, const UsbOptions& options, UsbAccess& 
 
 }  // namespace
 
-void RequireUsbLocator(std::string_view locator) {
-  const auto fields = LocatorFields(locator);
-  if (fields.size() != 3 || fields[0] != "usb") FailForm(locator);
+void RequireUsbLocator(const Locator& locator) {
+  if (locator.fields.size() != 2) FailForm(locator);
 }
 
-UsbDevice FindChip(std::string_view locator, const UsbOptions& options, UsbAccess& usb) {
-  const auto fields = LocatorFields(locator);
-  const auto form = fields.at(1);
-  const auto value = fields.at(2);
+UsbDevice FindChip(const Locator& locator, const UsbOptions& options, UsbAccess& usb) {
+  const auto& form = locator.fields.at(0);
+  const auto& value = locator.fields.at(1);
   if (form == "sn") return BySerialNumber(value, options, usb);
   if (form == "ix") return ByIndex(value, options, usb);
   if (form == "id") return ByChipId(value, options, usb);

@@ -61,18 +61,16 @@ uint32_t NoticeOf(uint32_t status) {
 
 }  // namespace
 
-uint32_t IoFtdi::open(std::shared_ptr<IoDevice> self) {
-  return ResultOf([&] {
-    UsbAccess usb;
-    RequireUsbLocator(locator());
-    const auto options = ReadUsbOptions(this->options());
-    CheckOptions(options);
-    sendLimit_ = milliseconds(options.txTimeout);
-    healthCheck_ = milliseconds(options.healthCheck);
-    chip_ = OpenConfigured(FindChip(locator(), options, usb), options, usb.functions());
-    usb.devices().drop();
-    start(std::move(self));
-  });
+void IoFtdi::open(std::shared_ptr<IoDevice> self) {
+  UsbAccess usb;
+  RequireUsbLocator(locator());
+  const auto options = ReadUsbOptions(this->options());
+  CheckOptions(options);
+  sendLimit_ = milliseconds(options.txTimeout);
+  healthCheck_ = milliseconds(options.healthCheck);
+  chip_ = OpenConfigured(FindChip(locator(), options, usb), options, usb.functions());
+  usb.devices().drop();
+  start(std::move(self));
 }
 
 void IoFtdi::start(std::shared_ptr<IoDevice> self) {
@@ -162,26 +160,20 @@ void IoFtdi::receive(uint32_t waiting, std::span<uint8_t> buffer) {
   }
 }
 
-uint32_t IoFtdi::send(const void* data, std::size_t length) {
-  const std::span bytes(static_cast<const uint8_t*>(data), length);
-  if (bytes.empty()) return QV_IO_OK;
+void IoFtdi::send(std::span<const uint8_t> bytes) {
+  if (bytes.empty()) return;
   const std::shared_lock lock(inUse_);
-  // The chip is closed by the receive thread on the way out: a write begins only before the stop.
-  return ResultOf([&] {
-    Require(static_cast<bool>(chip_), QV_IO_ERROR_TRANSMIT_FAILED, "the receive thread has ended");
-    chip_.write(bytes, sendLimit_, &*stop_);
-  });
+  // The receive thread closes the chip as its last step: a write begins only before the stop.
+  Require(static_cast<bool>(chip_), QV_IO_ERROR_TRANSMIT_FAILED, "the receive thread has ended");
+  chip_.write(bytes, sendLimit_, &*stop_);
 }
 
-uint32_t IoFtdi::getProperty(const char* key, char* buffer, std::size_t* size) {
-  return ResultOf([&] {
-    Require(std::string_view(key) == "ftdi-id", QV_IO_ERROR_PROPERTY_UNAVAILABLE,
-            "a USB link has no property %", {key});
-    const std::shared_lock lock(inUse_);
-    const auto id = chip_ ? chip_.id() : std::nullopt;
-    Require(id.has_value(), QV_IO_ERROR_NOT_SUPPORTED, "the chip's id cannot be read");
-    handOut(std::to_string(*id), buffer, size);
-  });
+std::string IoFtdi::property(std::string_view key) {
+  Require(key == "ftdi-id", QV_IO_ERROR_PROPERTY_UNAVAILABLE, "a USB link has no property %", {key});
+  const std::shared_lock lock(inUse_);
+  const auto id = chip_ ? chip_.id() : std::nullopt;
+  Require(id.has_value(), QV_IO_ERROR_NOT_SUPPORTED, "the chip's id cannot be read");
+  return std::to_string(*id);
 }
 
 }  // namespace qvio

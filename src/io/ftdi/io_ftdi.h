@@ -22,12 +22,12 @@ class IoFtdi final : public IoDevice, private cppu::Worker {
  public:
   using IoDevice::IoDevice;
 
-  uint32_t open(std::shared_ptr<IoDevice> self) override;
+  void open(std::shared_ptr<IoDevice> self) override;
   void close(bool wait) override;
-  uint32_t send(const void* data, std::size_t length) override;
+  void send(std::span<const uint8_t> bytes) override;
 
   /// "ftdi-id": the chip's unique number.
-  uint32_t getProperty(const char* key, char* buffer, std::size_t* size) override;
+  [[nodiscard]] std::string property(std::string_view key) override;
 
  private:
   using Time = std::chrono::steady_clock::time_point;

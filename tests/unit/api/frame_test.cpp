@@ -19,13 +19,11 @@ namespace {
 
 class NullDevice final : public IoDevice {
  public:
-  NullDevice() : IoDevice({"serial:x", "", nullptr, nullptr, nullptr}) {}
-  uint32_t open(std::shared_ptr<IoDevice> /*self*/) override { return QV_IO_OK; }
+  NullDevice() : IoDevice({ReadLocator("serial:x"), "", nullptr, nullptr, nullptr}) {}
+  void open(std::shared_ptr<IoDevice> /*self*/) override {}
   void close(bool /*wait*/) override {}
-  uint32_t send(const void* /*data*/, std::size_t /*length*/) override { return QV_IO_OK; }
-  uint32_t getProperty(const char* /*key*/, char* /*buffer*/, std::size_t* /*size*/) override {
-    return QV_IO_OK;
-  }
+  void send(std::span<const uint8_t> /*bytes*/) override {}
+  std::string property(std::string_view /*key*/) override { return {}; }
 };
 
 TEST(HandleTable, GivesTheLowestFreeHandleAndNoSixtyFifth) {

@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "support/wait.h"
+#include "util/failure.h"
 
 namespace qvio {
 namespace {
@@ -39,15 +40,15 @@ class AnyChannel final : public DescriptorChannel {
  public:
   AnyChannel(const DescriptorKind& kind, ChannelArguments arguments, cppu::UniqueFd fd)
       : DescriptorChannel(kind, std::move(arguments)), given_(std::move(fd)) {}
-  uint32_t getProperty(const char* /*key*/, char* /*buffer*/, std::size_t* /*size*/) override {
-    return QV_IO_OK;
-  }
+  std::string property(std::string_view /*key*/) override { return {}; }
 
  private:
   [[nodiscard]] cppu::UniqueFd openDescriptor() const override { return cppu::UniqueFd(::dup(given_.get())); }
 
   cppu::UniqueFd given_;
 };
+
+constexpr std::array<uint8_t, 9> kNineBytes{'1', '2', '3', '4', '5', '6', '7', '8', '9'};
 
 struct Counts {
   std::atomic<int> failedReads = 0;
@@ -86,8 +87,9 @@ TEST(DescriptorChannel, FailedReadsAreToldAndNeverKeepItFromClosing) {
   for (const auto& row : rows) {
     Counts counts;
     const auto channel = std::make_shared<AnyChannel>(
-        row.kind, ChannelArguments{"serial:x", "", &counts, CountRead, row.onError}, UnreadableDescriptor());
-    ASSERT_EQ(channel->open(channel), QV_IO_OK);
+        row.kind, ChannelArguments{ReadLocator("serial:x"), "", &counts, CountRead, row.onError},
+        UnreadableDescriptor());
+    channel->open(channel);
     // More than the 5 bytes that wait: the -1 counts on like any other result.
     EXPECT_TRUE(!row.delivered || Eventually([&] { return counts.failedReads >= 8; }));
     EXPECT_TRUE(row.onError == nullptr || Eventually([&] { return counts.notices >= 2; }));
@@ -118,9 +120,10 @@ TEST(DescriptorChannel, TellsOfAPeerThatWentBetweenTheCountAndTheRead) {
   EXPECT_EQ(::send(ends[1], "12345", 5, 0), 5);
   ::close(ends[1]);
   const auto channel = std::make_shared<AnyChannel>(
-      kReporting, ChannelArguments{"serial:x", "", static_cast<Counts*>(&link), Vanish, CountNotice},
+      kReporting,
+      ChannelArguments{ReadLocator("serial:x"), "", static_cast<Counts*>(&link), Vanish, CountNotice},
       cppu::UniqueFd(::dup(ends[0])));
-  ASSERT_EQ(channel->open(channel), QV_IO_OK);
+  channel->open(channel);
   EXPECT_TRUE(Eventually([&] { return link.notices >= 2; }));
   channel->close(true);
 }
@@ -130,14 +133,15 @@ TEST(DescriptorChannel, SendsInPiecesAndReportsAFailedWrite) {
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()), 0);
   cppu::UniqueFd peer(ends[1]);
   const auto channel = std::make_shared<AnyChannel>(
-      kDelivering, ChannelArguments{"serial:x", "", nullptr, nullptr, nullptr}, cppu::UniqueFd(ends[0]));
-  ASSERT_EQ(channel->open(channel), QV_IO_OK);
-  EXPECT_EQ(channel->send("123456789", 9), QV_IO_OK);
+      kDelivering, ChannelArguments{ReadLocator("serial:x"), "", nullptr, nullptr, nullptr},
+      cppu::UniqueFd(ends[0]));
+  channel->open(channel);
+  channel->send(kNineBytes);
   std::array<char, 16> got{};
   EXPECT_EQ(::read(peer.get(), got.data(), got.size()), 9);
   EXPECT_STREQ(got.data(), "123456789");
   channel->close(true);
-  EXPECT_EQ(channel->send("x", 1), QV_IO_ERROR_TRANSMIT_FAILED)
+  EXPECT_EQ(ResultOf([&] { channel->send(kNineBytes); }), QV_IO_ERROR_TRANSMIT_FAILED)
       << "a send that comes too late writes nowhere";
   EXPECT_EQ(::read(peer.get(), got.data(), got.size()), -1)
       << "the test still holds the other descriptor open";
@@ -150,11 +154,11 @@ TEST(DescriptorChannel, WaitsAtTheCloseForQueuedBytesButNotForever) {
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()), 0);
     cppu::UniqueFd nearEnd(ends[0]);
     const cppu::UniqueFd device(ends[1]);
-    auto channel =
-        std::make_shared<AnyChannel>(kDelivering, ChannelArguments{"serial:x", "", nullptr, nullptr, nullptr},
-                                     cppu::UniqueFd(::dup(nearEnd.get())));
-    ASSERT_EQ(channel->open(channel), QV_IO_OK);
-    EXPECT_EQ(channel->send("123456789", 9), QV_IO_OK);
+    auto channel = std::make_shared<AnyChannel>(
+        kDelivering, ChannelArguments{ReadLocator("serial:x"), "", nullptr, nullptr, nullptr},
+        cppu::UniqueFd(::dup(nearEnd.get())));
+    channel->open(channel);
+    channel->send(kNineBytes);
     const auto started = std::chrono::steady_clock::now();
     auto close = std::async(std::launch::async, [&] { channel->close(true); });
     std::array<char, 4> piece{};

@@ -74,21 +74,22 @@ TEST(RecordList, WritesSelectedKeysInOrderAndNoEmptyLines) {
   EXPECT_EQ(WriteValues(records, "a"), "x|y\n1");
 }
 
-TEST(Locator, TellsTheKindByTheExactFirstWord) {
+TEST(Locator, HasAnExactInterfaceWordAndItsFieldsWithoutEmptyOnes) {
   const struct {
     std::string_view locator;
-    std::optional<uint32_t> type;
-  } rows[] = {{"usb", {}},      {"usb:", 1},    {"usb:sn:1", 1},  {"USB:sn:1", {}},
-              {"network:x", 2}, {"serial:", 3}, {"serials:", {}}, {" serial:", {}},
-              {":usb", {}},     {"", {}},       {"serial", {}}};
-  for (const auto& row : rows) EXPECT_EQ(InterfaceTypeOf(row.locator), row.type) << row.locator;
-}
-
-TEST(Locator, DropsEmptyFields) {
-  using Fields = std::vector<std::string_view>;
-  EXPECT_EQ(LocatorFields("network::5000"), (Fields{"network", "5000"}));
-  EXPECT_EQ(LocatorFields("::a:::b::"), (Fields{"a", "b"}));
-  EXPECT_EQ(LocatorFields(":"), Fields{});
+    uint32_t type;
+    std::vector<std::string> fields;
+  } rows[] = {{"usb:", 1, {}},    {"usb:sn:1", 1, {"sn", "1"}},   {"network:x", 2, {"x"}},
+              {"serial:", 3, {}}, {"network::5000", 2, {"5000"}}, {"usb:::a:::b::", 1, {"a", "b"}}};
+  for (const auto& row : rows) {
+    const auto locator = ReadLocator(row.locator);
+    EXPECT_EQ(locator.interfaceType, row.type) << row.locator;
+    EXPECT_EQ(locator.fields, row.fields) << row.locator;
+    EXPECT_EQ(locator.text, row.locator);
+  }
+  for (const auto* text : {"usb", "USB:sn:1", "serials:", " serial:", ":usb", "::usb:a", "", ":", "serial"}) {
+    EXPECT_EQ(ResultOf([&] { ReadLocator(text); }), QV_IO_ERROR_INVALID_LOCATOR) << text;
+  }
 }
 
 TEST(Locator, KnowsTwoFormatsOfNetworkLocators) {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "support/wait.h"
+#include "util/failure.h"
 #include "util/number.h"
 #include "util/stop_signal.h"
 #include "util/text_out.h"
@@ -31,22 +32,18 @@ TEST(TextOut, RulesDifferOnlyWhenTheTextDoesNotFit) {
   for (const auto& row : rows) {
     std::string listing = "######";
     std::size_t size = row.capacity;
-    EXPECT_EQ(CopyListing("abc", listing.data(), size), row.fits) << row.capacity;
+    const auto listed = qvio::ResultOf([&] { qvio::HandOutListing("abc", listing.data(), size); });
+    EXPECT_EQ(listed == QV_IO_OK, row.fits) << row.capacity;
     EXPECT_EQ(size, row.listingSize) << row.capacity;
     EXPECT_EQ(listing, row.fits ? row.property : "######") << row.capacity;
 
     std::string property = "######";
     size = row.capacity;
-    EXPECT_EQ(CopyProperty("abc", property.data(), size), row.fits) << row.capacity;
+    const auto result = qvio::ResultOf([&] { qvio::HandOutProperty("abc", property.data(), size); });
+    EXPECT_EQ(result, row.fits ? QV_IO_OK : QV_IO_ERROR_BUFFER_TOO_SMALL) << row.capacity;
     EXPECT_EQ(size, row.propertySize) << row.capacity;
     EXPECT_EQ(property, row.property) << row.capacity;
   }
-}
-
-TEST(Numbers, SignedOnesKeepTheirSign) {
-  EXPECT_EQ(ToInt32(" -12x"), -12);
-  EXPECT_THROW(ToInt32("x"), std::invalid_argument);
-  EXPECT_THROW(ToInt32("2147483648"), std::out_of_range);
 }
 
 /// Runs a function on a thread of the library; stop() fulfils a promise that it may wait for.
