@@ -13,9 +13,10 @@ void EventDispatcher::set(QV_IO_EventCallback callback, void* userData) {
   userData_ = userData;
 }
 
-void EventDispatcher::dispatch(const QV_IO_Event& event) {
+void EventDispatcher::dispatch(const QV_IO_Event& event, const std::function<bool()>& isStillWanted) {
   const std::lock_guard lock(globalMutex_);
-  call(event);
+  if (callback_ == nullptr || !isStillWanted()) return;
+  cppu::CallApplication(callback_, userData_, event.type, &event);
 }
 
 void EventDispatcher::raise(quorvind::DiscoveryEvent event, PropertyRecord device,
@@ -23,12 +24,7 @@ void EventDispatcher::raise(quorvind::DiscoveryEvent event, PropertyRecord devic
   const bool found = event == quorvind::DiscoveryEvent::DeviceFound;
   const QV_IO_Event record{.type = found ? QV_IO_EVENT_DEVICE_FOUND : QV_IO_EVENT_DEVICE_LOST,
                            .device = std::move(device)};
-  const std::lock_guard lock(globalMutex_);
-  if (isStillWanted()) call(record);
-}
-
-void EventDispatcher::call(const QV_IO_Event& event) {
-  if (callback_ != nullptr) cppu::CallApplication(callback_, userData_, event.type, &event);
+  dispatch(record, isStillWanted);
 }
 
 }  // namespace qvio

@@ -18,14 +18,13 @@ class EventDispatcher final : public quorvind::DiscoveryEvents {
   void set(QV_IO_EventCallback callback, void* userData);
 
   /// Calls the callback, if there is one, with the global mutex held: that is what makes set() a barrier.
-  void dispatch(const QV_IO_Event& event);
+  /// @param isStillWanted  asked under the mutex; false drops the event
+  void dispatch(const QV_IO_Event& event, const std::function<bool()>& isStillWanted);
 
   void raise(quorvind::DiscoveryEvent event, PropertyRecord device,
              const std::function<bool()>& isStillWanted) override;
 
  private:
-  void call(const QV_IO_Event& event);  // caller holds the global mutex
-
   std::mutex& globalMutex_;  ///< guards callback and user data
   QV_IO_EventCallback callback_ = nullptr;
   void* userData_ = nullptr;

@@ -43,7 +43,7 @@ uint16_t FirstSet(uint16_t first, uint32_t second, uint16_t third) {
   return second != 0 ? static_cast<uint16_t>(second) : third;
 }
 
-quorvind::Endpoint Resolve(const NetworkTarget& target, const NetworkOptions& options) {
+quorvind::Endpoint FindEndpoint(const NetworkTarget& target, const NetworkOptions& options) {
   quorvind::Endpoint endpoint{target.host, 0};
   if (!target.serialNumber.empty()) {
     endpoint = quorvind::FindDevice(target.serialNumber, options.ifaces,
@@ -74,7 +74,7 @@ IoNetwork::IoNetwork(ChannelArguments arguments) : DescriptorChannel(kNetworkKin
 cppu::UniqueFd IoNetwork::openDescriptor() const {
   const auto settings = ReadNetworkOptions(options());
   RequirePort(settings.port);
-  const auto endpoint = Resolve(ReadNetworkTarget(locator()), settings);
+  const auto endpoint = FindEndpoint(ReadNetworkTarget(locator()), settings);
   return ConnectTcp(endpoint.host, endpoint.port, std::chrono::milliseconds(settings.connectTimeout));
 }
 

@@ -17,11 +17,6 @@ bool HasControlCharacter(const std::string& text) {
   return std::ranges::any_of(text, [](unsigned char c) { return c < 0x20 || c == 0x7F; });
 }
 
-template <class Value>
-bool Allows(const std::vector<Value>& list, const Value& value) {
-  return list.empty() || std::ranges::find(list, value) != list.end();
-}
-
 }  // namespace
 
 qvio::PropertyRecord MakeDeviceRecord(const DiscoverInfo& info, qvio::NetworkLocatorFormat format,
@@ -40,9 +35,9 @@ qvio::PropertyRecord MakeDeviceRecord(const DiscoverInfo& info, qvio::NetworkLoc
 }
 
 bool IsAskedFor(const DiscoverInfo& info, const qvio::DeviceListOptions& options) {
-  return Allows(options.findDeviceSns, info.SerialNumber) &&
-         Allows(options.findDeviceTypes, info.DeviceType) &&
-         Allows(options.findProtocolIds, uint32_t{info.ProtocolId}) &&
+  return qvio::Allows(options.findDeviceSns, info.SerialNumber) &&
+         qvio::Allows(options.findDeviceTypes, info.DeviceType) &&
+         qvio::Allows(options.findProtocolIds, uint32_t{info.ProtocolId}) &&
          (info.Available || !options.findOnlyAvailable);
 }
 

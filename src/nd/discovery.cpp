@@ -24,12 +24,12 @@ using Time = std::chrono::steady_clock::time_point;
 constexpr std::chrono::seconds kTrustedFor{10};  // a record of an interface that nobody listens on
 
 /// What the cache knows of a serial number.
-struct Lookup {
+struct CachedDevice {
   std::optional<Endpoint> endpoint;
   bool trusted = false;  ///< needs no search even if the caller names interfaces
 };
 
-Lookup LookUp(QuorviNDState& state, const std::string& serialNumber) {
+CachedDevice FindInCache(QuorviNDState& state, const std::string& serialNumber) {
   const std::lock_guard lock(state.mutex);
   const auto found = state.cache.latest(serialNumber);
   if (!found) return {};
@@ -65,8 +65,8 @@ std::vector<Heard> HeardSoFar(QuorviNDState& state, std::span<const IP4> address
 }
 
 /// Searches, and gives what has been heard then and before.
-std::vector<Heard> Search(QuorviNDState& state, std::span<const IP4> addresses, milliseconds timeout,
-                          bool force) {
+std::vector<Heard> HeardAfterSearch(QuorviNDState& state, std::span<const IP4> addresses,
+                                    milliseconds timeout, bool force) {
   const cppu::ScopeExit joined(
       [] { cppu::Threads::all().joinReleased(); });  // those of channels made for this
   return HeardBy(DiscoverDevices(state, Searchable(state, addresses), timeout, force, {}));
@@ -101,7 +101,7 @@ std::string NotLocal(std::span<const IP4> addresses, const IP4Set& local) {
 Endpoint FindDevice(const std::string& serialNumber, std::span<const std::string> ifaces,
                     milliseconds searchTime) {
   auto& state = State();
-  const auto known = LookUp(state, serialNumber);
+  const auto known = FindInCache(state, serialNumber);
   if (known.endpoint && (known.trusted || ifaces.empty())) return *known.endpoint;
   const auto addresses = WithInterfaces([&] { return ReadInterfaces(ifaces); });
   if (addresses.empty() && known.endpoint) return *known.endpoint;
@@ -111,7 +111,7 @@ Endpoint FindDevice(const std::string& serialNumber, std::span<const std::string
       [] { cppu::Threads::all().joinReleased(); });  // those of channels made for this
   const auto searched = Searchable(state, addresses);
   const auto channels = DiscoverDevices(state, searched, searchTime, true, serialNumber);
-  const auto found = LookUp(state, serialNumber);
+  const auto found = FindInCache(state, serialNumber);
   if (found.trusted) return *found.endpoint;  // an old record is of a device that did not answer
   qvio::Require(!searched.empty(), QV_IO_ERROR_DEVICE_NOT_FOUND, "not a local address: %",
                 {Listed(addresses)});
@@ -124,8 +124,9 @@ void AppendNetworkDevices(const qvio::DeviceListOptions& options, qvio::RecordLi
   const auto addresses = WithInterfaces([&] { return ReadInterfaces(options.ifaces); });
   const auto format = qvio::ReadNetworkLocatorFormat(options.locatorFormatNetwork);
   const auto heard =
-      IsDelivering() ? HeardSoFar(state, addresses)
-                     : Search(state, addresses, milliseconds(options.discoveryTimeout), options.forceRescan);
+      IsDelivering()
+          ? HeardSoFar(state, addresses)
+          : HeardAfterSearch(state, addresses, milliseconds(options.discoveryTimeout), options.forceRescan);
   for (const auto& [local, devices] : heard) {
     for (const auto& info : devices) {
       if (IsAskedFor(info, options)) records.push_back(MakeDeviceRecord(info, format, local));

@@ -1,8 +1,9 @@
 #include "nd/packet_text.h"
 
-#include <algorithm>
 #include <array>
 #include <utility>
+
+#include "util/lookup.h"
 
 namespace quorvind {
 namespace {
@@ -31,12 +32,6 @@ constexpr std::array<std::pair<ResultCode, std::string_view>, 9> kResultCodeName
 
 constexpr std::string_view kUpperDigits = "0123456789ABCDEF";
 constexpr std::string_view kLowerDigits = "0123456789abcdef";
-
-template <class Names, class Value>
-std::string_view NameOf(const Names& names, Value value) {
-  const auto found = std::ranges::find(names, value, [](const auto& entry) { return entry.first; });
-  return found != names.end() ? found->second : "Unknown";
-}
 
 void AppendHex(std::string& text, uint8_t byte, std::string_view digits) {
   text += digits[byte >> 4U];
@@ -102,7 +97,9 @@ std::string PayloadText(const QV_ND_Packet& packet) {
 
 }  // namespace
 
-std::string_view ResultCodeName(ResultCode code) { return NameOf(kResultCodeNames, code); }
+std::string_view ResultCodeName(ResultCode code) {
+  return cppu::Lookup(kResultCodeNames, code).value_or("Unknown");
+}
 
 std::string TokenToString(const RequestToken& token) {
   std::string text;
@@ -114,7 +111,8 @@ std::string TokenToString(const RequestToken& token) {
 }
 
 std::string ToString(const QV_ND_Packet& packet) {
-  return "QV_ND_Packet { OpCode: " + std::string(NameOf(kOpCodeNames, packet.OpCode)) +
+  return "QV_ND_Packet { OpCode: " +
+         std::string(cppu::Lookup(kOpCodeNames, packet.OpCode).value_or("Unknown")) +
          ", Version: " + std::to_string(packet.Version) + ", SerialNumber: " + Quoted(packet.SerialNumber) +
          ", Token: " + TokenToString(packet.Token) + PayloadText(packet) + " }";
 }

@@ -1,11 +1,11 @@
 #include "options/locator.h"
 
-#include <algorithm>
 #include <array>
 #include <utility>
 
 #include "quorvio/quorvio.h"
 #include "util/failure.h"
+#include "util/lookup.h"
 #include "util/text.h"
 
 namespace qvio {
@@ -18,13 +18,11 @@ constexpr std::array<std::pair<std::string_view, uint32_t>, 3> kInterfaceWords{
 
 Locator ReadLocator(std::string_view text) {
   auto fields = cppu::Split(text, ':');
-  const auto* const word =
-      std::ranges::find(kInterfaceWords, fields.front(), [](const auto& entry) { return entry.first; });
-  Require(fields.size() > 1 && word != kInterfaceWords.end(), QV_IO_ERROR_INVALID_LOCATOR,
-          "not a locator: \"%\"", {text});
+  const auto interfaceType = cppu::Lookup(kInterfaceWords, fields.front());
+  Require(fields.size() > 1 && interfaceType, QV_IO_ERROR_INVALID_LOCATOR, "not a locator: \"%\"", {text});
   fields.erase(fields.begin());
   std::erase(fields, std::string_view{});
-  return {std::string(text), word->second, {fields.begin(), fields.end()}};
+  return {std::string(text), *interfaceType, {fields.begin(), fields.end()}};
 }
 
 NetworkLocatorFormat ReadNetworkLocatorFormat(std::string_view word) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -10,7 +11,7 @@
 
 namespace qvio {
 
-/// The option sets: one struct each, whose members bear the defaults. The readers throw OptionsError; a key
+/// The option sets: one struct each, whose members hold the defaults. The readers throw OptionsError; a key
 /// that is absent leaves its default. Times are in milliseconds. In every set `strict` rejects unknown keys.
 
 /// Options of the whole process.
@@ -105,5 +106,11 @@ struct EventOptions {
   Selection include;
 };
 EventOptions ReadEventOptions(std::string_view text);
+
+/// Whether a list of values that an option gives allows this one. An empty list allows every value.
+template <class Value>
+bool Allows(const std::vector<Value>& list, const Value& value) {
+  return list.empty() || std::ranges::find(list, value) != list.end();
+}
 
 }  // namespace qvio

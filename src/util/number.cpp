@@ -6,6 +6,8 @@
 #include <string_view>
 #include <utility>
 
+#include "util/lookup.h"
+
 namespace cppu {
 
 uint32_t ToUint32(const std::string& text) {
@@ -24,9 +26,7 @@ bool ToBool(const std::string& text) {
                                                                                {"false", false},
                                                                                {"off", false},
                                                                                {"0", false}}};
-  for (const auto& [literal, value] : kLiterals) {
-    if (text == literal) return value;
-  }
+  if (const auto value = Lookup(kLiterals, text)) return *value;
   throw std::invalid_argument("Invalid boolean literal");
 }
 

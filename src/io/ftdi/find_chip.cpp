@@ -28,8 +28,7 @@ uint64_t ReadNumber(std::string_view text) {
 }
 
 bool IsProduct(const UsbDevice& device, const UsbOptions& options) {
-  const auto& names = options.productNames;
-  return names.empty() || std::ranges::find(names, device.description) != names.end();
+  return Allows(options.productNames, device.description);
 }
 
 bool IsWanted(const UsbDevice& device, const UsbOptions& options) {

@@ -11,6 +11,7 @@
 #include "io/ftdi/link_settings.h"
 #include "io/ftdi/usb.h"
 #include "util/failure.h"
+#include "util/lookup.h"
 #include "util/scope_exit.h"
 
 namespace qvio {
@@ -27,10 +28,10 @@ std::optional<uint16_t> ReadFlowControl(const std::optional<std::string>& word) 
   static constexpr std::array<std::pair<std::string_view, uint16_t>, 3> kWords{
       {{"none", d2xx::kFlowNone}, {"rtscts", d2xx::kFlowRtsCts}, {"dtrdsr", d2xx::kFlowDtrDsr}}};
   if (!word) return {};
-  for (const auto& [name, value] : kWords) {
-    if (*word == name) return value;
-  }
-  Fail(QV_IO_ERROR_INVALID_ARGUMENT, "ftdi-flow-control is not none, rtscts or dtrdsr: %", {*word});
+  const auto value = cppu::Lookup(kWords, *word);
+  Require(value.has_value(), QV_IO_ERROR_INVALID_ARGUMENT,
+          "ftdi-flow-control is not none, rtscts or dtrdsr: %", {*word});
+  return value;
 }
 
 void CheckOptions(const UsbOptions& options) {

@@ -56,11 +56,6 @@ std::string LocatorLine(const UsbDevice& device, const UsbLocatorOptions& option
 
 // ---- records
 
-template <class Value>
-bool Allows(const std::vector<Value>& list, const Value& value) {
-  return list.empty() || std::ranges::find(list, value) != list.end();
-}
-
 /// The filters that need nothing but the driver's list.
 bool IsAskedFor(const UsbDevice& device, const DeviceListOptions& options) {
   return Allows(options.findUsbProductNames, device.description) &&

@@ -6,7 +6,6 @@
 #include <string>
 
 #include "util/failure.h"
-#include "util/number.h"
 
 namespace qvio {
 namespace {
@@ -91,29 +90,6 @@ TEST(OptionSets, SelectKeysThatAreTrue) {
   EXPECT_EQ(ErrorOf([] { ReadInterfaceListOptions("only-name\nonly-serial-port"); }),
             "Only one only-* option may be set");
   EXPECT_EQ(ErrorOf([] { ReadInterfaceListOptions("only-name\nonly-iface-type false"); }), "");
-}
-
-TEST(OptionSets, HaveTheirDefaults) {
-  const auto network = ReadNetworkOptions("");
-  EXPECT_EQ(network.connectTimeout, 5000U);
-  EXPECT_EQ(network.discoveryTimeout, 100U);
-  const auto usb = ReadUsbOptions("");
-  EXPECT_EQ(usb.rxTimeout, 1000U);
-  EXPECT_EQ(usb.txTimeout, 1000U);
-  EXPECT_EQ(usb.ftdiLatency, 2U);
-  EXPECT_EQ(usb.healthCheck, 250U);
-  const auto devices = ReadDeviceListOptions("");
-  EXPECT_TRUE(devices.findOnlyAvailable);
-  EXPECT_EQ(devices.locatorFormatUsb, "sn");
-  EXPECT_EQ(devices.locatorFormatNetwork, "sn");
-  EXPECT_EQ(ReadGlobalOptions("").locatorFormatNetwork, "");
-}
-
-TEST(Booleans, KnowSevenLiterals) {
-  for (const auto* text : {"", "true", "on", "1"}) EXPECT_TRUE(cppu::ToBool(text)) << text;
-  for (const auto* text : {"false", "off", "0"}) EXPECT_FALSE(cppu::ToBool(text)) << text;
-  for (const auto* text : {"TRUE", "yes", "2", " "})
-    EXPECT_THROW(cppu::ToBool(text), std::invalid_argument) << text;
 }
 
 }  // namespace

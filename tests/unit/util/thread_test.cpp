@@ -1,50 +1,18 @@
+#include "util/thread.h"
+
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <csignal>
+#include <functional>
 #include <future>
-#include <string>
+#include <memory>
 
 #include "support/wait.h"
-#include "util/failure.h"
-#include "util/number.h"
-#include "util/stop_signal.h"
-#include "util/text_out.h"
-#include "util/thread.h"
 
 namespace cppu {
 namespace {
 
 using namespace std::chrono_literals;
-
-TEST(TextOut, RulesDifferOnlyWhenTheTextDoesNotFit) {
-  const struct {
-    std::size_t capacity;
-    bool fits;
-    std::size_t listingSize;
-    std::size_t propertySize;
-    std::string property;  ///< what the buffer "######" holds afterwards
-  } rows[] = {{0, false, 4, 3, "######"},
-              {1, false, 4, 3, std::string("\0#####", 6)},
-              {3, false, 4, 3, std::string("\0#####", 6)},
-              {4, true, 3, 3, std::string("abc\0##", 6)},
-              {6, true, 3, 3, std::string("abc\0##", 6)}};
-  for (const auto& row : rows) {
-    std::string listing = "######";
-    std::size_t size = row.capacity;
-    const auto listed = qvio::ResultOf([&] { qvio::HandOutListing("abc", listing.data(), size); });
-    EXPECT_EQ(listed == QV_IO_OK, row.fits) << row.capacity;
-    EXPECT_EQ(size, row.listingSize) << row.capacity;
-    EXPECT_EQ(listing, row.fits ? row.property : "######") << row.capacity;
-
-    std::string property = "######";
-    size = row.capacity;
-    const auto result = qvio::ResultOf([&] { qvio::HandOutProperty("abc", property.data(), size); });
-    EXPECT_EQ(result, row.fits ? QV_IO_OK : QV_IO_ERROR_BUFFER_TOO_SMALL) << row.capacity;
-    EXPECT_EQ(size, row.propertySize) << row.capacity;
-    EXPECT_EQ(property, row.property) << row.capacity;
-  }
-}
 
 /// Runs a function on a thread of the library; stop() fulfils a promise that it may wait for.
 class Job final : public Worker {
@@ -73,15 +41,6 @@ TEST(Thread, BlocksAllSignalsAndLeavesTheStartersMask) {
     EXPECT_EQ(sigismember(&inside, signal), 1) << signal;
     EXPECT_EQ(sigismember(&after, signal), sigismember(&starter, signal)) << signal;
   }
-}
-
-TEST(StopSignal, EndsARestAtOnceAndForEver) {
-  StopSignal stop;
-  auto resting = Start([&](auto) { stop.wait(1h); });
-  stop.request();
-  resting.join();
-  stop.wait(1h);
-  EXPECT_TRUE(stop.requested());
 }
 
 TEST(Threads, EndAllStopsJoinsAndLetsAStuckOneBe) {
