@@ -1,4 +1,4 @@
-/* Lists the network devices on a local interface, then tells of those that come and go until Enter is
+/* Lists the network devices on a local interface, then reports those that appear and disappear until Enter is
  * pressed.
  *
  *     list_and_watch 127.0.0.1

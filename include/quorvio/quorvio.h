@@ -46,16 +46,16 @@
  * open channels are closed as by QV_IO_Close without wait, and their threads get up to 2 s to end. dlclose
  * does the same. Before dlclose an application must make sure that no other thread is inside a function of
  * the library and that its callbacks return: close the handles with wait, set a null event callback and watch
- * nothing. A callback that is still running 2 s later would return into code that is no longer there. A
- * callback may end its thread by pthread_exit; the handle then stays silent until it is closed.
+ * nothing. A callback that still runs 2 s later would return into unmapped code. A callback may end its
+ * thread by pthread_exit; the handle then stays silent until it is closed.
  *
  * Signals, cancellation and fork. Signal handlers of the application run on its own threads; interrupted
  * system calls are repeated. No function raises a signal. A thread that is cancelled inside a function ends
- * after it. Every descriptor is close-on-exec. A forked child starts afresh: the handles and watches of the
- * parent are not there (QV_IO_ERROR_INVALID_HANDLE), all else works as in a new process, and the parent
- * notices nothing, not even when the child ends. If a callback forks and returns in the child, its thread
- * ends there. FTDI's driver itself may not support fork: open USB devices either before or after it, in one
- * of the two processes. */
+ * when the function returns. Every descriptor is close-on-exec. A forked child starts afresh: it has none of
+ * the parent's handles and watches (QV_IO_ERROR_INVALID_HANDLE), everything else works as in a new process,
+ * and the parent notices nothing, not even the end of the child. If a callback forks and returns in the
+ * child, its thread ends there. FTDI's driver itself may not support fork: open USB devices in one of the two
+ * processes only, either before the fork or after it. */
 #ifndef QUORVIO_QUORVIO_H
 #define QUORVIO_QUORVIO_H
 
@@ -171,8 +171,7 @@ typedef void (*QV_IO_EventCallback)(void* userData, uint32_t eventType, const QV
  * @return QV_IO_OK; QV_IO_ERROR_INVALID_ARGUMENT: a pointer is null, nothing is written. */
 uint32_t QV_IO_GetVersion(uint32_t* major, uint32_t* minor, uint32_t* update);
 
-/** The kind of interface that a locator names, by the word before its first ":". What follows is not looked
- * at.
+/** The kind of interface that a locator names, by the word before its first ":". The rest is not checked.
  * @param interfaceType  receives QV_IO_INTERFACE_USB, _NETWORK or _SERIAL; 0 on failure
  * @return QV_IO_OK; QV_IO_ERROR_INVALID_LOCATOR: no ":", an unknown word, or null;
  *         QV_IO_ERROR_INVALID_ARGUMENT: interfaceType is null. */
@@ -180,7 +179,7 @@ uint32_t QV_IO_GetLocatorInterfaceType(uint32_t* interfaceType, const char* loca
 
 /** Whether QV_IO_EnumerateDevices lists the devices of one kind of interface alone.
  * @param canEnumerate  receives 1 for QV_IO_INTERFACE_USB (driver present or not) and 0 for all others;
- *                      QV_IO_INTERFACE_ALL is no single kind
+ *                      QV_IO_INTERFACE_ALL is not a single kind
  * @return QV_IO_OK; QV_IO_ERROR_INVALID_ARGUMENT: canEnumerate is null. */
 uint32_t QV_IO_CanEnumerateDevices(uint32_t interfaceType, uint32_t* canEnumerate);
 
@@ -194,8 +193,8 @@ uint32_t QV_IO_CanEnumerateDevices(uint32_t interfaceType, uint32_t* canEnumerat
  * Filters: `find-only-available` (default true), `find-protocol-id`, `find-usb-pid`, `find-usb-vid`,
  * `find-usb-product-name`, `find-device-sn`, `find-device-type`. Network search: `iface` "network:ADDRESS"
  * (of a local interface) or "network:all", one line each; all that can be used are searched at once, and the
- * call takes the whole `discovery-timeout` ms (default 100). One datagram may get lost: ask again where that
- * matters. An address that is not local finds nothing. `force-rescan`: ask the devices afresh. At most 16,384
+ * call takes the whole `discovery-timeout` ms (default 100). A datagram can get lost: ask again where that
+ * matters. An address that is not local finds nothing. `force-rescan`: ask the devices again. At most 16,384
  * devices of an interface are kept. A device whose serial number holds a control character has no locator.
  * `locator-format-usb` "sn" or "id", `locator-format-network` "sn" or "host".
  * Serial ports cannot be listed: a list that includes them answers QV_IO_ERROR_NOT_SUPPORTED as a whole.
@@ -223,8 +222,8 @@ uint32_t QV_IO_EnumerateInterfaces(const char* options, char* buffer, size_t* si
  * watches nothing. A watched device that appears, becomes available or unavailable, or does not answer a
  * search raises a global event; a device that falls silent is noticed by a search only
  * (QV_IO_EnumerateDevices). An interface that is removed and comes back with its address is watched again:
- * from the next search on, or within 6 s. On return no event comes from an interface that is watched no
- * more.
+ * from the next search on, or within 6 s. On return no event is delivered for an interface
+ * that is no longer watched.
  *
  * `locator-format-network` "sn" or "host": the locators in those events; stays as it is without the line.
  *
@@ -260,12 +259,10 @@ uint32_t QV_IO_GetDiscoveryEventData(const QV_IO_Event* event, const char* optio
  *   `baudrate N`   needed. The speeds are 50, 75, 110, 134, 150, 200, 300, 600, 1200, 1800, 2400, 4800, 9600,
  *                  19200, 38400, 57600, 115200 and 230400; any other is rounded down without notice, so
  *                  500000 runs at 230400 and 100000 at 57600 (below 75: 50).
- *   `xonxoff`      kept for compatibility. It switches no flow control on: it sets the control bits 0x1400
- *                  (hang up on close, and the bit that selects the upper speeds), which changes the line
- *                  speed for every speed below 57600. Leave it out.
- *   The line has 8 data bits, no parity, 1 stop bit, no flow control; modem lines are ignored.
- * Options of a TCP link:
- *   `port N`             port when the locator gives none or 0
+ *   `xonxoff`      kept for compatibility. It does not switch flow control on: it sets the control bits
+ * 0x1400 (hang up on close, and the bit that selects the upper speeds), which changes the line speed for
+ * every speed below 57600. Leave it out. The line has 8 data bits, no parity, 1 stop bit, no flow control;
+ * modem lines are ignored. Options of a TCP link: `port N`             port when the locator gives none or 0
  *   `connect-timeout N`  ms for each address of the host, default 5000; resolving a name takes its own
  *                        time
  *   `iface TEXT`         "network:ADDRESS" or "network:all": where a serial number is searched that is not
@@ -273,8 +270,8 @@ uint32_t QV_IO_GetDiscoveryEventData(const QV_IO_Event* event, const char* optio
  *                        not watched; may be repeated. Without it the device is used as it was heard last,
  *                        up to an hour ago
  *   `discovery-timeout N` ms for that search, default 100; it ends as soon as the device has answered
- *   A success does not prove a peer: a refused connection may pass here, and the error callback then
- *   reports QV_IO_ERROR_CONNECTION_LOST. No socket option is set.
+ *   A success does not prove that there is a peer: a refused connection can pass here, and the error callback
+ *   then reports QV_IO_ERROR_CONNECTION_LOST. No socket option is set.
  * Options of a USB link:
  *   `baudrate N`         line speed; without it the chip's configuration or the product decides, and a
  *                        product without a speed of its own needs the option

@@ -58,7 +58,7 @@ std::string ListInterfaces(std::string_view options) {
   const auto kinds = ReadKinds(selected.ifaceTypes);
   RecordList records;
   if (kinds.network) quorvind::AppendNetworkInterfaces(records);
-  // There is no list of serial ports or USB interfaces, and applications know "all" by this answer.
+  // Serial ports and USB interfaces cannot be listed, and applications rely on this answer to "all".
   Require(!kinds.serial && !kinds.usb, QV_IO_ERROR_NOT_SUPPORTED, "only network interfaces can be listed");
   if (!selected.only.empty()) return WriteValues(records, *selected.only.begin());
   return WriteRecordList(records, selected.include);

@@ -6,8 +6,8 @@
 #include "options/record_list.h"
 #include "quorvio/quorvio.h"
 
-/// What a global event carries. It lives on the raising thread's stack; the application sees its type alone
-/// and reads the rest through the accessors.
+/// A global event. It lives on the raising thread's stack; the application reads its type directly and the
+/// rest through the accessors.
 struct QV_IO_Event {
   uint32_t type;
   uint32_t errorCode = 0;            ///< QV_IO_EVENT_ERROR

@@ -1,5 +1,5 @@
-// The thirteen functions of the library: pointers are checked, one call goes inward, and what it throws
-// becomes a result code.
+// The thirteen functions of the library: each checks its pointers, makes one call inward, and turns what that
+// throws into a result code.
 
 #include <pthread.h>
 
@@ -25,8 +25,8 @@
 namespace qvio {
 namespace {
 
-/// Holds the cancellation of the calling thread off: ended in the middle of a call, it would leave locks and
-/// devices behind, and ends right after the call instead.
+/// Delays cancellation of the calling thread until the end of the call: in the middle of it, locks would stay
+/// held and devices open.
 class CancellationOff {
  public:
   CancellationOff() { ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
@@ -38,7 +38,7 @@ class CancellationOff {
   int before_ = PTHREAD_CANCEL_ENABLE;
 };
 
-/// What every function of the library does around its work.
+/// Wraps the work of every exported function.
 template <class Action>
 uint32_t Call(Action action) {
   const CancellationOff wholeCall;
@@ -78,7 +78,7 @@ std::shared_ptr<IoDevice> MakeChannel(ChannelArguments arguments) {
 uint32_t OpenChannel(ChannelArguments arguments) {
   const auto channel = MakeChannel(std::move(arguments));
   channel->open(channel);
-  // The slot is looked for only now, so that a slow open reserves nothing.
+  // Only now, so that a slow open does not block a slot.
   const auto slot = TheLibrary().handles.store(channel);
   if (!slot) channel->close(true);
   Require(slot.has_value(), QV_IO_ERROR_NO_FREE_HANDLE, "all % handles are in use",
@@ -89,7 +89,7 @@ uint32_t OpenChannel(ChannelArguments arguments) {
 }  // namespace
 }  // namespace qvio
 
-using namespace qvio;  // NOLINT(google-build-using-namespace): what follows stands outside of every namespace
+using namespace qvio;  // NOLINT(google-build-using-namespace): the functions are outside of every namespace
 
 uint32_t QV_IO_GetVersion(uint32_t* major, uint32_t* minor, uint32_t* update) {
   return Call([&] {
@@ -120,7 +120,7 @@ uint32_t QV_IO_EnumerateDevices(uint32_t interfaceType, const char* options, cha
     RequireTextOut(buffer, size);
     const auto result =
         ResultOf([&] { HandOutListing(ListDevices(interfaceType, TextOrEmpty(options)), buffer, *size); });
-    // Callers that look at the text alone see no chip where there is no driver.
+    // Without a driver, callers that look at the text alone see no chip.
     if (result == QV_IO_ERROR_DRIVER_UNAVAILABLE && interfaceType == QV_IO_INTERFACE_USB) {
       HandOutNothing(buffer, *size);
     }

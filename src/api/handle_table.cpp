@@ -33,6 +33,7 @@ std::shared_ptr<IoDevice> HandleTable::take(uint32_t handle) {
   RequireOpen(handle < slots_.size(), handle);
   const std::lock_guard lock(globalMutex_);
   RequireOpen(slots_[handle] != nullptr, handle);
+  // The caller drops the reference, and with it perhaps the channel, after the lock.
   return std::exchange(slots_[handle], nullptr);
 }
 

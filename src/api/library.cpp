@@ -15,13 +15,13 @@
 namespace qvio {
 namespace {
 
-/// A closing channel needs a moment; a callback that hangs must not keep the process from ending.
+/// Closing channels need a moment, but a callback that hangs must not keep the process from ending.
 constexpr std::chrono::seconds kPatienceAtUnload{2};
 
 constinit cppu::NeverDestroyed<Library> library;
 
-/// Ends the threads, those of open channels and watched interfaces too, and releases what they used. What a
-/// thread that is left still uses stays: it is stuck in a callback, or it is the calling one.
+/// Ends the threads, those of open channels and watched interfaces too, and releases their resources, except
+/// those of threads that could not be ended: the calling one, and any that is stuck in a callback.
 void EndThreads() {
   const auto deadline = std::chrono::steady_clock::now() + kPatienceAtUnload;
   if (!cppu::Threads::all().endAll(kPatienceAtUnload)) return;
@@ -31,8 +31,8 @@ void EndThreads() {
   quorvind::ForgetDiscovery(deadline);
 }
 
-/// A forked child starts afresh. What the parent's objects hold is neither used nor released here: their
-/// locks may be held by threads that do not exist in the child, and their devices are the parent's.
+/// A forked child starts afresh and neither uses nor releases what the parent's objects hold: their locks may
+/// be held by threads that do not exist in the child, and their devices belong to the parent.
 void StartAfreshInChild() {
   cppu::CountFork();
   cppu::Threads::afterForkInChild();
@@ -49,7 +49,7 @@ void StartAfreshInChild() {
 [[gnu::destructor]] void Unload() {
   EndThreads();
   if (cppu::ForkCount() == 0)
-    TheUsb().driver.onLibraryUnload();  // in a child the driver's state is the parent's
+    TheUsb().driver.onLibraryUnload();  // in a child the driver's state belongs to the parent
 }
 
 }  // namespace

@@ -20,7 +20,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr std::size_t kReadBuffer = 65536;  // large reads cost a third for each byte of 1024-byte ones
+constexpr std::size_t kReadBuffer = 65536;  // a third of the cost per byte of 1024-byte reads
 constexpr auto kRestAfterFault = 10ms;      // a vanished peer must not cost a core
 constexpr auto kLookAgain = 20ms;
 
@@ -62,15 +62,15 @@ void DescriptorChannel::abandon() noexcept {
   stop_.reset();
 }
 
-/// Waits for input and hands it out. False after a fault, which asks for a rest.
+/// Waits for input and delivers it. False after a fault: the caller then rests.
 bool DescriptorChannel::receiveOnce(std::span<uint8_t> buffer) {
   std::array<pollfd, 2> entries{{{fd_.get(), POLLIN, 0}, {stop_->fd(), POLLIN, 0}}};
   if (cppu::PollUntil(entries, {}) < 0) return reportFault(QV_IO_ERROR_RECEIVE_FAILED);
   const auto marks = entries[0].revents;
-  // What arrives after a stop is for whoever opens the device next.
+  // Bytes that arrive after a stop belong to whoever opens the device next.
   if (marks == 0 || entries[1].revents != 0) return true;
-  // Beside an error mark a read could consume the error, which is for the next send: then the count comes
-  // first.
+  // With an error mark the count comes first: a read could consume the pending error, which the next send
+  // must report.
   if (marks != POLLIN) return receiveCounted(buffer);
 
   const auto got = readSome(buffer);
@@ -86,7 +86,7 @@ bool DescriptorChannel::receiveCounted(std::span<uint8_t> buffer) {
   if (asked < 0) return reportFault(QV_IO_ERROR_RECEIVE_FAILED);
   if (counted < 1) return reportFault(kind_.nothingReady);
   for (long waiting = counted; waiting > 0 && !stop_->requested();) {
-    // More than was waiting is as welcome: it would have been the next pass's.
+    // It may be more than was counted: the next pass then finds less.
     const auto got = readSome(buffer);
     if (got < 0 && WouldBlock(errno)) return true;  // another reader of the device was faster
     if (got < 0 && (reportsErrors() || !kind_.failedReadIsDelivered))
@@ -94,11 +94,10 @@ bool DescriptorChannel::receiveCounted(std::span<uint8_t> buffer) {
     if (got > 0) {
       deliverInChunks(buffer.first(static_cast<std::size_t>(got)));
     } else {
-      // Callers without an error callback rely on seeing the -1; it counts like any other result.
+      // Callers without an error callback rely on the -1, which is delivered like any other result.
       deliver(buffer.data(), static_cast<std::size_t>(got));
       stop_->wait(kRestAfterFault);
-      // The line was hung up after it had counted its bytes: the next count reports that, `read` would return
-      // 0 forever.
+      // The line was hung up after the count: the next FIONREAD reports that; `read` would return 0 forever.
       if (got == 0) return true;
     }
     waiting -= got;
@@ -141,7 +140,7 @@ void DescriptorChannel::send(std::span<const uint8_t> bytes) {
 }
 
 void DescriptorChannel::sendAll(std::span<const uint8_t> rest) {
-  // Only a send in progress may delay a close: one that waited for the lock has not begun.
+  // Only a send in progress may delay a close; one that was waiting for the lock has not started.
   RequireNotClosed(!stop_->requested());
   while (!rest.empty()) {
     const auto piece = rest.first(std::min(rest.size(), kind_.largestWrite));
@@ -168,16 +167,16 @@ long DescriptorChannel::writeSome(std::span<const uint8_t> bytes) const {
   });
 }
 
-/// Waits until the device takes bytes again: without limit while the channel is open, and as long as the
-/// patience lasts once it is being closed. False when the waiting is over.
+/// Waits until the device takes bytes again: without limit while the channel is open, within the limits of a
+/// close afterwards. False when time is up.
 bool DescriptorChannel::waitWritable() {
   std::array<pollfd, 2> entries{{{fd_.get(), POLLOUT, 0}, {stop_->fd(), POLLIN, 0}}};
   if (cppu::PollUntil(entries, {}) < 0) return false;
   return entries[0].revents != 0 || waitWritableWhileClosing();
 }
 
-/// Looks in steps: bytes move long before TCP reports room, which it does when a third of its buffer is free,
-/// and a terminal may have room again without waking those who wait for it.
+/// Polls in steps: TCP reports room only when a third of its buffer is free, long after bytes move again, and
+/// a terminal may get room without waking its waiters.
 bool DescriptorChannel::waitWritableWhileClosing() {
   std::array<pollfd, 1> entry{{{fd_.get(), POLLOUT, 0}}};
   int ready = 0;

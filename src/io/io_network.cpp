@@ -27,6 +27,7 @@ void RequirePort(uint32_t port) {
   Require(port <= kLargestPort, QV_IO_ERROR_INVALID_ARGUMENT, "port % is above %", {port, kLargestPort});
 }
 
+// Digits are enough: applications give texts like "5000 " or "5000/tcp".
 uint16_t ReadPort(const std::string& field) {
   uint32_t port = kLargestPort + 1;
   try {
@@ -73,7 +74,7 @@ IoNetwork::IoNetwork(ChannelArguments arguments) : DescriptorChannel(kNetworkKin
 
 cppu::UniqueFd IoNetwork::openDescriptor() const {
   const auto settings = ReadNetworkOptions(options());
-  RequirePort(settings.port);
+  RequirePort(settings.port);  // also when the locator names one: a wrong option is an error anyway
   const auto endpoint = FindEndpoint(ReadNetworkTarget(locator()), settings);
   return ConnectTcp(endpoint.host, endpoint.port, std::chrono::milliseconds(settings.connectTimeout));
 }

@@ -25,8 +25,8 @@ using namespace std::chrono_literals;
 
 static_assert(TIOCOUTQ == SIOCOUTQ, "one request asks terminals and sockets");
 
-/// The rest between two looks at a queue, since no event reports that it is empty: short at first, as most
-/// queues are empty soon.
+/// The pause between two looks at a queue, since no event reports that it is empty. Short at first, because
+/// most queues empty soon.
 class Step {
  public:
   [[nodiscard]] std::chrono::milliseconds next() {
@@ -43,15 +43,15 @@ void* CloseDescriptor(void* fd) {
   return nullptr;
 }
 
-/// Whether the number still belongs to this file: the system takes it away as the first step of a close.
+/// Whether the number still refers to this file: freeing it is the system's first step of a close.
 bool IsOpen(int fd, const struct stat& file) {
   struct stat now {};
   return ::fstat(fd, &now) == 0 && now.st_dev == file.st_dev && now.st_ino == file.st_ino;
 }
 
-/// Closes without the half minute that the kernel waits for a device that takes nothing. Only a signal to the
-/// closing thread ends that wait, and signals belong to the application, but for the one of cancellation: so
-/// a thread of its own closes and is cancelled as soon as the close has begun.
+/// Closes without the 30 s that the kernel waits for a device that takes nothing. Only a signal to the
+/// closing thread ends that wait, and all signals belong to the application except the one of pthread_cancel.
+/// So a separate thread closes, and is cancelled as soon as the close has begun.
 void CloseAtOnce(cppu::UniqueFd fd) {
   const int number = fd.get();
   struct stat file {};
@@ -61,7 +61,7 @@ void CloseAtOnce(cppu::UniqueFd fd) {
   if (::pthread_create(&closer, nullptr, CloseDescriptor, &closing) != 0)
     return;  // closed here, after the wait
   fd.release();
-  while (IsOpen(number, file)) std::this_thread::sleep_for(1ms);  // cancelled earlier, it would not close
+  while (IsOpen(number, file)) std::this_thread::sleep_for(1ms);  // cancelled too early, it would not close
   ::pthread_cancel(closer);
   ::pthread_join(closer, nullptr);
 }
@@ -113,7 +113,7 @@ void ReleaseTerminal(cppu::UniqueFd fd, const StillWaits& stillWaits) {
     std::this_thread::sleep_for(step.next());
     const int before = std::exchange(queued, QueuedBytes(fd.get()));
     if (queued > before)
-      return;  // somebody else has the port open and writes; then the close waits for nothing
+      return;  // another process has the port open and writes; then the close does not wait
   }
   if (queued == 0) return;
   ::tcflush(fd.get(), TCOFLUSH);

@@ -9,7 +9,7 @@
 namespace quorvind {
 namespace {
 
-/// What the futures of a host that ends report; the lack of memory where there is none for that.
+/// The exception for the futures of a host that ends; bad_alloc if it cannot be allocated.
 std::exception_ptr Cancelled() noexcept {
   try {
     return std::make_exception_ptr(RequestCancelledException("Cancelled"));
@@ -57,6 +57,7 @@ void Answers::notify(const QV_ND_Packet& packet, const IP4& sender) {
 }
 
 void Answers::completeWithResult(const QV_ND_Packet& packet) {
+  // Tokens are random, so it does not matter which table is asked first.
   std::promise<ResultCode> result;
   std::promise<GetDeviceConfigResult> query;
   const bool isResult = resets.take(packet.Token, result) || sets.take(packet.Token, result);

@@ -12,7 +12,7 @@ struct GetDeviceConfigResult {
   DeviceConfig Config;  ///< only with Success
 };
 
-/// Where the answers of devices go: to the request with the same token, or to the listeners. Shared by a host
+/// Routes the answers of devices to the request with the same token, or to the listeners. Shared by a host
 /// and its receive thread, which may outlive it for a moment. Any thread.
 class Answers {
  public:
@@ -26,7 +26,7 @@ class Answers {
   ResultRequests resets;
   ResultRequests sets;
 
-  /// Hands a received packet to whom it concerns.
+  /// Routes a received packet.
   void dispatch(const QV_ND_Packet& packet, const IP4& sender);
 
   /// Drops all pending requests: their futures report a broken promise.

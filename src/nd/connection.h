@@ -13,7 +13,7 @@ namespace quorvind {
 using cppu::Bytes;
 
 /// The datagram transport of discovery: a row of networks, each one way of reaching devices over one local
-/// interface. Network ids count from 1; 0 stands for all networks. Any thread; several calls may run at once.
+/// interface. Network ids count from 1; 0 means all networks. Any thread; several calls may run at once.
 class Connection {
  public:
   Connection() = default;
@@ -25,8 +25,8 @@ class Connection {
   /// Send and Receive has left.
   virtual void Close(bool wait) = 0;
 
-  /// Name for the log, as "Broadcast (192.168.1.20)"; of all networks for id 0. Throws
-  /// InvalidArgumentException for an id that there is not.
+  /// Name for the log, as "Broadcast (192.168.1.20)"; for id 0 the names of all networks. Throws
+  /// InvalidArgumentException for an unknown id.
   [[nodiscard]] virtual std::string NetworkName(uint32_t networkId) const = 0;
 
   /// Waits for a datagram. False when none came in time or the connection is closed.
@@ -60,7 +60,7 @@ struct Interface {
   IP4 subnetMask;
 };
 
-/// The IPv4 addresses of all interfaces that are up, no loopback, and able to broadcast or multicast. Throws
+/// The IPv4 addresses of all interfaces that are up, not loopback, and able to broadcast or multicast. Throws
 /// NetworkException.
 std::vector<Interface> ListInterfaces();
 

@@ -18,12 +18,11 @@ namespace {
 
 using std::chrono::steady_clock;
 
-/// Datagrams taken from one network in a row before the others are looked at.
+/// Datagrams taken from one network in a row before the others get a turn.
 constexpr uint32_t kLongestRun = 16;
 
-/// When so many datagrams have come in a row, each soon after the one before, more are on their way: a
-/// receiver then rests and takes them together, since waking up for each of a thousand answers costs more
-/// than the answers.
+/// After this many datagrams in quick succession more are likely to follow. The receiver then rests and takes
+/// them together, because a wake-up costs more than handling an answer.
 constexpr uint32_t kBurst = 16;
 constexpr auto kSoon = std::chrono::milliseconds(2);
 constexpr auto kRestInBurst = std::chrono::milliseconds(1);
@@ -114,7 +113,7 @@ class ConnectionPosix final : public Connection {
   }
 
  private:
-  /// A running Send or Receive, for which Close may wait; false on a closed connection.
+  /// Marks a running Send or Receive, which Close may wait for; false on a closed connection.
   class ActiveCall {
    public:
     explicit ActiveCall(ConnectionPosix& connection) : connection_(connection) {
@@ -161,7 +160,7 @@ class ConnectionPosix final : public Connection {
            now - lastArrival_.load(std::memory_order_relaxed) < kSoon;
   }
 
-  /// What reaches one network is sent.
+  /// It is enough to reach one network.
   void sendOnAll(const SocketSet& sockets, const Bytes& data) const {
     int failure = 0;
     bool isSent = false;
@@ -177,8 +176,8 @@ class ConnectionPosix final : public Connection {
     LogSystemWarning("Could not send on every network", failure);
   }
 
-  /// Looks at every network once, first at the one that delivered last: a poll for each of a thousand answers
-  /// would cost as much as the answers.
+  /// Tries every network once, first the one that delivered last: a poll for each answer would cost as much
+  /// as the answer.
   Arrival take(const SocketSet& sockets, uint32_t& networkId, IP4& sender, Bytes& data) {
     const auto turn = turn_.load(std::memory_order_relaxed);
     auto result = Arrival::Nothing;

@@ -10,9 +10,8 @@
 
 namespace quorvind {
 
-/// The devices that were heard, by the local address over which. A record stays after its discovery channel
-/// is gone, so that a device can be opened by serial number without another search. Not locked: the owner
-/// does that.
+/// The devices that were heard over each local address. Records outlive their discovery channel, so that a
+/// device can be opened by serial number without another search. Not thread-safe: the owner locks.
 class DeviceCache {
  public:
   using Time = std::chrono::steady_clock::time_point;
@@ -31,10 +30,11 @@ class DeviceCache {
     IP4 local;
     DiscoverInfo info;
   };
-  /// The record with the serial number that was heard last: a device that has moved is where it spoke last.
+  /// The record with the serial number that was heard last, which is where a device that has moved can be
+  /// reached.
   [[nodiscard]] std::optional<Heard> latest(std::string_view serialNumber) const;
 
-  /// Drops what was last heard before the moment on addresses for which the predicate holds.
+  /// Drops the records that were last heard before the moment, on addresses that the predicate selects.
   template <class Predicate>
   void expire(Time moment, Predicate isUnused) {
     for (auto& [local, known] : devices_) {

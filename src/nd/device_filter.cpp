@@ -40,7 +40,7 @@ class DeviceFilter::Core {
   const uint32_t deviceType;
 
  private:
-  /// What an answer did to the list.
+  /// The effect of an answer on the list.
   struct Effect {
     bool added = false;
     bool changed = false;
@@ -123,9 +123,9 @@ bool DeviceFilter::Core::update(DiscoverInfo& known, const DiscoverInfo& info) {
   return std::exchange(known.Available, info.Available) != info.Available;
 }
 
-/// Whether a change is reported beside the removal. Owners that track availability know a removal by this:
-/// the device after the removed one counts as heard and unavailable with it, until it answers itself, and
-/// where there is none the removed one's own availability decides.
+/// Whether a change is reported with the removal. Owners that track availability rely on this rule: the
+/// device after the removed one also counts as heard and unavailable until it answers itself. If there is
+/// none, the availability of the removed one decides.
 bool DeviceFilter::Core::removeUnavailable(KnownDevices::Position position, const DiscoverInfo& info,
                                            KnownDevices& known) {
   const bool wasAvailable = position->Available;
@@ -152,7 +152,7 @@ void DeviceFilter::Core::sweep(const std::string& serialNumber) {
       return info.LastSeen < limit && (serialNumber.empty() || info.SerialNumber == serialNumber);
     });
   });
-  // The list's own lock is released: a callback may ask for the devices.
+  // The list is unlocked here, since a callback may ask for the devices.
   try {
     for (; !silent.empty(); silent.pop_front()) removed_(silent.front());
   } catch (const std::bad_alloc&) {

@@ -30,6 +30,7 @@ qvio::PropertyRecord MakeDeviceRecord(const DiscoverInfo& info, qvio::NetworkLoc
                               {"protocol-id", std::to_string(info.ProtocolId)},
                               {"iface", "network:" + IP4ToString(local)},
                               {"device-info", info.Info}};
+  // The locator is left out rather than escaped, because it must be usable as printed.
   if (!HasControlCharacter(info.SerialNumber)) record.emplace("locator", LocatorOf(info, format));
   return record;
 }

@@ -23,7 +23,7 @@ using Time = std::chrono::steady_clock::time_point;
 
 constexpr std::chrono::seconds kTrustedFor{10};  // a record of an interface that nobody listens on
 
-/// What the cache knows of a serial number.
+/// The cached record of a serial number.
 struct CachedDevice {
   std::optional<Endpoint> endpoint;
   bool trusted = false;  ///< needs no search even if the caller names interfaces
@@ -38,7 +38,7 @@ CachedDevice FindInCache(QuorviNDState& state, const std::string& serialNumber) 
           recent || state.active.contains(found->local)};
 }
 
-/// What has been heard over one local address.
+/// The devices that were heard over one local address.
 struct Heard {
   IP4 local;
   std::vector<DiscoverInfo> devices;
@@ -50,7 +50,7 @@ std::vector<Heard> HeardBy(const ChannelList& channels) {
   return heard;
 }
 
-/// What the existing channels have heard, without a search.
+/// The devices that the existing channels have heard, without a search.
 std::vector<Heard> HeardSoFar(QuorviNDState& state, std::span<const IP4> addresses) {
   ChannelList channels;
   {
@@ -64,7 +64,7 @@ std::vector<Heard> HeardSoFar(QuorviNDState& state, std::span<const IP4> address
   return HeardBy(channels);
 }
 
-/// Searches, and gives what has been heard then and before.
+/// Searches, and gives the devices that were heard then or before.
 std::vector<Heard> HeardAfterSearch(QuorviNDState& state, std::span<const IP4> addresses,
                                     milliseconds timeout, bool force) {
   const cppu::ScopeExit joined(
@@ -72,7 +72,7 @@ std::vector<Heard> HeardAfterSearch(QuorviNDState& state, std::span<const IP4> a
   return HeardBy(DiscoverDevices(state, Searchable(state, addresses), timeout, force, {}));
 }
 
-/// Runs an action whose failing interfaces are the caller's mistake.
+/// Runs an action in which an unusable interface is the caller's mistake.
 template <class Action>
 decltype(auto) WithInterfaces(Action action) {
   try {
@@ -112,7 +112,7 @@ Endpoint FindDevice(const std::string& serialNumber, std::span<const std::string
   const auto searched = Searchable(state, addresses);
   const auto channels = DiscoverDevices(state, searched, searchTime, true, serialNumber);
   const auto found = FindInCache(state, serialNumber);
-  if (found.trusted) return *found.endpoint;  // an old record is of a device that did not answer
+  if (found.trusted) return *found.endpoint;  // a record that is still old: the device did not answer
   qvio::Require(!searched.empty(), QV_IO_ERROR_DEVICE_NOT_FOUND, "not a local address: %",
                 {Listed(addresses)});
   qvio::Fail(QV_IO_ERROR_DEVICE_NOT_FOUND, "no device with serial number % answered on %",

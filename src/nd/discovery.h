@@ -13,8 +13,8 @@
 #include "options/record_list.h"
 #include "util/ip4.h"
 
-/// All that the layers above may call of discovery. Its state is one for the process. Any thread, with no
-/// lock held but the global mutex where it is said.
+/// The functions of discovery for the layers above. One state for the whole process. Any thread, holding no
+/// lock except the global mutex where stated.
 namespace quorvind {
 
 /// Where a network device takes TCP connections.
@@ -47,18 +47,19 @@ struct Settings {
   std::string problem;                               ///< the invalid text or an address that is not local
 };
 
-/// Reads the settings; takes no lock, since that may take long. Throws OptionsError for an unknown format.
+/// Reads the settings. Takes no lock, because reading them can be slow. Throws OptionsError for an unknown
+/// format.
 Settings ReadSettings(const qvio::GlobalOptions& options);
 
 /// Adopts the interfaces to watch and the locator format of events. Caller holds the global mutex; on return
-/// no event comes from an interface that is no longer watched.
+/// no event is delivered for an interface that is no longer watched.
 /// @param events  hears of the devices on these interfaces; must live as long as the process
 /// Throws Failure with QV_IO_ERROR_INVALID_ARGUMENT when a text was invalid or not all interfaces can be
-/// watched. The format and, unless a text was invalid, the other interfaces are adopted all the same.
+/// watched. The format is adopted all the same, and so are the other interfaces unless a text was invalid.
 void AdoptSettings(const Settings& settings, DiscoveryEvents& events);
 
-/// For the end of the library, when no thread of discovery is left: forgets everything, unless a call of the
-/// application is stuck in here until the deadline.
+/// For the end of the library, when no thread of discovery is left: forgets everything. Gives up at the
+/// deadline if a call of the application holds the state.
 void ForgetDiscovery(std::chrono::steady_clock::time_point deadline);
 
 /// For a forked child: a new state; the parent's is left as it is.

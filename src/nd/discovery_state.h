@@ -19,7 +19,7 @@
 
 namespace quorvind {
 
-/// What listens on one local address. Destroying it never waits: its thread ends by itself.
+/// The listener on one local address. Destroying it never waits: its thread ends by itself.
 struct DiscoverChannel {
   std::shared_ptr<Host> host;
   std::shared_ptr<DeviceFilter> filter;

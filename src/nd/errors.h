@@ -8,7 +8,7 @@
 
 namespace quorvind {
 
-/// What the discovery protocol may throw.
+/// Base of the exceptions of the discovery protocol.
 class QuorviNDException : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

@@ -9,6 +9,7 @@
 namespace quorvind {
 namespace {
 
+/// Devices act on a request for any device too: all of them would take the same address.
 void RequireAddressed(uint32_t deviceType, const std::string& serialNumber) {
   if (deviceType == kAnyDeviceType || serialNumber.empty())
     throw InvalidArgumentException("Must address specific device");
@@ -72,7 +73,7 @@ void Host::send(uint32_t networkId, const QV_ND_Packet& packet) {
     connection = running_.connection;
   }
   if (!connection) throw InvalidOperationException("Host is not running");
-  const auto datagram = EncodePacket(packet);
+  const auto datagram = EncodePacket(packet);  // without the lock, like the send: neither needs the host
   if (IsLogged(LogCategory::Packets)) {
     Log(LogCategory::Packets,
         "Host sending packet over " + connection->NetworkName(networkId) + ": " + ToString(packet));
@@ -92,7 +93,7 @@ void Host::discover(uint32_t deviceType, const std::string& serialNumber) {
 template <class Answer, class Make>
 std::future<Answer> Host::request(PendingRequests<Answer>& pending, Make make) {
   const auto token = drawToken();
-  auto answer = pending.add(token);
+  auto answer = pending.add(token);  // first: the answer may come before send() returns
   try {
     send(0, make(token));
   } catch (const std::exception&) {

@@ -59,7 +59,7 @@ SharedPair Look(const IP4& address, const SharedPair& former) {
   try {
     auto opened = Open(address, *local);
     return isKept(TargetOf((*opened)[0])) ? former
-                                          : opened;  // refused again: a peer's address is no broadcast
+                                          : opened;  // refused again: a peer's address, not a broadcast one
   } catch (const NetworkException& failure) {
     if (isSame) return former;
     if (former) LogChange(address, failure.what());

@@ -34,8 +34,8 @@ struct SocketSet {
   cppu::UniqueFd outdated;  ///< readable once the set is replaced or the connection closed; never read back
 };
 
-/// Keeps the sockets of some local addresses usable: they are opened again when an interface is replaced,
-/// such as a network adapter that was unplugged, or a VPN. Any thread.
+/// Keeps the sockets of some local addresses usable: opens them again when an interface was replaced, such as
+/// an adapter that was unplugged or a VPN. Any thread.
 class InterfaceSockets {
  public:
   /// Throws NetworkException.
@@ -44,11 +44,11 @@ class InterfaceSockets {
   [[nodiscard]] const std::vector<IP4>& addresses() const { return addresses_; }
   [[nodiscard]] std::shared_ptr<const SocketSet> current() const;
 
-  /// Looks whether interfaces were replaced. Returns whether there is a newer set than before. What fails is
-  /// tried again by the next call; each change is logged once.
+  /// Checks whether interfaces were replaced. Returns whether there is a newer set. The next call retries
+  /// what failed; each change is logged once.
   bool refresh();
 
-  /// The same once in a few seconds, however many call this: no socket reports that its interface is gone.
+  /// The same, at most once in a few seconds: no socket reports that its interface is gone.
   bool refreshIfDue(std::chrono::steady_clock::time_point now);
   [[nodiscard]] std::chrono::steady_clock::time_point nextCheck() const { return nextCheck_; }
 

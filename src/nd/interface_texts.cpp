@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::string_view kPrefix = "network:";
 
-/// What stands between "network:" and the next ":"; none for a text of another kind.
+/// The word between "network:" and the next ":"; none for a text of another kind.
 std::optional<std::string_view> NetworkWord(std::string_view text) {
   if (!text.starts_with(kPrefix)) return {};
   text.remove_prefix(kPrefix.size());
@@ -30,7 +30,7 @@ void Add(std::string_view word, std::vector<IP4>& addresses) {
   addresses.push_back(*address);
 }
 
-/// None when the word that switches off was read.
+/// None if the off word was read.
 std::optional<std::vector<IP4>> Read(std::span<const std::string> texts, std::string_view offWord) {
   std::vector<IP4> addresses;
   for (const auto& text : texts) {

@@ -12,14 +12,14 @@
 
 namespace quorvind {
 
-/// Devices in the order of their first appearance, each once. Finding one does not depend on how many there
-/// are. Not locked: the owner does that.
+/// Devices in the order of their first appearance, each once. Finding one takes constant time. Not
+/// thread-safe: the owner locks.
 class KnownDevices {
  public:
   using Position = std::list<DiscoverInfo>::iterator;
 
-  /// The most devices that are remembered for an interface: far more than any network has, and little enough
-  /// memory when somebody forges answers.
+  /// The most devices that are kept for an interface: far more than any network has, yet little memory if
+  /// somebody forges answers.
   static constexpr std::size_t kMost = 16384;
 
   [[nodiscard]] bool isFull() const { return list_.size() >= kMost; }

@@ -20,11 +20,11 @@ class Listeners {
   /// Any thread. Returns the registration id.
   std::size_t add(Listener listener);
 
-  /// Any thread; never waits. The listener is not called any more, but a call that has begun goes on: what it
-  /// uses must be owned by the listener itself.
+  /// Any thread; never waits. The listener is not called again, but a running call continues, so the listener
+  /// must own what it uses.
   void remove(std::size_t id);
 
-  /// Calls every listener. What one throws passes on, after which the rest has not been called.
+  /// Calls every listener, until one throws; its exception passes on.
   void notify(const DiscoverInfo& info);
 
  private:

@@ -48,7 +48,8 @@ bool IsInSubnetOf(const IP4& address, const ifaddrs& entry) {
          0;
 }
 
-/// 0: the entry is not of the address. Tunnels may borrow the address of a network card: that one is meant.
+/// 0: the entry does not have the address. Tunnels may borrow the address of a network card; the card is
+/// preferred.
 int Fitness(const ifaddrs& entry, const IP4& address) {
   if (!IsIp4(entry)) return 0;
   if (AddressIn(entry.ifa_addr) == address) return Has(entry, IFF_BROADCAST) ? 3 : 2;
@@ -67,7 +68,7 @@ const ifaddrs* FittestEntry(const ifaddrs* all, const IP4& address) {
   return fittest;
 }
 
-/// Of the address and its mask. None for prefixes above 30, which leave no room for it.
+/// Computed from address and mask. None for prefixes above 30, which have no broadcast address.
 IP4 DerivedBroadcast(const ifaddrs& entry) {
   const auto mask = AddressIn(entry.ifa_netmask);
   if ((mask[3] & 3U) != 0) return {};
@@ -75,8 +76,8 @@ IP4 DerivedBroadcast(const ifaddrs& entry) {
                             ~std::bit_cast<uint32_t>(mask));
 }
 
-/// Of an address that was configured without one the system reports the address itself, or that of the peer,
-/// which may belong to this machine too.
+/// For an address that was configured without one, the system reports the address itself or that of the peer,
+/// which may be this machine too.
 IP4 BroadcastOf(const ifaddrs& entry, const ifaddrs* all) {
   if (!Has(entry, IFF_BROADCAST)) return {};
   const auto reported = AddressIn(entry.ifa_broadaddr);
@@ -85,8 +86,8 @@ IP4 BroadcastOf(const ifaddrs& entry, const ifaddrs* all) {
   return owner == nullptr ? reported : IP4{};
 }
 
-/// Asked of the system, by a bind that it refuses for foreign addresses: quick enough for a long list, and
-/// true for addresses that are local by a route.
+/// Tries a bind, which the system refuses for foreign addresses. Fast enough for a long list, and correct for
+/// addresses that are local by a route.
 bool IsLocal(const IP4& address) {
   const cppu::UniqueFd socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   if (!socket) return true;  // whoever uses the address will report the failure

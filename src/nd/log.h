@@ -9,8 +9,8 @@
 
 namespace quorvind {
 
-/// The discovery log of the process. The library writes nothing by itself; a program that is built with its
-/// sources may give a sink.
+/// The discovery log of the process. The library itself writes nothing; a program that is built with its
+/// sources may set a sink.
 enum class LogCategory : uint32_t { Warnings = 1, Packets = 2, RawDatagrams = 4 };
 using LogMask = cppu::Flags<LogCategory>;
 
@@ -21,14 +21,14 @@ using LogSink = std::function<void(const std::string& line)>;
 /// Replaces sink and mask; the empty sink switches the log off. On return the sink set before is not running.
 void SetLog(LogSink sink, LogMask mask = {LogCategory::Warnings});
 
-/// Whether a line of the category would be written. Cheap, so that nobody builds a line for nothing.
+/// Whether a line of the category would be written. Cheap: callers ask before they build a line.
 bool IsLogged(LogCategory category) noexcept;
 
 /// Writes the line if its category is logged.
 void Log(LogCategory category, const std::string& line);
 
-/// Logs "TEXT: DETAIL" as a warning. A line that there is no memory for is left out, since handlers call
-/// this: lack of memory may be what they report.
+/// Logs "TEXT: DETAIL" as a warning. Drops the line if it cannot be allocated: exception handlers call
+/// this, and a failed allocation may be what they report.
 void LogWarning(std::string_view text, std::string_view detail) noexcept;
 
 /// The same with the system's text for `error`; nothing when that is 0.

@@ -54,7 +54,7 @@ void SetOption(const cppu::UniqueFd& socket, int level, int option, const Value&
   Checked(::setsockopt(socket.get(), level, option, &value, sizeof value), failure);
 }
 
-/// Sets what the socket can do without.
+/// Sets an option that the socket can do without.
 void TryOption(const cppu::UniqueFd& socket, int level, int option, int value) {
   static_cast<void>(::setsockopt(socket.get(), level, option, &value, sizeof value));
 }
@@ -76,7 +76,7 @@ in_pktinfo PacketInfo(const IP4& address, const LocalAddress& local) {
 }
 
 /// Whether the datagram came in on the socket's interface. With equal subnets, or bound to 0.0.0.0, a socket
-/// hears others too, whose devices are not on this one.
+/// also receives those of other interfaces.
 bool IsFromOwnInterface(const NetworkSocket& socket, msghdr& message) {
   const auto* const header = CMSG_FIRSTHDR(&message);
   if (socket.interface.ipi_ifindex == 0 || header == nullptr) return true;
@@ -92,7 +92,8 @@ NetworkSocket OpenBroadcast(const IP4& address, const LocalAddress& local) {
   auto socket = OpenSocket();
   SetOption(socket, SOL_SOCKET, SO_BROADCAST, 1, "Could not enable broadcast");
   int result = Bind(socket, target);
-  if (result < 0 && errno == EADDRNOTAVAIL) {  // a peer's address, say: what the system lists is no broadcast
+  // Refused: what the system lists may be a peer's address. Then the socket only listens.
+  if (result < 0 && errno == EADDRNOTAVAIL) {
     target.sin_addr = {};
     result = Bind(socket, target);
   }
@@ -117,7 +118,7 @@ NetworkSocket OpenMulticast(const IP4& address, const LocalAddress& local) {
 IP4 TargetOf(const NetworkSocket& socket) { return std::bit_cast<IP4>(socket.target.sin_addr); }
 
 int SendTo(const NetworkSocket& socket, const Bytes& data) {
-  if (!CanSend(socket)) return 0;  // the system would take 0.0.0.0 as this machine
+  if (!CanSend(socket)) return 0;  // the system would send to this machine
   auto target = socket.target;
   iovec piece{const_cast<uint8_t*>(data.data()), data.size()};  // only read
   PacketInfoMessage control;
@@ -128,7 +129,7 @@ int SendTo(const NetworkSocket& socket, const Bytes& data) {
                  .msg_control = control.bytes.data(),
                  .msg_controllen = control.bytes.size(),
                  .msg_flags = 0};
-  // Interface and source are stated: routes may lead elsewhere, above all when the interface is gone.
+  // Routing might choose another interface and source, above all when the interface is gone.
   auto* const header = CMSG_FIRSTHDR(&message);
   header->cmsg_level = IPPROTO_IP;
   header->cmsg_type = IP_PKTINFO;
@@ -136,7 +137,7 @@ int SendTo(const NetworkSocket& socket, const Bytes& data) {
   std::memcpy(CMSG_DATA(header), &socket.interface, sizeof socket.interface);
   const auto sent = cppu::Uninterrupted(
       [&] { return ::sendmsg(socket.descriptor.get(), &message, MSG_NOSIGNAL | MSG_DONTWAIT); });
-  return sent < 0 ? errno : 0;  // a datagram is never sent in part
+  return sent < 0 ? errno : 0;  // a datagram is sent whole or not at all
 }
 
 Arrival ReceiveFrom(const NetworkSocket& socket, IP4& sender, Bytes& data) {

@@ -39,8 +39,8 @@ Bytes ConfigurationPayload(const DeviceConfig& config) {
 
 bool IsPrintable(char character) { return character >= 0x20 && character <= 0x7E; }
 
-/// A text after its length, whose terminating byte must be there. It ends at its first zero byte: C callers
-/// would lose what comes after that.
+/// A text after its length; its terminating byte must be present. It ends at its first zero byte, because C
+/// callers would lose the rest anyway.
 bool ReadInfo(ByteReader& in, std::string& info) {
   const std::size_t length = in.le<uint8_t>();
   const auto text = in.text(length);
@@ -73,12 +73,14 @@ bool DecodePacket(std::span<const uint8_t> datagram, QV_ND_Packet& out) {
   if (datagram.size() < kHeaderSize || datagram.size() % kAlignment != 0) return false;
   ByteReader in(datagram);
   if (in.le<uint8_t>() != kStartByte) return false;
+  // Exact: a datagram that was cut on the way, or has something appended, is not trusted.
   if (in.le<uint16_t>() != datagram.size() - kUncountedBytes) return false;
   const auto opCode = in.le<uint8_t>();
   if (in.le<uint32_t>() != kMagic) return false;
   out.OpCode = opCode;
   out.Version = in.le<uint32_t>();
   out.DeviceType = in.le<uint32_t>();
+  // Some devices fill the rest of the field with anything, so the text ends at its first zero byte.
   const auto serialNumber = in.text(kSerialNumberField).substr(0, kSerialNumberField - 1);
   out.SerialNumber = serialNumber.substr(0, serialNumber.find('\0'));
   in.into(out.Token);

@@ -22,7 +22,7 @@ struct QV_ND_Packet {
   uint32_t DeviceType = 0;   ///< the type that the packet is about or addressed to, or kAnyDeviceType
   std::string SerialNumber;  ///< empty: any device
   RequestToken Token{};
-  Bytes Data;  ///< payload as it stands on the wire, padding included
+  Bytes Data;  ///< payload as on the wire, padding included
 };
 
 /// A datagram as sent or received.

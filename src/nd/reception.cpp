@@ -14,8 +14,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr int64_t kReceiveTimeoutMs = 5000;
-constexpr auto kRestAfterFault = 100ms;  // a transport that keeps failing must not cost a core
+constexpr int64_t kReceiveTimeoutMs = 5000;  // any: a close wakes the thread at once
+constexpr auto kRestAfterFault = 100ms;      // a transport that keeps failing must not cost a core
 
 }  // namespace
 
@@ -41,7 +41,7 @@ void Reception::stop() noexcept {
     stopped_ = true;
   }
   wakeUp_.notify_all();
-  connection_->Close(false);
+  connection_->Close(false);  // without wait: this may be the receive thread, in a listener
 }
 
 bool Reception::isStopped() {
@@ -62,6 +62,7 @@ void Reception::receiveOnce() {
   if (!connection_->Receive(networkId, sender, datagram.Data, kReceiveTimeoutMs)) return;
   QV_ND_Packet packet;
   const bool valid = DecodePacket(datagram.Data, packet);
+  // A lambda: with the log off, which is the rule, no text is built.
   const auto origin = [&] { return connection_->NetworkName(networkId) + " from " + IP4ToString(sender); };
   if (IsLogged(LogCategory::RawDatagrams)) {
     Log(LogCategory::RawDatagrams, std::string("Host got ") + (valid ? "valid " : "invalid ") +

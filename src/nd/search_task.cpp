@@ -14,8 +14,8 @@ class SearchTask::Search final : public cppu::Worker {
   Search(std::shared_ptr<DeviceFilter> filter, std::chrono::milliseconds timeout, std::string serialNumber)
       : filter_(std::move(filter)), timeout_(timeout), serialNumber_(std::move(serialNumber)) {}
 
-  /// The failure is judged here, where it is thrown: an exception that two threads hold is destroyed by
-  /// either, which no sanitizer can follow.
+  /// Failures are handled on this thread: an exception that two threads share may be destroyed by either,
+  /// which sanitizers cannot follow.
   void run() override {
     try {
       filter_->search(timeout_, serialNumber_, wait_);

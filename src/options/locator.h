@@ -7,7 +7,7 @@
 
 namespace qvio {
 
-/// A locator, taken apart once, when a channel is opened.
+/// A locator, split once, when a channel is opened.
 struct Locator {
   std::string text;                 ///< as given
   uint32_t interfaceType;           ///< QV_IO_INTERFACE_…, which the word before the first ":" names
@@ -15,7 +15,7 @@ struct Locator {
 };
 
 /// Throws Failure with QV_IO_ERROR_INVALID_LOCATOR for a text without ":" or with an unknown word before it.
-/// Which fields a locator needs is for its channel to say.
+/// The channel checks the fields.
 Locator ReadLocator(std::string_view text);
 
 /// How the locators of network devices are written.

@@ -69,7 +69,7 @@ template <class Value>
 void ConvertItem(const cppu::OptionsMap::Item& item, Value& value) {
   try {
     Convert(item.value, value);
-  } catch (const std::logic_error&) {  // what else comes, no memory for instance, is not the text's fault
+  } catch (const std::logic_error&) {  // any other failure, such as bad_alloc, is not the text's fault
     throw OptionsError("Conversion of " + item.key + " failed");
   }
 }

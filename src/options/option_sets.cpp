@@ -11,6 +11,8 @@ namespace {
 
 using Table = std::span<const std::string_view>;
 
+// The order of a table decides which of several wrong values is reported.
+
 constexpr std::tuple kGlobalKeys{Key{"strict", &GlobalOptions::strict},
                                  Key{"locator-format-network", &GlobalOptions::locatorFormatNetwork},
                                  Key{"discovery-iface", &GlobalOptions::discoveryIfaces}};

@@ -10,7 +10,7 @@ OptionsMap::OptionsMap(std::string_view text) {
   for (const auto untrimmed : Split(text, '\n')) {
     const auto line = Trim(untrimmed);
     if (line.empty()) continue;
-    const auto space = line.find(' ');
+    const auto space = line.find(' ');  // not any blank: a tab belongs to the key
     const auto value = space == std::string_view::npos ? std::string_view{} : line.substr(space + 1);
     items_.push_back({std::string(line.substr(0, space)), std::string(value)});
   }

@@ -8,7 +8,7 @@
 
 namespace qvio {
 
-/// Which keys of a record are written. "all" stands for every key of the record.
+/// The keys of a record to write. "all" means every key of the record.
 using Selection = std::set<std::string, std::less<>>;
 
 inline constexpr std::string_view kAllKeys = "all";

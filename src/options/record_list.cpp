@@ -15,7 +15,7 @@ struct Escape {
 };
 constexpr std::array<Escape, 4> kEscapes{{{'%', "%25"}, {'\n', "%0A"}, {'|', "%7C"}, {'=', "%3D"}}};
 
-// Escaping and unescaping are one pass over the text each, so that no code comes out of the text of another.
+// Escaping and unescaping each take one pass, so that a replacement is never replaced again.
 void AppendEscaped(std::string& text, std::string_view value) {
   for (const char character : value) {
     const auto* row = std::ranges::find(kEscapes, character, &Escape::character);
@@ -23,11 +23,12 @@ void AppendEscaped(std::string& text, std::string_view value) {
   }
 }
 
-/// Appends a line to the text of the whole list; a text for each record would cost twice the time.
+/// Appends to the text of the whole list; a temporary text for each record would double the time.
 void AppendRecord(std::string& text, const PropertyRecord& record, const Selection& keys) {
   const bool all = keys.contains(kAllKeys);
   bool newLine = true;
   for (const auto& [key, value] : record) {
+    // The line break comes with the first key: a record without a selected key must not leave an empty line.
     if (!all && !keys.contains(key)) continue;
     if (!text.empty()) text += newLine ? '\n' : '|';
     newLine = false;

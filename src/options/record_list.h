@@ -9,7 +9,7 @@
 
 namespace qvio {
 
-/// What is known of one device or interface, ordered by key, so that the same devices always give the same
+/// The properties of one device or interface, ordered by key, so that the same device always gives the same
 /// text.
 using PropertyRecord = std::map<std::string, std::string, std::less<>>;
 using RecordList = std::vector<PropertyRecord>;

@@ -14,8 +14,8 @@ namespace cppu {
 
 using Bytes = std::vector<uint8_t>;
 
-/// Reads wire data in order; integers are little-endian. A read past the end gives zeros or nothing and is
-/// remembered, so that one look at ok() after the last read is enough.
+/// Reads wire data in order; integers are little-endian. A read past the end gives zeros or nothing and
+/// clears ok(), so one check after the last read is enough.
 class ByteReader {
  public:
   explicit ByteReader(std::span<const uint8_t> bytes) : rest_(bytes) {}

@@ -22,8 +22,8 @@ class OptionsError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// What a "%" in the text of a reason stands for: a text or a number. It refers to its text and formats
-/// nothing, so that the values of a condition that holds cost nothing.
+/// The value of one "%" in the text of a reason: a text or a number. It refers to its text and formats
+/// nothing, so a check that passes does not pay for its values.
 class ReasonValue {
  public:
   ReasonValue(const char* text) noexcept : ReasonValue(std::string_view(text)) {}
@@ -40,8 +40,8 @@ class ReasonValue {
 };
 using ReasonValues = std::initializer_list<ReasonValue>;
 
-/// What was wrong, in plain words for whoever called. Holds its text itself and cuts off what does not fit,
-/// so that nothing can fail while it is made, copied or kept.
+/// Why something failed, in plain words for the caller. Its text has a fixed size and is cut to fit, so
+/// making, copying or keeping one cannot fail.
 class Reason {
  public:
   static constexpr std::size_t kLongest = 199;
@@ -62,13 +62,13 @@ class Reason {
   std::array<char, kLongest + 1> text_{};  ///< ends with a zero
   std::size_t size_ = 0;
 };
-// Kept for each thread: a destructor of it would keep the library from being unloaded.
+// Each thread keeps one: with a destructor it would prevent the library from being unloaded.
 static_assert(std::is_trivially_destructible_v<Reason> && std::is_nothrow_copy_constructible_v<Reason>);
 
 /// A foreseen failure: the result code that the application gets, and the reason.
 class Failure : public std::exception {
  public:
-  /// The reason as Reason makes it.
+  /// The parameters of the reason are those of Reason.
   explicit Failure(uint32_t code, std::string_view format, ReasonValues values = {}, int error = 0) noexcept
       : code_(code), reason_(format, values, error) {}
 
@@ -92,15 +92,14 @@ inline void Require(bool condition, uint32_t code, const char* format, ReasonVal
 /// The result code of the exception that is being handled; keeps its reason.
 uint32_t CurrentExceptionResult() noexcept;
 
-/// Why the last failing call on this thread failed: what ResultOf last kept. Empty before the first failure;
-/// the text is valid until the next one.
+/// Why the last failing call on this thread failed. Empty before the first failure; valid until the next one.
 std::string_view LastFailureReason() noexcept;
 
 /// Runs an action that returns a result code or nothing (QV_IO_OK) and turns what it throws into a code: a
 /// Failure gives its own, an OptionsError QV_IO_ERROR_INVALID_ARGUMENT, anything else
 /// QV_IO_ERROR_DRIVER_FAILURE. The reason is kept for LastFailureReason(). A code that the action returns
-/// comes from a ResultOf inside, which has kept the reason already. No exception passes into the application;
-/// only the forced unwinding of a thread that is being ended must, since swallowing it aborts the process.
+/// comes from a ResultOf inside it, which has kept the reason already. No exception passes into the
+/// application. Forced unwinding must pass, because swallowing it aborts the process.
 template <class Action>
 uint32_t ResultOf(Action action) {
   try {

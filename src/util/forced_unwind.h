@@ -4,9 +4,9 @@
 
 namespace cppu {
 
-/// To be asked in `catch (...)`: whether the stack is being unwound by pthread_exit or pthread_cancel. That
-/// must be thrown on, since swallowing it aborts the process. Such an unwinding is no exception of C++, so
-/// there is none.
+/// For `catch (...)`: whether pthread_exit or pthread_cancel is unwinding the stack. Such an unwinding must
+/// be rethrown, because swallowing it aborts the process. It is not a C++ exception, so there is no current
+/// one.
 inline bool IsForcedUnwind() noexcept { return std::current_exception() == nullptr; }
 
 }  // namespace cppu

@@ -12,8 +12,8 @@ void CountFork() noexcept;
 /// Ends the calling thread without unwinding its stack.
 [[noreturn]] void EndThreadHere() noexcept;
 
-/// Calls back into the application. When the callback forks and comes back in the child, by returning or by
-/// pthread_exit, its thread ends right here: all that the frames below would go on with belongs to the
+/// Calls back into the application. If the callback forks and returns in the child, or leaves it by
+/// pthread_exit, the thread ends right here: everything that the calling frames would use belongs to the
 /// parent.
 template <class Callback, class... Arguments>
 void CallApplication(Callback callback, Arguments... arguments) {

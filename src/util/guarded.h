@@ -5,7 +5,7 @@
 
 namespace cppu {
 
-/// A value that is reached only under its lock. Nothing that may block belongs into an action.
+/// A value that can be reached only under its lock. Actions must not block.
 template <class T>
 class Guarded {
  public:

@@ -25,7 +25,7 @@ struct IP4AddressHash {
   }
 };
 
-/// Bucket count that the tables of addresses and devices start with.
+/// Initial bucket count of the tables of addresses and devices.
 inline constexpr std::size_t kInitialBuckets = 10;
 
 using IP4Set = std::unordered_set<IP4, IP4AddressHash>;

@@ -6,8 +6,8 @@
 
 namespace cppu {
 
-/// Locks the mutex, but does not wait beyond the deadline: for the end of the process, where the holder may
-/// never run again. The lock does not own the mutex then.
+/// Locks the mutex, but gives up at the deadline; then the lock does not own the mutex. For the end of the
+/// process, when the holder may never run again.
 inline std::unique_lock<std::mutex> LockWithin(std::mutex& mutex,
                                                std::chrono::steady_clock::time_point deadline) {
   std::unique_lock lock(mutex, std::try_to_lock);

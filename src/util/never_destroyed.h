@@ -2,8 +2,8 @@
 
 namespace cppu {
 
-/// An object in static storage that is built once and never destroyed, so that threads still running while
-/// the process exits touch nothing dead.
+/// An object in static storage that is built once and never destroyed, so that threads that still run while
+/// the process exits never use a destroyed object.
 template <class T>
 union NeverDestroyed {
   constexpr NeverDestroyed() : value() {}

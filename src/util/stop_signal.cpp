@@ -18,7 +18,7 @@ void StopSignal::request() noexcept {
   std::chrono::steady_clock::time_point never{};
   requestTime_.compare_exchange_strong(never, std::chrono::steady_clock::now());
   requested_.store(true, std::memory_order_release);
-  ::eventfd_write(event_.get(), 1);  // cannot fail: one writer adds 1 to a counter that nobody drains
+  ::eventfd_write(event_.get(), 1);  // cannot fail: the counter is far from its limit
 }
 
 void StopSignal::wait(std::chrono::milliseconds time) const {

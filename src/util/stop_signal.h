@@ -10,7 +10,7 @@ namespace cppu {
 /// A stop flag that wakes a poll. Set once, never cleared. Any thread.
 class StopSignal {
  public:
-  /// Throws std::system_error when no descriptor can be had.
+  /// Throws std::system_error when there is no descriptor left.
   StopSignal();
 
   void request() noexcept;

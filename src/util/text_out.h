@@ -16,7 +16,7 @@ void HandOutListing(std::string_view text, char* buffer, std::size_t& size);
 /// When the text does not fit: the buffer gets the empty text and `size` becomes the length.
 void HandOutProperty(std::string_view text, char* buffer, std::size_t& size);
 
-/// The empty text in place of one that there is not; a size of 0 will do.
+/// Hands out the empty text where there is none; never fails, even with a size of 0.
 void HandOutNothing(char* buffer, std::size_t& size) noexcept;
 
 }  // namespace qvio

@@ -13,7 +13,7 @@
 namespace cppu {
 namespace {
 
-/// Far more than the deepest path of ours needs, and little enough for a process that locks its memory.
+/// Far more than our deepest call path needs, and little enough for a process that locks its memory.
 constexpr std::size_t kStackSize = 1024UL * 1024UL;
 
 class StackSize {
@@ -44,7 +44,7 @@ struct Thread::Record {
   bool ended = false;  ///< the worker is released; a join returns at once
 };
 
-/// Whether the calling thread is that of the record. An ended thread's id may have been given out again.
+/// Whether the calling thread is that of the record. The system may have reused the id of an ended thread.
 bool Threads::IsCurrent(const Thread::Record& record) {
   return !record.ended && ::pthread_equal(record.id, ::pthread_self()) != 0;
 }
@@ -103,7 +103,7 @@ void Threads::start(const RecordPtr& record) {
   throw std::system_error(error, std::generic_category(), "cannot start a thread");
 }
 
-/// On the ending thread. Whoever joins finds all that the worker held released.
+/// On the ending thread: once it is joined, everything that its worker held has been released.
 void Threads::finish(Thread::Record& record) noexcept {
   std::shared_ptr<Worker> worker;
   {
@@ -111,7 +111,7 @@ void Threads::finish(Thread::Record& record) noexcept {
     worker.swap(record.worker);
   }
   worker.reset();
-  reap();  // so that never more than the last thread waits for being joined
+  reap();  // so that at most one ended thread is left to join
   const std::lock_guard lock(mutex_);
   record.ended = true;
   ended_.notify_all();
@@ -172,7 +172,8 @@ bool Threads::endAll(std::chrono::milliseconds patience) {
   if (!lock) return false;
   closed_ = true;
   lock.unlock();
-  while (const auto worker = takeUnstopped()) worker->stop();  // with no lock held: it takes locks of its own
+  // Without the lock: stop() takes locks of its own.
+  while (const auto worker = takeUnstopped()) worker->stop();
   lock.lock();
   const auto isDone = [](const RecordPtr& record) { return record->ended || IsCurrent(*record); };
   ended_.wait_until(lock, deadline, [&] { return std::ranges::all_of(records_, isDone); });
@@ -192,7 +193,7 @@ void Threads::afterForkInChild() noexcept {
   for (const auto& record : all().records_) {
     if (record->worker) record->worker->abandon();
   }
-  // Not destroyed: releasing the workers would take locks that are held forever here.
+  // Not destroyed: releasing the workers would take locks whose holders do not exist in the child.
   ::new (&all()) Threads;
 }
 

@@ -10,7 +10,7 @@
 
 namespace cppu {
 
-/// What a thread of the library works on. The thread holds it from its start to its end.
+/// The work of one thread of the library. The thread owns a reference to it from start to end.
 class Worker {
  public:
   Worker() = default;
@@ -18,11 +18,11 @@ class Worker {
   Worker& operator=(const Worker&) = delete;
   virtual ~Worker() = default;
 
-  /// The thread's body. It may be left by the forced unwinding of pthread_exit, which a callback of the
-  /// application may call, but not by an exception.
+  /// The thread's body. Must not throw; only pthread_exit, which a callback of the application may call, may
+  /// unwind it.
   virtual void run() = 0;
 
-  /// Asks run() to return soon. Any thread, at any time, also before run() has begun and after it has
+  /// Asks run() to return soon. Any thread, at any time, even before run() has started or after it has
   /// returned; must not block.
   virtual void stop() noexcept = 0;
 
@@ -72,15 +72,15 @@ class Threads {
   /// lock held that one of them takes.
   void joinReleased();
 
-  /// Ends them all, for good: no thread starts any more. Stops every worker and joins the threads, except for
+  /// Ends all of them for good; no new one can start. Stops every worker and joins the threads, except for
   /// the calling one. A thread that does not end in time, because a callback of the application does not
-  /// return, is left alone. Returns whether none is left.
+  /// return, is not waited for. Returns whether all have ended.
   bool endAll(std::chrono::milliseconds patience);
 
   /// Lets threads start again after endAll().
   void reopen();
 
-  /// For pthread_atfork. The child starts with no threads; the workers of the parent's are abandoned.
+  /// For pthread_atfork. The child starts without threads; the workers of the parent's threads are abandoned.
   static void beforeFork() noexcept { all().mutex_.lock(); }
   static void afterForkInParent() noexcept { all().mutex_.unlock(); }
   static void afterForkInChild() noexcept;

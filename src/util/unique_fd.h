@@ -33,8 +33,8 @@ class UniqueFd {
   int fd_ = -1;
 };
 
-/// Moves a fresh descriptor above 2; errno is set when the result is empty. Numbers 0 to 2 are free where
-/// whoever started the program has closed its standard streams, and a stray printf must not reach a device.
+/// Moves a fresh descriptor above 2; errno is set when the result is empty. Numbers 0 to 2 are free in a
+/// program that was started without its standard streams, and a stray printf must not reach a device.
 inline UniqueFd AboveStandardStreams(UniqueFd fd) noexcept {
   if (!fd || fd.get() > STDERR_FILENO) return fd;
   return UniqueFd(::fcntl(fd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));

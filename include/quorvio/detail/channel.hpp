@@ -123,7 +123,7 @@ class Channel {
 
   /** Waits for a loss of the link without reading.
    * @return why; none after the time-out
-   * @throws Error  Errc::invalidHandle when the channel is closed meanwhile */
+   * @throws Error  Errc::invalidHandle when the channel is closed during the call */
   [[nodiscard]] std::optional<std::error_code> waitLost(Duration timeout) const {
     return inbox()->awaitLoss(timeout);
   }
@@ -148,7 +148,7 @@ class Channel {
     return *std::move(bytes);
   }
 
-  /// Owned by the caller as well: a callback may destroy this object meanwhile.
+  /// Owned by the caller as well: a callback may destroy this object during the call.
   [[nodiscard]] std::shared_ptr<detail::ChannelState> state() const {
     if (!state_) throw Error(Errc::invalidHandle, "a channel that was never opened, or moved from");
     return state_;

@@ -18,7 +18,7 @@ enum class Errc : int {
   deviceNotFound = QV_IO_ERROR_DEVICE_NOT_FOUND,
   invalidArgument = QV_IO_ERROR_INVALID_ARGUMENT,
   driverFailure = QV_IO_ERROR_DRIVER_FAILURE,
-  /** Not open: closed (also by another thread meanwhile), moved from, or the parent's after a fork. */
+  /** Not open: closed (also by another thread during the call), moved from, or the parent's after a fork. */
   invalidHandle = QV_IO_ERROR_INVALID_HANDLE,
   connectionLost = QV_IO_ERROR_CONNECTION_LOST,
   receiveFailed = QV_IO_ERROR_RECEIVE_FAILED,

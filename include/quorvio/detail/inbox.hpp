@@ -33,7 +33,7 @@ class Inbox {
     if (limit == 0) throw Error(Errc::invalidArgument, "a receive buffer of no bytes");
   }
 
-  /// Receive thread. Waits for room; drops the bytes when the inbox is closed or discarded meanwhile.
+  /// Receive thread. Waits for room; drops the bytes if the inbox is closed or discarded while it waits.
   void add(std::string_view bytes) {
     std::unique_lock<std::mutex> lock(mutex_);
     const auto discards = discards_;

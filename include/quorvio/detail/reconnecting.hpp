@@ -35,7 +35,7 @@ using OnChange = std::function<void(std::error_code why)>;
 
 namespace detail {
 
-/// For a thread that is started meanwhile: the application's signal handlers run on its own threads.
+/// For threads started in this scope: the application's signal handlers run on its own threads.
 class SignalsBlocked {
  public:
   SignalsBlocked() {

@@ -11,7 +11,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr uint32_t kLargestUserArea = 65536;  // no EEPROM comes near; a size above is none
+constexpr uint32_t kLargestUserArea = 65536;  // far above any EEPROM; a larger size is a fault of the chip
 constexpr uint8_t kDataBits = 8;
 constexpr uint8_t kOneStopBit = 0;
 constexpr uint8_t kNoParity = 0;
@@ -45,7 +45,7 @@ std::vector<uint8_t> Chip::readUserArea() const {
   RequireDriver(functions_->FT_EE_UASize(handle_, &size), "FT_EE_UASize");
   Require(size <= kLargestUserArea, QV_IO_ERROR_DRIVER_FAILURE, "the chip reports a user area of % bytes",
           {size});
-  std::vector<uint8_t> area(size + 1);  // an empty area, too, needs an address to be read to
+  std::vector<uint8_t> area(size + 1);  // even an empty area needs a valid address
   uint32_t read = 0;
   RequireDriver(functions_->FT_EE_UARead(handle_, area.data(), size, &read), "FT_EE_UARead");
   area.resize(size);
@@ -72,7 +72,7 @@ void Chip::configure(const LinkSettings& settings, const ChipTimes& times) const
 }
 
 void Chip::enterFifoMode() const {
-  // The reset may be refused by a chip that is in no mode yet.
+  // A chip that is not in a mode yet may refuse the reset.
   functions_->FT_SetBitMode(handle_, kAllPins, d2xx::kBitModeReset);
   std::this_thread::sleep_for(kBitModeSettling);
   RequireDriver(functions_->FT_SetBitMode(handle_, kAllPins, d2xx::kBitModeSynchronousFifo), "FT_SetBitMode");

@@ -47,7 +47,7 @@ class UsbDeviceList {
     std::optional<std::optional<uint8_t>> protocolId;  ///< none inside: there was no answer
   };
 
-  /// The list, at most 1500 ms old and not dropped; with `force` read again. Throws Failure with
+  /// The list, at most 1500 ms old and not dropped; read again with `force`. Throws Failure with
   /// QV_IO_ERROR_QUERY_FAILED, after which the next call reads again.
   std::vector<Entry>& upToDate(const D2xxFunctions& functions, bool force);
 

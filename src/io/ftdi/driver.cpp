@@ -68,14 +68,14 @@ bool FtdiDriver::ensureLoaded() {
   return loaded_;
 }
 
-/// The handles of the libraries are neither kept nor closed: what they have found must stay.
+/// The handles of the libraries are neither kept nor closed: the libraries must stay loaded.
 bool FtdiDriver::load() {
   void* const driver = ::dlopen("libftd2xx.so", RTLD_NOW);
   if (driver == nullptr) noteProblem();
   void* const chipId = ::dlopen("libftchipid.so", RTLD_NOW);
   if (driver != nullptr && chipId == nullptr) noteProblem();
   if (driver == nullptr || chipId == nullptr) return false;
-  ::dlerror();  // forgets what an application left behind
+  ::dlerror();  // drops an error that the application has not read
   return std::ranges::all_of(kEntryPoints, [&](const EntryPoint& entry) {
     void* const address = ::dlsym(entry.library == Library::Driver ? driver : chipId, entry.name);
     if (noteProblem()) return false;

@@ -70,7 +70,7 @@ UsbDevice ByIndex(std::string_view text, const UsbOptions& options, UsbAccess& u
   return found->device;
 }
 
-/// By the list as it is kept: reading the chips' ids takes long.
+/// Uses the list as it is, because reading the ids of chips is slow.
 UsbDevice ByChipId(std::string_view text, const UsbOptions& options, UsbAccess& usb) {
   const auto id = ReadNumber(text);
   const auto& entries = ReadList(usb, false);

@@ -149,10 +149,10 @@ void IoFtdi::receive(uint32_t waiting, std::span<uint8_t> buffer) {
     uint32_t got = 0;
     const auto notice = NoticeOf(chip_.functions().FT_Read(chip_.handle(), buffer.data(), wanted, &got));
     if (notice == QV_IO_OK) deliver(buffer.data(), std::min(got, wanted));
-    if (stop_->requested()) return;  // in the callback, say: no other one follows
+    if (stop_->requested()) return;  // stopped in the callback: no other callback may follow
     if (got > wanted && notice == QV_IO_OK) return report(QV_IO_ERROR_RECEIVE_FAILED);
     if (notice != QV_IO_OK) report(notice);
-    // The driver still says that there are bytes: asked at once again, it would cost a core.
+    // The driver still reports bytes; asking again at once would keep a core busy.
     if (notice != QV_IO_OK || got == 0) {
       stop_->wait(kRestAfterFault);
     } else {

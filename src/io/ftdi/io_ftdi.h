@@ -35,7 +35,7 @@ class IoFtdi final : public IoDevice, private cppu::Worker {
   /// What the driver says of the receive queue.
   struct QueueState {
     uint32_t waiting = 0;
-    uint32_t notice = QV_IO_OK;  ///< of a query that failed; nothing counts as waiting then
+    uint32_t notice = QV_IO_OK;  ///< of a failed query; then nothing counts as waiting
   };
 
   void start(std::shared_ptr<IoDevice> self);
@@ -55,8 +55,8 @@ class IoFtdi final : public IoDevice, private cppu::Worker {
   std::chrono::milliseconds sendLimit_{};
   std::optional<ReceiveEvent> event_;     ///< there from open on; the driver uses it until the chip is closed
   std::optional<cppu::StopSignal> stop_;  ///< requested with the event's lock held
-  /// Lets the receive thread close the chip only when no call of the application uses it: those share it for
-  /// as long as they last. Nothing else is locked while it is held.
+  /// Keeps the receive thread from closing the chip while calls of the application use it; those share the
+  /// lock. Nothing else is locked while it is held.
   std::shared_mutex inUse_;
   Chip chip_;
   cppu::Thread thread_;

@@ -25,7 +25,7 @@ struct ChipTraits {
 };
 
 /// The settings by the maker's configuration, else by the kind of chip, else by the product's description.
-/// What the user asks for wins; the mode is the chip's alone.
+/// Options of the user override them, except for the mode, which depends on the chip alone.
 LinkSettings ChooseLinkSettings(const ChipTraits& chip, std::optional<uint32_t> lineSpeed,
                                 std::optional<uint16_t> flowControl);
 

@@ -45,7 +45,7 @@ std::string LocatorLine(const UsbDevice& device, const UsbLocatorOptions& option
   const auto add = [&](bool chosen, const char* marker, const std::string& value) {
     if (chosen) line += marker + value;
   };
-  // Without an id the marker is left out, so that the line says nothing that is not so.
+  // Without an id the marker is left out too.
   add(chipId.has_value(), ":id:", std::to_string(chipId.value_or(0)));
   add(options.includeUsbVid, ":usb-vid:", std::to_string(device.vid()));
   add(options.includeUsbPid, ":usb-pid:", std::to_string(device.pid()));
@@ -56,7 +56,7 @@ std::string LocatorLine(const UsbDevice& device, const UsbLocatorOptions& option
 
 // ---- records
 
-/// The filters that need nothing but the driver's list.
+/// The filters that the driver's list alone can answer.
 bool IsAskedFor(const UsbDevice& device, const DeviceListOptions& options) {
   return Allows(options.findUsbProductNames, device.description) &&
          Allows(options.findUsbPids, device.pid()) && Allows(options.findUsbVids, device.vid()) &&
@@ -78,7 +78,7 @@ std::optional<uint8_t> ProtocolId(UsbAccess& usb, Entry& entry, std::size_t inde
   return *entry.protocolId;
 }
 
-/// What a record says beyond the driver's list.
+/// The properties that are not in the driver's list.
 struct Answers {
   std::optional<uint32_t> chipId;
   std::optional<uint8_t> protocolId;

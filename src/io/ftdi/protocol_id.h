@@ -8,7 +8,7 @@
 
 namespace qvio {
 
-/// Asks the device behind a chip for its protocol id. The chip is opened for that, so it must not be open
+/// Asks the device on a chip for its protocol id. The chip is opened for that, so it must not be open
 /// anywhere; only chips with the maker's mark are written to. None when anything fails.
 /// @param index  of the chip in the driver's list
 std::optional<uint8_t> AskProtocolId(const D2xxFunctions& functions, const UsbDevice& device,

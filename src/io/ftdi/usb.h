@@ -8,7 +8,7 @@
 
 namespace qvio {
 
-/// What all USB work of the process shares. Never destroyed.
+/// The state that all USB work of the process shares. Never destroyed.
 struct Usb {
   std::mutex mutex;  ///< held while chips are listed or opened; guards the list and load attempts
   FtdiDriver driver;
@@ -20,8 +20,8 @@ Usb& TheUsb();
 /// For a forked child: a new lock and an empty list. The driver's libraries stay loaded.
 void RenewUsb();
 
-/// The USB mutex, held, with the driver loaded. All signals are blocked in the meantime: the driver may start
-/// threads when it is loaded, lists or opens chips, and the application's handlers must not run on those.
+/// Holds the USB mutex, with the driver loaded. Blocks all signals for its lifetime: the driver may start
+/// threads when it is loaded, lists or opens chips, and the application's handlers must not run on them.
 /// Throws Failure with QV_IO_ERROR_DRIVER_UNAVAILABLE.
 class UsbAccess {
  public:

@@ -147,7 +147,7 @@ TEST(DescriptorChannel, SendsInPiecesAndReportsAFailedWrite) {
       << "the test still holds the other descriptor open";
 }
 
-/// A socket stands in for a line: it counts its queued bytes too, and does not drop them either.
+/// A socket takes the place of a line: it counts its queued bytes too, and does not drop them either.
 TEST(DescriptorChannel, WaitsAtTheCloseForQueuedBytesButNotForever) {
   for (const bool deviceReads : {true, false}) {
     std::array<int, 2> ends{};

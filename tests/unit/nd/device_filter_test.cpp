@@ -20,31 +20,31 @@ DiscoverInfo Device(const std::string& serialNumber, bool available = true,
 
 std::string Name(const DiscoverInfo& info) { return info.SerialNumber + (info.Available ? "1 " : "0 "); }
 
-/// A filter that notes what it tells: "+A1 " added, available; "~A0 " changed; "-A0 " removed.
+/// A filter that notes what it reports: "+A1 " added, available; "~A0 " changed; "-A0 " removed.
 struct Watcher {
-  auto tell(const std::string& event) {
+  auto report(const std::string& event) {
     return [this, event](const DiscoverInfo& info, auto... /*change*/) {
-      told += event + Name(info);
+      reported += event + Name(info);
       static_cast<void>(filter.devices());  // no lock is held
     };
   }
   explicit Watcher(bool tracksAvailability, uint32_t type = kAnyDeviceType, uint8_t protocolId = 0)
-      : filter(host, tell("+"), tell("~"), tell("-"), type, protocolId, tracksAvailability) {}
+      : filter(host, report("+"), report("~"), report("-"), type, protocolId, tracksAvailability) {}
 
-  /// What it tells of an answer, and what it knows then.
+  /// What it reports for an answer, and what it knows then.
   std::string hear(const DiscoverInfo& info) {
-    told.clear();
+    reported.clear();
     EXPECT_TRUE(filter.onDiscoverInfo(info));
     return result();
   }
   [[nodiscard]] std::string result() const {
-    auto text = told + "| ";
+    auto text = reported + "| ";
     for (const auto& info : filter.devices()) text += Name(info);
     return text;
   }
 
   std::shared_ptr<Host> host = std::make_shared<Host>();
-  std::string told;
+  std::string reported;
   DeviceFilter filter;
 };
 
@@ -75,8 +75,8 @@ TEST(DeviceFilter, TracksAvailability) {
   Watcher watcher(true);
   EXPECT_EQ(watcher.hear(Device("A", false)), "| ");
   for (const auto* const serialNumber : {"A", "B", "C"}) watcher.hear(Device(serialNumber));
-  EXPECT_EQ(watcher.hear(Device("B", false)), "~B0 -B0 | A1 C0 ");  // the one behind it counts as unavailable
-  EXPECT_EQ(watcher.hear(Device("A", false)), "-A0 | C0 ");         // the one behind it was that already
+  EXPECT_EQ(watcher.hear(Device("B", false)), "~B0 -B0 | A1 C0 ");  // the one after it counts as unavailable
+  EXPECT_EQ(watcher.hear(Device("A", false)), "-A0 | C0 ");         // the one after it was that already
   EXPECT_EQ(watcher.hear(Device("C", false)), "-C0 | ");            // the last one, unavailable already
   EXPECT_EQ(watcher.hear(Device("D")), "+D1 | D1 ");
   EXPECT_EQ(watcher.hear(Device("D", false)), "~D0 -D0 | ");  // the last one, available
@@ -108,7 +108,7 @@ TEST(DeviceFilter, SearchSweepsWhatWasNotHeardSinceTheRequest) {
   watcher.filter.search(0ms, "");
   EXPECT_EQ(watcher.result(), "-A1 | B1 D0 ");
 
-  net->onSend = [&] { watcher.told.clear(); };
+  net->onSend = [&] { watcher.reported.clear(); };
   const auto start = std::chrono::steady_clock::now();
   watcher.filter.search(30ms, "");
   EXPECT_GE(std::chrono::steady_clock::now() - start, 30ms);
@@ -172,8 +172,8 @@ TEST(DeviceFilter, HearsItsHostAndLeavesIt) {
   const auto host = std::make_shared<Host>();
   auto* const net = StartOnFake(*host);
   auto filter = std::make_unique<DeviceFilter>(host, nullptr, nullptr, nullptr, 7, 1, false);
-  EXPECT_THROW(filter->onDiscoverInfo(Device("A")), std::bad_function_call);  // nobody to tell
-  net->announce("A");                                                         // known: nothing to tell
+  EXPECT_THROW(filter->onDiscoverInfo(Device("A")), std::bad_function_call);  // no callback
+  net->announce("A");                                                         // known: nothing to report
   net->announce("B");
   ASSERT_TRUE(net->isDealtWith());
   EXPECT_EQ(filter->devices().size(), 2U);
@@ -182,23 +182,24 @@ TEST(DeviceFilter, HearsItsHostAndLeavesIt) {
   EXPECT_TRUE(net->isDealtWith());
 }
 
-TEST(DeviceFilter, TellsAgainWhatACallbackCouldNotTake) {
+TEST(DeviceFilter, ReportsAgainWhatACallbackHadNoMemoryFor) {
   int failures = 0;
-  std::string told;
-  const auto tell = [&](const char* event) {
+  std::string reported;
+  const auto report = [&](const char* event) {
     return [&, event](const DiscoverInfo& info, auto... /*change*/) {
       if (failures-- > 0) throw std::bad_alloc();
-      told += event + Name(info);
+      reported += event + Name(info);
     };
   };
-  DeviceFilter filter(std::make_shared<Host>(), tell("+"), tell("~"), tell("-"), kAnyDeviceType, 0, false);
+  DeviceFilter filter(std::make_shared<Host>(), report("+"), report("~"), report("-"), kAnyDeviceType, 0,
+                      false);
   for (const bool available : {true, false}) {
     failures = 1;
     EXPECT_THROW(filter.onDiscoverInfo(Device("A", available)), std::bad_alloc);
     filter.onDiscoverInfo(Device("A", available));
     filter.onDiscoverInfo(Device("A", available));
   }
-  EXPECT_EQ(told, "+A1 ~A0 ");
+  EXPECT_EQ(reported, "+A1 ~A0 ");
 }
 
 }  // namespace
