@@ -27,7 +27,7 @@ void RequirePort(uint32_t port) {
   Require(port <= kLargestPort, QV_IO_ERROR_INVALID_ARGUMENT, "port % is above %", {port, kLargestPort});
 }
 
-// Digits are enough: applications give texts like "5000 " or "5000/tcp".
+// Reads the leading digits, as the options do: anything may follow them.
 uint16_t ReadPort(const std::string& field) {
   uint32_t port = kLargestPort + 1;
   try {

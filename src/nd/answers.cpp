@@ -57,7 +57,7 @@ void Answers::notify(const QV_ND_Packet& packet, const IP4& sender) {
 }
 
 void Answers::completeWithResult(const QV_ND_Packet& packet) {
-  // Tokens are random, so it does not matter which table is asked first.
+  // A Result may answer a request of any kind; its token is in one table at most.
   std::promise<ResultCode> result;
   std::promise<GetDeviceConfigResult> query;
   const bool isResult = resets.take(packet.Token, result) || sets.take(packet.Token, result);

@@ -9,7 +9,7 @@
 namespace quorvind {
 namespace {
 
-/// Devices act on a request for any device too: all of them would take the same address.
+/// A request for any device would give all of them the same configuration.
 void RequireAddressed(uint32_t deviceType, const std::string& serialNumber) {
   if (deviceType == kAnyDeviceType || serialNumber.empty())
     throw InvalidArgumentException("Must address specific device");

@@ -80,7 +80,7 @@ bool DecodePacket(std::span<const uint8_t> datagram, QV_ND_Packet& out) {
   out.OpCode = opCode;
   out.Version = in.le<uint32_t>();
   out.DeviceType = in.le<uint32_t>();
-  // Some devices fill the rest of the field with anything, so the text ends at its first zero byte.
+  // The text ends at its first zero byte; the rest of the field may hold anything.
   const auto serialNumber = in.text(kSerialNumberField).substr(0, kSerialNumberField - 1);
   out.SerialNumber = serialNumber.substr(0, serialNumber.find('\0'));
   in.into(out.Token);
