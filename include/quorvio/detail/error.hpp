@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <new>
 #include <string>
 #include <system_error>
 
@@ -75,7 +76,9 @@ class Category final : public std::error_category {
 }  // namespace detail
 
 inline const std::error_category& category() noexcept {
-  static const auto& forever = *new detail::Category;  // callbacks may run while the process exits
+  // Never destroyed: callbacks may run while the process exits.
+  alignas(detail::Category) static unsigned char storage[sizeof(detail::Category)];
+  static const auto& forever = *::new (storage) detail::Category;
   return forever;
 }
 

@@ -2,12 +2,12 @@
 #define QUORVIO_DETAIL_RECONNECTING_HPP
 
 #include <pthread.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <csignal>
 #include <exception>
 #include <functional>
 #include <memory>

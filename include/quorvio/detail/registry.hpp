@@ -26,7 +26,7 @@ class Registry {
     const std::lock_guard<std::mutex> lock(table.mutex);
     const auto number = ++table.lastNumber;
     table.states.emplace(number, std::move(state));
-    return reinterpret_cast<void*>(number);
+    return reinterpret_cast<void*>(number);  // NOLINT(performance-no-int-to-ptr): never dereferenced
   }
 
   /// For callbacks. They only come after add() in the same process, hence no look at the process.

@@ -16,7 +16,7 @@ std::string textOut(const std::string& what, Write write) {
   std::string text;
   for (std::size_t size = 4096;;) {
     text.resize(size);
-    const uint32_t result = write(&text[0], &size);
+    const uint32_t result = write(text.data(), &size);
     if (result == QV_IO_ERROR_BUFFER_TOO_SMALL) {
       size = 2 * (size + 1);
       continue;
