@@ -13,6 +13,7 @@
 namespace qvio {
 namespace {
 
+/// Which kinds of interface the `iface-type` lines of a text name.
 struct Kinds {
   bool usb;
   bool network;
@@ -36,6 +37,7 @@ std::string ListAllDevices(std::string_view optionText) {
           "neither only-locator nor an include option says what to write");
   const auto kinds = ReadKinds(options.ifaceTypes);
   RecordList records;
+  // In this order in the text. The first kind that fails decides the result of the whole list.
   if (kinds.usb) AppendUsbDevices(options, records);
   if (kinds.network) quorvind::AppendNetworkDevices(options, records);
   if (kinds.serial) TheLibrary().serialPorts.appendRecords(options.forceRescan, records);
@@ -46,6 +48,7 @@ std::string ListAllDevices(std::string_view optionText) {
 
 std::string ListDevices(uint32_t interfaceType, std::string_view options) {
   if (interfaceType == QV_IO_INTERFACE_ALL) return ListAllDevices(options);
+  // Asked through the exported function, so that both always agree.
   uint32_t canEnumerate = 0;
   QV_IO_CanEnumerateDevices(interfaceType, &canEnumerate);
   Require(canEnumerate != 0 && interfaceType == QV_IO_INTERFACE_USB, QV_IO_ERROR_NOT_SUPPORTED,

@@ -21,6 +21,7 @@ void EventDispatcher::dispatch(const QV_IO_Event& event, const std::function<boo
 
 void EventDispatcher::raise(quorvind::DiscoveryEvent event, PropertyRecord device,
                             const std::function<bool()>& isStillWanted) {
+  // The record is built before the lock is taken.
   const bool found = event == quorvind::DiscoveryEvent::DeviceFound;
   const QV_IO_Event record{.type = found ? QV_IO_EVENT_DEVICE_FOUND : QV_IO_EVENT_DEVICE_LOST,
                            .device = std::move(device)};

@@ -59,6 +59,7 @@ void RequireTextOut(const char* buffer, const std::size_t* size) {
   RequireBuffer(buffer, *size);
 }
 
+/// A null text is allowed wherever an empty one is.
 std::string_view TextOrEmpty(const char* text) { return text != nullptr ? text : std::string_view{}; }
 
 std::shared_ptr<IoDevice> MakeChannel(ChannelArguments arguments) {
@@ -103,6 +104,7 @@ uint32_t QV_IO_GetVersion(uint32_t* major, uint32_t* minor, uint32_t* update) {
 uint32_t QV_IO_GetLocatorInterfaceType(uint32_t* interfaceType, const char* locator) {
   return Call([&] {
     RequirePointers(interfaceType);
+    // First, so that a failure leaves it at 0.
     *interfaceType = 0;
     *interfaceType = ReadLocator(TextOrEmpty(locator)).interfaceType;
   });
@@ -137,6 +139,7 @@ uint32_t QV_IO_EnumerateInterfaces(const char* options, char* buffer, size_t* si
 
 uint32_t QV_IO_SetGlobalOptions(const char* options) {
   return Call([&] {
+    // Read before the lock: resolving interfaces can take long, and callbacks wait for the global mutex.
     const auto settings = quorvind::ReadSettings(ReadGlobalOptions(TextOrEmpty(options)));
     const cppu::ScopeExit joined(
         [] { cppu::Threads::all().joinReleased(); });  // of interfaces that were watched
@@ -187,6 +190,7 @@ uint32_t QV_IO_Close(uint32_t handle, uint32_t wait) {
 
 uint32_t QV_IO_Send(uint32_t handle, const void* data, size_t length) {
   return Call([&] {
+    // The reference keeps the channel alive, should another thread close the handle during the call.
     const auto channel = TheLibrary().handles.at(handle);
     RequireBuffer(data, length);
     channel->send({static_cast<const uint8_t*>(data), length});

@@ -38,6 +38,7 @@ std::shared_ptr<IoDevice> HandleTable::take(uint32_t handle) {
 }
 
 void HandleTable::clear() noexcept {
+  // The last opened first, as destructors would.
   for (auto slot = slots_.rbegin(); slot != slots_.rend(); ++slot) slot->reset();
 }
 

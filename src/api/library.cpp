@@ -24,6 +24,7 @@ constinit cppu::NeverDestroyed<Library> library;
 /// those of threads that could not be ended: the calling one, and any that is stuck in a callback.
 void EndThreads() {
   const auto deadline = std::chrono::steady_clock::now() + kPatienceAtUnload;
+  // With a thread left, the table and the state of discovery may be in use: leaking them is the lesser harm.
   if (!cppu::Threads::all().endAll(kPatienceAtUnload)) return;
   const auto lock = cppu::LockWithin(TheLibrary().globalMutex, deadline);
   if (!lock) return;
@@ -41,6 +42,7 @@ void StartAfreshInChild() {
   RenewUsb();
 }
 
+/// At load, so that the first call of an application does not search the disk for a driver.
 [[gnu::constructor]] void Load() {
   ::pthread_atfork(cppu::Threads::beforeFork, cppu::Threads::afterForkInParent, StartAfreshInChild);
   TheUsb().driver.onLibraryLoad();

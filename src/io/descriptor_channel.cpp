@@ -134,6 +134,7 @@ void DescriptorChannel::releaseDescriptor() noexcept {
 }
 
 void DescriptorChannel::send(std::span<const uint8_t> bytes) {
+  // Before the lock: an empty send must not wait for a blocked one.
   if (bytes.empty()) return;
   const std::lock_guard lock(sendMutex_);
   sendAll(bytes);
@@ -145,6 +146,7 @@ void DescriptorChannel::sendAll(std::span<const uint8_t> rest) {
   while (!rest.empty()) {
     const auto piece = rest.first(std::min(rest.size(), kind_.largestWrite));
     const auto written = writeSome(piece);
+    // A short write means the buffer is full: asking for room at once saves a call that would fail.
     const bool full = written < 0 ? WouldBlock(errno) : static_cast<std::size_t>(written) < piece.size();
     const bool failed = written < 0 && !full;
     Require(!failed || errno != ECONNRESET, kind_.peerReset, "cannot send", {}, errno);

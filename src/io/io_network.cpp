@@ -39,6 +39,7 @@ uint16_t ReadPort(const std::string& field) {
   return static_cast<uint16_t>(port);
 }
 
+/// The locator, the option and the discovered port, in this order; 0 means not set.
 uint16_t FirstSet(uint16_t first, uint32_t second, uint16_t third) {
   if (first != 0) return first;
   return second != 0 ? static_cast<uint16_t>(second) : third;

@@ -47,6 +47,7 @@ constexpr std::array<Speed, 18> kSpeeds{{{50, B50},
                                          {115200, B115200},
                                          {230400, B230400}}};
 
+// CLOCAL: modem lines are ignored, since many devices do not drive them.
 constexpr tcflag_t kControlFlags = CS8 | CREAD | CLOCAL;
 
 // The values of IXON | IXOFF, but in the control word, where they read as HUPCL | CBAUDEX: applications were
@@ -107,6 +108,7 @@ cppu::UniqueFd IoSerial::openDescriptor() const {
   Require(static_cast<bool>(fd), QV_IO_ERROR_DRIVER_FAILURE, "cannot open %", {path}, errno);
   const auto line = LineSettings(settings.baudrate, settings.xonxoff);
   const TerminalStopBlocked fromTheBackground;
+  // Flushes: bytes from before the open belong to nobody.
   const auto applied = cppu::Uninterrupted([&] { return ::tcsetattr(fd.get(), TCSAFLUSH, &line); });
   Require(applied == 0 || errno != ENOTTY, QV_IO_ERROR_DRIVER_FAILURE, "% is not a serial port", {path});
   Require(applied == 0, QV_IO_ERROR_DRIVER_FAILURE, "cannot set up %", {path}, errno);

@@ -116,12 +116,14 @@ void ReleaseTerminal(cppu::UniqueFd fd, const StillWaits& stillWaits) {
       return;  // another process has the port open and writes; then the close does not wait
   }
   if (queued == 0) return;
+  // Time is up: what the device has not taken is dropped.
   ::tcflush(fd.get(), TCOFLUSH);
   if (QueuedBytes(fd.get()) > 0) CloseAtOnce(std::move(fd));
 }
 
 void ReleaseSocket(cppu::UniqueFd fd, bool peerTalks, const StillWaits& stillWaits) {
   if (QueuedBytes(fd.get()) > 0 && (peerTalks || InputWaits(fd.get()))) DrainSocket(fd.get(), stillWaits);
+  // A forked child may hold a copy; the connection ends all the same.
   ::shutdown(fd.get(), SHUT_RDWR);
 }
 

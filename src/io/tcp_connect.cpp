@@ -27,6 +27,7 @@ Addresses Resolve(const std::string& host, uint16_t port) {
   addrinfo* found = nullptr;
   const int error = ::getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found);
   if (error == 0) return Addresses(found);
+  // EAI_AGAIN too: without a network, every name is unknown for now.
   const bool unknown = error == EAI_NONAME || error == EAI_AGAIN;
   Fail(unknown ? QV_IO_ERROR_DEVICE_NOT_FOUND : QV_IO_ERROR_DRIVER_FAILURE, "cannot resolve %: %",
        {host, ::gai_strerror(error)}, error == EAI_SYSTEM ? errno : 0);
@@ -73,6 +74,7 @@ cppu::UniqueFd ConnectTcp(const std::string& host, uint16_t port, std::chrono::m
         cppu::UniqueFd(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP)));
     error = fd ? Connect(fd.get(), *address, timeout) : errno;
     if (error == 0) return fd;
+    // Out of descriptors: the next address would fail in the same way.
     if (!fd) break;
   }
   const auto milliseconds = static_cast<uint64_t>(timeout.count());

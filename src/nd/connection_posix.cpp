@@ -34,6 +34,7 @@ int SendOn(const NetworkSocket* network, const Bytes& data) {
 
 [[noreturn]] void ThrowNotSent(int error) { ThrowSystemFailure("Could not send datagram", error); }
 
+/// The event of the socket set is polled too, so that a close or new sockets end the wait at once.
 void WaitForInput(const SocketSet& sockets, steady_clock::time_point deadline) {
   std::vector<pollfd> entries{{sockets.outdated.get(), POLLIN, 0}};
   for (const auto& pair : sockets.pairs) {
@@ -54,6 +55,8 @@ class ConnectionPosix final : public Connection {
  public:
   explicit ConnectionPosix(const IP4Set& interfaces) : sockets_({interfaces.begin(), interfaces.end()}) {}
 
+  /// First nobody may enter, then those inside are woken. In the other order a call could enter in between
+  /// and sleep on sockets that nobody wakes any more.
   void Close(bool wait) override {
     std::unique_lock lock(mutex_);
     open_ = false;
@@ -81,6 +84,7 @@ class ConnectionPosix final : public Connection {
     do {
       const auto now = steady_clock::now();
       sockets_.refreshIfDue(now);
+      // This turn keeps the set alive: no descriptor is closed under a call, even if the set is replaced.
       const auto sockets = sockets_.current();
       const auto arrival = take(*sockets, networkId, sender, data);
       if (arrival == Arrival::Datagram) {
@@ -88,6 +92,7 @@ class ConnectionPosix final : public Connection {
         return true;
       }
       if (now >= deadline) return false;
+      // Something was dropped, so more may be waiting: no reason to sleep yet.
       if (arrival == Arrival::Ignored) continue;
       if (isInBurst(now)) {
         Rest(*sockets);
@@ -108,6 +113,7 @@ class ConnectionPosix final : public Connection {
     }
     const uint32_t index = networkId - 1;
     int error = SendOn(sockets_.current()->network(index), data);
+    // The interface may have been replaced since the last look: one more try with new sockets.
     if (error != 0 && sockets_.refresh()) error = SendOn(sockets_.current()->network(index), data);
     if (error != 0) ThrowNotSent(error);
   }
@@ -149,6 +155,7 @@ class ConnectionPosix final : public Connection {
     return open_;
   }
 
+  /// Relaxed: this is an estimate, and a fence would cost on every datagram.
   void noteArrival(steady_clock::time_point now) {
     const auto before = lastArrival_.exchange(now, std::memory_order_relaxed);
     const auto inARow = now - before < kSoon ? inARow_.load(std::memory_order_relaxed) + 1 : 0;
@@ -166,6 +173,7 @@ class ConnectionPosix final : public Connection {
     bool isSent = false;
     for (uint32_t i = 0; i < networkCount(); ++i) {
       const auto* const network = sockets.network(i);
+      // A network that only listens neither sends nor fails.
       if (network != nullptr && !CanSend(*network)) continue;
       const int error = SendOn(network, data);
       if (error == 0) isSent = true;
@@ -186,6 +194,7 @@ class ConnectionPosix final : public Connection {
       const auto arrival = receiveOn(sockets.network(index), sender, data);
       if (arrival == Arrival::Ignored) result = arrival;
       if (arrival != Arrival::Datagram) continue;
+      // Counts the datagrams of this network; after kLongestRun the quotient moves on to the next one.
       turn_.store((i == 0 ? turn : index * kLongestRun) + 1, std::memory_order_relaxed);
       networkId = index + 1;
       return arrival;

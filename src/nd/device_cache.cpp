@@ -13,6 +13,7 @@ constexpr std::chrono::seconds kRecent{10};
 void DeviceCache::insert(const IP4& local, const DiscoverInfo& info) {
   if (refresh(local, info)) return;
   auto& known = devices_[local];
+  // Only now, so that old records cost nothing until forged answers fill the cache.
   if (known.isFull()) {
     known.takeIf([&](const DiscoverInfo& old) { return old.LastSeen < info.LastSeen - kRecent; });
   }
@@ -36,6 +37,7 @@ void DeviceCache::erase(const IP4& local, const DiscoverInfo& info) {
   if (position != known->second.end()) known->second.erase(position);
 }
 
+/// Walks all records: opens by serial number are rare, and an index would have to follow every answer.
 std::optional<DeviceCache::Heard> DeviceCache::latest(std::string_view serialNumber) const {
   const IP4* local = nullptr;
   const DiscoverInfo* latest = nullptr;

@@ -77,6 +77,7 @@ std::vector<DiscoverInfo> DeviceFilter::Core::devices() const {
 }
 
 void DeviceFilter::Core::onDiscoverInfo(const DiscoverInfo& info) {
+  // Before the lock: most answers on a shared network may be for other filters.
   if (!accepts(info)) return;
   const std::lock_guard lock(order_);
   const auto effect = known_.with([&](KnownDevices& known) { return apply(info, known); });
@@ -147,6 +148,7 @@ void DeviceFilter::Core::endSearch(Search search) {
 void DeviceFilter::Core::sweep(const std::string& serialNumber) {
   const std::lock_guard lock(order_);
   const auto limit = searches_.with([](const std::list<Time>& running) { return running.front(); });
+  // All are taken out first: a callback that asks for the devices must not see one that is about to go.
   auto silent = known_.with([&](KnownDevices& known) {
     return known.takeIf([&](const DiscoverInfo& info) {
       return info.LastSeen < limit && (serialNumber.empty() || info.SerialNumber == serialNumber);
@@ -191,6 +193,7 @@ void DeviceFilter::search(std::chrono::milliseconds timeout, const std::string& 
                           cppu::CancellableWait& wait) {
   const auto running = core_->beginSearch();
   const cppu::ScopeExit ended([&] { core_->endSearch(running); });
+  // From the recorded start, before the request goes out: an answer can never be older than its search.
   const auto deadline = *running + timeout;
   host_->discover(core_->deviceType, serialNumber);
   if (wait.waitUntil(deadline)) core_->sweep(serialNumber);

@@ -66,6 +66,7 @@ ChannelList DiscoverDevices(QuorviNDState& state, const IP4Set& addresses, milli
   Awaiting awaiting(state, serialNumber);
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   auto searches = StartSearches(channels, timeout, force, serialNumber);
+  // Cancelled, the others end at once and remove no device.
   if (!searches.empty() && !serialNumber.empty() && awaiting.waitUntil(deadline)) {
     for (auto& search : searches) search.cancel();
   }

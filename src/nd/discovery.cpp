@@ -101,6 +101,7 @@ std::string NotLocal(std::span<const IP4> addresses, const IP4Set& local) {
 Endpoint FindDevice(const std::string& serialNumber, std::span<const std::string> ifaces,
                     milliseconds searchTime) {
   auto& state = State();
+  // In the usual case, a watched interface, this takes no time and sends nothing.
   const auto known = FindInCache(state, serialNumber);
   if (known.endpoint && (known.trusted || ifaces.empty())) return *known.endpoint;
   const auto addresses = WithInterfaces([&] { return ReadInterfaces(ifaces); });
@@ -161,6 +162,7 @@ Settings ReadSettings(const qvio::GlobalOptions& options) {
 void AdoptSettings(const Settings& settings, DiscoveryEvents& events) {
   auto& state = State();
   const std::lock_guard lock(state.mutex);
+  // Even if an interface is refused below: the events of those that are watched already must go on.
   state.events = &events;
   state.format = settings.format.value_or(state.format);
   if (!settings.watched) qvio::Fail(QV_IO_ERROR_INVALID_ARGUMENT, "%", {settings.problem});
@@ -170,6 +172,7 @@ void AdoptSettings(const Settings& settings, DiscoveryEvents& events) {
     const auto address = channel->address;
     active[address] = std::move(channel);
   }
+  // The former channels go with `active`, after the new ones exist: those that stay are not restarted.
   state.active.swap(active);
   PurgeExpired(state);
   if (!settings.problem.empty()) problem = settings.problem;

@@ -17,6 +17,7 @@ void RequireAddressed(uint32_t deviceType, const std::string& serialNumber) {
 
 }  // namespace
 
+/// Waiters first: the thread may still complete a request while it stops.
 Host::~Host() {
   answers_->cancelAll();
   takeRunning().stop();
@@ -28,6 +29,7 @@ void Host::Running::stop() const noexcept {
 
 void Host::start(std::unique_ptr<Connection> connection) {
   const std::lock_guard lock(mutex_);
+  // A second reception would deliver every answer twice.
   if (running_.connection) throw InvalidOperationException("Host already running");
   Running running;
   running.connection = std::move(connection);
@@ -44,6 +46,7 @@ Host::Running Host::takeRunning() {
 }
 
 void Host::stop() {
+  // Taken out under the lock, stopped without it: a listener that is running may call the host.
   auto running = takeRunning();
   if (!running.connection) return;
   answers_->dropAll();
@@ -96,6 +99,7 @@ std::future<Answer> Host::request(PendingRequests<Answer>& pending, Make make) {
   auto answer = pending.add(token);  // first: the answer may come before send() returns
   try {
     send(0, make(token));
+    // A request that was not sent would wait for its answer forever.
   } catch (const std::exception&) {
     pending.drop(token);
     throw;

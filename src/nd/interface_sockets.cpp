@@ -40,6 +40,8 @@ LocalAddress FindAtStart(const IP4& address) {
   }
 }
 
+/// The index tells an interface that came back from the one that was removed: the kernel normally gives a new
+/// one.
 unsigned IndexOf(const SocketPair& pair) { return static_cast<unsigned>(pair[0].interface.ipi_ifindex); }
 
 /// The former sockets where nothing has changed, null while the address cannot be used.
@@ -61,6 +63,7 @@ SharedPair Look(const IP4& address, const SharedPair& former) {
     return isKept(TargetOf((*opened)[0])) ? former
                                           : opened;  // refused again: a peer's address, not a broadcast one
   } catch (const NetworkException& failure) {
+    // Out of descriptors, for instance: the old sockets still work for the same interface.
     if (isSame) return former;
     if (former) LogChange(address, failure.what());
     return nullptr;
@@ -100,12 +103,14 @@ bool InterfaceSockets::refreshIfDue(std::chrono::steady_clock::time_point now) {
 }
 
 bool InterfaceSockets::replace(const std::shared_ptr<const SocketSet>& former, const SocketPairs& pairs) try {
+  // Made before the lock: opening the event may fail, and then nothing has changed.
   const auto newer = std::make_shared<const SocketSet>(pairs);
   {
     const std::lock_guard lock(mutex_);
     if (closed_ || current_ != former) return true;  // another call was faster
     current_ = newer;
   }
+  // Wakes those who poll the former set; it is never read, so every one of them sees it.
   ::eventfd_write(former->outdated.get(), 1);
   for (std::size_t i = 0; i < pairs.size(); ++i) {
     if (pairs[i] != former->pairs[i]) LogChange(addresses_[i], pairs[i] ? "has changed" : "is gone");

@@ -39,6 +39,7 @@ std::optional<std::vector<IP4>> Read(std::span<const std::string> texts, std::st
     if (!offWord.empty() && *word == offWord) return {};
     Add(*word, addresses);
   }
+  // The same address under two texts must not be searched twice.
   std::ranges::sort(addresses);
   const auto repeated = std::ranges::unique(addresses);
   addresses.erase(repeated.begin(), repeated.end());

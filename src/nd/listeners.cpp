@@ -6,6 +6,7 @@ namespace quorvind {
 
 std::size_t Listeners::add(Listener listener) {
   const std::lock_guard lock(mutex_);
+  // Ids only grow, so that notify() can find its place again after any change.
   table_[++lastId_] = std::make_shared<const Listener>(std::move(listener));
   return lastId_;
 }
@@ -28,6 +29,7 @@ std::shared_ptr<const Listeners::Listener> Listeners::nextAfter(std::size_t& id)
   return next->second;
 }
 
+/// Takes the next listener by id each time, since the table may change while one runs.
 void Listeners::notify(const DiscoverInfo& info) {
   std::size_t id = 0;
   while (const auto listener = nextAfter(id)) {

@@ -25,12 +25,14 @@ struct FreeAddresses {
 };
 using Addresses = std::unique_ptr<ifaddrs, FreeAddresses>;
 
+/// Every call asks the system again: adapters come and go while an application runs.
 Addresses ListAddresses(std::string_view failure) {
   ifaddrs* addresses = nullptr;
   if (::getifaddrs(&addresses) != 0) ThrowSystemFailure(failure);
   return Addresses(addresses);
 }
 
+/// Copied out, since the list does not promise the alignment of sockaddr_in.
 IP4 AddressIn(const sockaddr* name) {
   if (name == nullptr || name->sa_family != AF_INET) return {};
   sockaddr_in ip4{};

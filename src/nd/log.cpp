@@ -35,6 +35,7 @@ void SetLog(LogSink sink, LogMask mask) {
 bool IsLogged(LogCategory category) noexcept { return TheLog().effective.load().has(category); }
 
 void Log(LogCategory category, const std::string& line) {
+  // Asked again: callers that build no text of their own do not ask.
   if (!IsLogged(category)) return;
   auto& log = TheLog();
   const std::lock_guard lock(log.mutex);

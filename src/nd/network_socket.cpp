@@ -62,6 +62,7 @@ void TryOption(const cppu::UniqueFd& socket, int level, int option, int value) {
 cppu::UniqueFd OpenSocket() {
   auto socket = cppu::AboveStandardStreams(cppu::UniqueFd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)));
   Checked(socket.get(), "Could not create socket");
+  // Other programs on this machine discover on the same ports.
   SetOption(socket, SOL_SOCKET, SO_REUSEADDR, 1, "Could not set SO_REUSEADDR");
   SetOption(socket, IPPROTO_IP, IP_PKTINFO, 1, "Could not set IP_PKTINFO");
   // Without this the socket would also hear the groups that other sockets have joined on other interfaces.
@@ -70,6 +71,7 @@ cppu::UniqueFd OpenSocket() {
   return socket;
 }
 
+/// With index 0 routing chooses the interface.
 in_pktinfo PacketInfo(const IP4& address, const LocalAddress& local) {
   return {
       .ipi_ifindex = static_cast<int>(local.interfaceIndex), .ipi_spec_dst = ToInAddr(address), .ipi_addr{}};
@@ -106,6 +108,7 @@ NetworkSocket OpenMulticast(const IP4& address, const LocalAddress& local) {
   const ip_mreqn membership{ToInAddr(kMulticastGroup), ToInAddr(address),
                             static_cast<int>(local.interfaceIndex)};
   auto socket = OpenSocket();
+  // Simulated devices run on this machine, on loopback too.
   SetOption(socket, IPPROTO_IP, IP_MULTICAST_LOOP, 1, "Could not set IP_MULTICAST_LOOP");
   Checked(Bind(socket, target),
           "Could not bind to " + IP4ToString(kMulticastGroup) + ":" + std::to_string(kMulticastPort));

@@ -52,6 +52,7 @@ bool ReadInfo(ByteReader& in, std::string& info) {
 }  // namespace
 
 Bytes EncodePacket(const QV_ND_Packet& packet) {
+  // The protocol requires multiples of 4; DecodePacket checks that too.
   const auto size = (kHeaderSize + packet.Data.size() + kAlignment - 1) / kAlignment * kAlignment;
   ByteWriter out(size);
   out.le(kStartByte);
@@ -113,6 +114,7 @@ QV_ND_Packet MakeSetDeviceInfo(uint32_t deviceType, const std::string& serialNum
   if (!std::ranges::all_of(info, IsPrintable)) {
     throw InvalidArgumentException("Device info string contains invalid characters");
   }
+  // Cut rather than refused. The length byte could say more, but the protocol ends at 63.
   const auto sent = std::string_view(info).substr(0, kLongestInfo);
   ByteWriter out;
   out.le(static_cast<uint8_t>(sent.size()));
@@ -139,6 +141,7 @@ bool ReadConfiguration(const QV_ND_Packet& packet, DeviceConfig& config) {
     return false;
   }
   ByteReader in(packet.Data);
+  // The order on the wire; the struct has it the way people write it.
   config.DHCP = in.le<uint8_t>() != 0;
   in.into(config.IP);
   in.into(config.Gateway);

@@ -20,6 +20,7 @@ Locator ReadLocator(std::string_view text) {
   auto fields = cppu::Split(text, ':');
   const auto interfaceType = cppu::Lookup(kInterfaceWords, fields.front());
   Require(fields.size() > 1 && interfaceType, QV_IO_ERROR_INVALID_LOCATOR, "not a locator: \"%\"", {text});
+  // Runs of ":" separate once, so that "network::5000" names the host 5000.
   fields.erase(fields.begin());
   std::erase(fields, std::string_view{});
   return {std::string(text), *interfaceType, {fields.begin(), fields.end()}};

@@ -59,6 +59,7 @@ std::string UnescapeValue(std::string_view value) {
   std::string plain;
   plain.reserve(value.size());
   while (!value.empty()) {
+    // All codes have 3 characters.
     const auto* row = std::ranges::find(kEscapes, value.substr(0, 3), &Escape::code);
     plain += row == kEscapes.end() ? value.front() : row->character;
     value.remove_prefix(row == kEscapes.end() ? 1 : row->code.size());

@@ -9,6 +9,7 @@
 namespace qvio {
 namespace {
 
+/// constinit: the first use in a thread must not run code that could fail.
 constinit thread_local Reason lastReason;
 
 uint32_t Keep(uint32_t code, std::string_view reason) noexcept {
@@ -53,6 +54,7 @@ void Fail(uint32_t code, const char* format, ReasonValues values, int error) {
 
 std::string_view LastFailureReason() noexcept { return lastReason.view(); }
 
+/// Rethrows to find the type: one handler here instead of one in every instance of ResultOf.
 uint32_t CurrentExceptionResult() noexcept {
   try {
     throw;

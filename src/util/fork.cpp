@@ -14,6 +14,7 @@ std::atomic<unsigned> forks = 0;
 
 unsigned ForkCount() noexcept { return forks.load(std::memory_order_relaxed); }
 
+/// A count rather than a process id: ids are reused, and getpid is a system call.
 void CountFork() noexcept { ++forks; }
 
 void EndThreadHere() noexcept {

@@ -11,6 +11,7 @@
 namespace cppu {
 
 uint32_t ToUint32(const std::string& text) {
+  // std::stoul reads "-1" as the largest number.
   const auto first = text.find_first_not_of(" \t\n\v\f\r");
   if (first != std::string::npos && text[first] == '-') throw std::invalid_argument("Negative number");
   const auto value = std::stoul(text);

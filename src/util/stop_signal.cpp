@@ -15,6 +15,7 @@ StopSignal::StopSignal() : event_(AboveStandardStreams(UniqueFd(::eventfd(0, EFD
 }
 
 void StopSignal::request() noexcept {
+  // The first request counts: the limits of a close run from there.
   std::chrono::steady_clock::time_point never{};
   requestTime_.compare_exchange_strong(never, std::chrono::steady_clock::now());
   requested_.store(true, std::memory_order_release);

@@ -8,6 +8,7 @@
 namespace qvio {
 namespace {
 
+/// The reason gives the size to pass, which differs between the two rules for `size`.
 void RequireRoom(bool fits, std::string_view text) {
   Require(fits, QV_IO_ERROR_BUFFER_TOO_SMALL, "the text needs a buffer of % bytes", {text.size() + 1});
 }

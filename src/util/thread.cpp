@@ -54,6 +54,7 @@ Thread::Thread(const char* name, std::shared_ptr<Worker> worker)
   Threads::all().start(record_);
 }
 
+/// The thread that was held before goes on; Threads joins it.
 Thread& Thread::operator=(Thread&& other) noexcept {
   release();
   record_ = std::move(other.record_);
@@ -90,9 +91,11 @@ Threads& Threads::all() {
 }
 
 void Threads::start(const RecordPtr& record) {
+  // Blocked here rather than by the new thread, which could be hit before it gets that far.
   const AllSignalsBlocked inherited;
   const StackSize stack;
   reap();
+  // Held across the creation: fork and endAll() find the thread either listed or not started.
   const std::lock_guard lock(mutex_);
   if (closed_)
     throw std::system_error(std::make_error_code(std::errc::operation_canceled), "cannot start a thread");
@@ -110,6 +113,7 @@ void Threads::finish(Thread::Record& record) noexcept {
     const std::lock_guard lock(mutex_);
     worker.swap(record.worker);
   }
+  // Without the lock: this may destroy a channel, which takes locks of its own.
   worker.reset();
   reap();  // so that at most one ended thread is left to join
   const std::lock_guard lock(mutex_);
@@ -120,6 +124,7 @@ void Threads::finish(Thread::Record& record) noexcept {
 void Threads::join(const RecordPtr& record) {
   std::unique_lock lock(mutex_);
   if (IsCurrent(*record)) return;
+  // Waiting for the flag instead of in pthread_join, so that several threads may wait for the same one.
   ended_.wait(lock, [&] { return record->ended; });
   const auto listed = std::ranges::find(records_, record);
   if (listed == records_.end()) return;  // another thread joins it
@@ -150,6 +155,7 @@ void Threads::reap() noexcept {
     }
     std::list<RecordPtr> taken;
     taken.splice(taken.end(), records_, next);
+    // Without the lock: an ended thread may need another moment to exit.
     lock.unlock();
     ::pthread_join(taken.front()->id, nullptr);
     taken.clear();
@@ -177,6 +183,7 @@ bool Threads::endAll(std::chrono::milliseconds patience) {
   lock.lock();
   const auto isDone = [](const RecordPtr& record) { return record->ended || IsCurrent(*record); };
   ended_.wait_until(lock, deadline, [&] { return std::ranges::all_of(records_, isDone); });
+  // Ended threads whose Thread still exists are joined as well: nobody may come back to them after an unload.
   for (auto& record : records_) record->released = record->released || record->ended;
   lock.unlock();
   reap();

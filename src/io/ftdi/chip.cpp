@@ -53,6 +53,7 @@ std::vector<uint8_t> Chip::readUserArea() const {
 }
 
 void Chip::configure(const LinkSettings& settings, const ChipTimes& times) const {
+  // In FIFO mode the chip has no line, and refuses a speed.
   if (!settings.fifo) {
     Require(settings.lineSpeed != 0, QV_IO_ERROR_INVALID_ARGUMENT,
             "baudrate is not given, and the product has no speed of its own");
@@ -91,6 +92,7 @@ void Chip::write(std::span<const uint8_t> bytes, std::chrono::milliseconds limit
   const auto start = std::chrono::steady_clock::now();
   while (!bytes.empty()) {
     Require(stop == nullptr || !stop->requested(), QV_IO_ERROR_TRANSMIT_FAILED, "the channel is closed");
+    // The driver counts in 32 bits.
     const auto size =
         static_cast<uint32_t>(std::min<std::size_t>(bytes.size(), std::numeric_limits<uint32_t>::max()));
     uint32_t written = 0;

@@ -53,6 +53,7 @@ std::vector<UsbDeviceList::Entry>& UsbDeviceList::upToDate(const D2xxFunctions& 
   // Taken back before the driver is asked: a chip that is closed while it answers drops this list too.
   const bool dropped = dropped_.exchange(false);
   if (valid_ && !dropped && !force && age < kLifetime) return entries_;
+  // Until the new list is complete: a failure below must not leave the old one in use.
   valid_ = false;
   lastScan_ = now;
   auto devices = ReadUsbDevices(functions);

@@ -35,6 +35,7 @@ bool IsWanted(const UsbDevice& device, const UsbOptions& options) {
   return device.isAvailable() && IsProduct(device, options);
 }
 
+/// A list that fails is a failure to open here, which has a result of its own.
 const Entries& ReadList(UsbAccess& usb, bool force) {
   try {
     return usb.devices().upToDate(usb.functions(), force);

@@ -21,6 +21,7 @@ using namespace std::chrono_literals;
 using std::chrono::milliseconds;
 
 constexpr auto kRestAfterFault = 10ms;
+// Shorter periods would keep the driver, and the bus, busy with status requests.
 constexpr uint32_t kShortestHealthCheck = 50;
 constexpr uint32_t kLongestLatency = 255;
 
@@ -70,6 +71,7 @@ void IoFtdi::open(std::shared_ptr<IoDevice> self) {
   sendLimit_ = milliseconds(options.txTimeout);
   healthCheck_ = milliseconds(options.healthCheck);
   chip_ = OpenConfigured(FindChip(locator(), options, usb), options, usb.functions());
+  // The list still calls this chip available.
   usb.devices().drop();
   start(std::move(self));
 }
@@ -89,6 +91,7 @@ void IoFtdi::close(bool wait) {
 }
 
 void IoFtdi::stop() noexcept {
+  // Under the event's lock: between the look at the flag and the wait a signal would get lost.
   const std::lock_guard lock(*event_);
   stop_->request();
   event_->signal();
@@ -96,6 +99,7 @@ void IoFtdi::stop() noexcept {
 
 void IoFtdi::run() {
   const cppu::ScopeExit closeChip([this] {  // also when a callback ends the thread by pthread_exit
+    // Waits for the calls of the application that use the chip.
     const std::lock_guard alone(inUse_);
     chip_.close();
     TheUsb().devices.drop();
@@ -120,6 +124,7 @@ IoFtdi::QueueState IoFtdi::queryUnlessStopped(const std::optional<Time>& deadlin
                                               bool& timedOut) {
   const std::lock_guard lock(*event_);
   if (stop_->requested()) return {};
+  // The driver may signal before the bytes are counted, so the count decides, not the event.
   const auto state = query();
   const bool reports = state.notice != QV_IO_OK && !failureWasReported;
   if (state.waiting == 0 && !reports) timedOut = !event_->wait(deadline);

@@ -48,6 +48,7 @@ bool HasMakersMark(std::span<const uint8_t> userArea) {
 
 LinkSettings ChooseLinkSettings(const ChipTraits& chip, std::optional<uint32_t> lineSpeed,
                                 std::optional<uint16_t> flowControl) {
+  // A dual-channel chip runs as a FIFO, where a product's line speed would mean nothing.
   const auto configured = ByConfiguration(chip.userArea);
   const bool byProduct = !configured && !chip.isHighSpeedDualChannel;
   auto settings = byProduct ? ByProduct(chip.description) : configured.value_or(LinkSettings{});

@@ -98,6 +98,7 @@ PropertyRecord MakeRecord(const UsbDevice& device, const Answers& answers, bool 
   return record;
 }
 
+/// Refused rather than taken as "sn": the caller would open the wrong kind of locator.
 bool ReadLocatorById(const std::string& word) {
   Require(word == "sn" || word == "id", QV_IO_ERROR_INVALID_ARGUMENT,
           "locator-format-usb is neither sn nor id: %", {word});
@@ -137,6 +138,7 @@ void AppendUsbDevices(const DeviceListOptions& options, RecordList& records) {
   auto& entries = usb.devices().upToDate(usb.functions(), options.forceRescan);
   for (std::size_t i = 0; i < entries.size(); ++i) {
     auto& entry = entries[i];
+    // The cheap filters first: the rest opens the chip.
     if (!IsAskedFor(entry.device, options)) continue;
     Answers answers;
     if (NeedsProtocolId(options)) answers.protocolId = ProtocolId(usb, entry, i);

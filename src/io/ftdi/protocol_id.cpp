@@ -55,6 +55,7 @@ Bytes ReadMessage(const Chip& chip) {
 
 std::optional<uint8_t> Exchange(const Chip& chip, const UsbDevice& device) {
   const auto userArea = chip.readUserArea();
+  // Another maker's device must not receive a byte from us.
   if (!HasMakersMark(userArea)) return {};
   const auto settings =
       ChooseLinkSettings({userArea, device.rawDescription, device.isHighSpeedDualChannel()}, {}, {});
