@@ -14,7 +14,6 @@ using std::chrono::milliseconds;
 
 constexpr uint32_t kBroadcast = 1;  // network ids of a connection over one interface
 constexpr uint32_t kMulticast = 2;
-constexpr int64_t kReceiveTimeoutMs = 60000;
 // More are lost, as in a device's full receive buffer: else a flood of searches would be answered long after
 // it.
 constexpr std::size_t kMostWaiting = 100;
@@ -31,12 +30,14 @@ ControllerGroup::ControllerGroup(EventLoop& loop, const GroupSettings& settings)
     : loop_(loop),
       address_(settings.address),
       connection_(CreateConnection({ReadAddress(settings.address)})),
+      longestWait_(settings.longestWait),
       spread_(settings.spread),
       faults_(settings.faults),
       random_(settings.seed),
       receiver_([this] { receive(); }) {}
 
 ControllerGroup::~ControllerGroup() {
+  ended_ = true;
   connection_->Close(true);
   receiver_.join();
   std::map<std::string, Member> members;
@@ -51,7 +52,8 @@ void ControllerGroup::receive() {
   uint32_t networkId = 0;
   IP4 sender{};
   Bytes datagram;
-  while (connection_->Receive(networkId, sender, datagram, kReceiveTimeoutMs)) {
+  while (!ended_) {
+    if (!connection_->Receive(networkId, sender, datagram, longestWait_.count())) continue;
     QV_ND_Packet packet;
     if (!DecodePacket(datagram, packet) || (packet.OpCode & 0x80U) != 0) continue;
     if (waiting_ >= kMostWaiting) continue;

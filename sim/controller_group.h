@@ -24,6 +24,7 @@ struct GroupSettings {
   std::chrono::milliseconds spread{20};  ///< answers come at random moments within this time
   uint32_t seed = 1;                     ///< of these moments and of what is dropped
   DiscoveryFaults faults = {};
+  std::chrono::milliseconds longestWait{60000};  ///< for a datagram in one call of the transport
 };
 
 /// Any number of network controllers on one interface: they answer discovery, announce themselves when they
@@ -75,8 +76,10 @@ class ControllerGroup {
   EventLoop& loop_;
   std::string address_;
   std::shared_ptr<quorvind::Connection> connection_;
+  const std::chrono::milliseconds longestWait_;
   std::atomic<std::size_t> requestsHeard_ = 0;
   std::atomic<std::size_t> waiting_ = 0;  ///< requests on their way to the loop's thread
+  std::atomic<bool> ended_ = false;
   // Loop's thread only:
   std::chrono::milliseconds spread_;
   DiscoveryFaults faults_;

@@ -98,7 +98,10 @@ class Controllers {
  public:
   explicit Controllers(const std::string& address = kLoopback, const qvsim::DiscoveryFaults& faults = {},
                        std::chrono::milliseconds spread = std::chrono::milliseconds(5))
-      : group_(loop_, {.address = address, .spread = spread, .faults = faults}) {}
+      : group_(loop_, {.address = address,
+                       .spread = spread,
+                       .faults = faults,
+                       .longestWait = std::chrono::milliseconds(5)}) {}
 
   uint16_t add(const std::string& serialNumber, uint32_t type = 7, uint8_t protocolId = 1,
                const std::string& info = "Axis") {
