@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "util/lookup.h"
+
 namespace quorvind {
 namespace {
 
@@ -36,9 +38,9 @@ qvio::PropertyRecord MakeDeviceRecord(const DiscoverInfo& info, qvio::NetworkLoc
 }
 
 bool IsAskedFor(const DiscoverInfo& info, const qvio::DeviceListOptions& options) {
-  return qvio::Allows(options.findDeviceSns, info.SerialNumber) &&
-         qvio::Allows(options.findDeviceTypes, info.DeviceType) &&
-         qvio::Allows(options.findProtocolIds, uint32_t{info.ProtocolId}) &&
+  return cppu::Allows(options.findDeviceSns, info.SerialNumber) &&
+         cppu::Allows(options.findDeviceTypes, info.DeviceType) &&
+         cppu::Allows(options.findProtocolIds, uint32_t{info.ProtocolId}) &&
          (info.Available || !options.findOnlyAvailable);
 }
 

@@ -33,6 +33,12 @@ constexpr std::array<std::pair<ResultCode, std::string_view>, 9> kResultCodeName
 constexpr std::string_view kUpperDigits = "0123456789ABCDEF";
 constexpr std::string_view kLowerDigits = "0123456789abcdef";
 
+template <class Names, class Value>
+std::string_view NameOf(const Names& names, Value value) {
+  const auto* const name = cppu::Lookup(names, value);
+  return name != nullptr ? *name : "Unknown";
+}
+
 void AppendHex(std::string& text, uint8_t byte, std::string_view digits) {
   text += digits[byte >> 4U];
   text += digits[byte & 0x0FU];
@@ -97,9 +103,7 @@ std::string PayloadText(const QV_ND_Packet& packet) {
 
 }  // namespace
 
-std::string_view ResultCodeName(ResultCode code) {
-  return cppu::Lookup(kResultCodeNames, code).value_or("Unknown");
-}
+std::string_view ResultCodeName(ResultCode code) { return NameOf(kResultCodeNames, code); }
 
 std::string TokenToString(const RequestToken& token) {
   std::string text;
@@ -111,8 +115,7 @@ std::string TokenToString(const RequestToken& token) {
 }
 
 std::string ToString(const QV_ND_Packet& packet) {
-  return "QV_ND_Packet { OpCode: " +
-         std::string(cppu::Lookup(kOpCodeNames, packet.OpCode).value_or("Unknown")) +
+  return "QV_ND_Packet { OpCode: " + std::string(NameOf(kOpCodeNames, packet.OpCode)) +
          ", Version: " + std::to_string(packet.Version) + ", SerialNumber: " + Quoted(packet.SerialNumber) +
          ", Token: " + TokenToString(packet.Token) + PayloadText(packet) + " }";
 }

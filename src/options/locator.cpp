@@ -18,8 +18,9 @@ constexpr std::array<std::pair<std::string_view, uint32_t>, 3> kInterfaceWords{
 
 Locator ReadLocator(std::string_view text) {
   auto fields = cppu::Split(text, ':');
-  const auto interfaceType = cppu::Lookup(kInterfaceWords, fields.front());
-  Require(fields.size() > 1 && interfaceType, QV_IO_ERROR_INVALID_LOCATOR, "not a locator: \"%\"", {text});
+  const auto* const interfaceType = cppu::Lookup(kInterfaceWords, fields.front());
+  Require(fields.size() > 1 && interfaceType != nullptr, QV_IO_ERROR_INVALID_LOCATOR, "not a locator: \"%\"",
+          {text});
   // Runs of ":" separate once, so that "network::5000" names the host 5000.
   fields.erase(fields.begin());
   std::erase(fields, std::string_view{});

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -106,11 +105,5 @@ struct EventOptions {
   Selection include;
 };
 EventOptions ReadEventOptions(std::string_view text);
-
-/// Whether a list of values that an option gives allows this one. An empty list allows every value.
-template <class Value>
-bool Allows(const std::vector<Value>& list, const Value& value) {
-  return list.empty() || std::ranges::find(list, value) != list.end();
-}
 
 }  // namespace qvio

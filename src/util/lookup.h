@@ -1,18 +1,21 @@
 #pragma once
 
-#include <optional>
-#include <ranges>
+#include <algorithm>
+#include <utility>
 
 namespace cppu {
 
-/// The value of a key in a table of pairs; none if it has no such key.
-template <std::ranges::forward_range Table, class Key>
-constexpr auto Lookup(const Table& table, const Key& key)
-    -> std::optional<typename std::ranges::range_value_t<Table>::second_type> {
-  for (const auto& [name, value] : table) {
-    if (name == key) return value;
-  }
-  return {};
+/// The value of a key in a table of pairs; null when it has no such key.
+template <class Table, class Key>
+auto* Lookup(const Table& table, const Key& key) {
+  const auto found = std::ranges::find_if(table, [&](const auto& row) { return row.first == key; });
+  return found == std::ranges::end(table) ? nullptr : &found->second;
+}
+
+/// Whether a filter accepts the value: it is in the list, or the list is empty.
+template <class List, class Value>
+bool Allows(const List& list, const Value& value) {
+  return std::ranges::empty(list) || std::ranges::find(list, value) != std::ranges::end(list);
 }
 
 }  // namespace cppu

@@ -27,7 +27,7 @@ bool ToBool(const std::string& text) {
                                                                                {"false", false},
                                                                                {"off", false},
                                                                                {"0", false}}};
-  if (const auto value = Lookup(kLiterals, text)) return *value;
+  if (const auto* const value = Lookup(kLiterals, text)) return *value;
   throw std::invalid_argument("Invalid boolean literal");
 }
 

@@ -1,4 +1,4 @@
-#include "tools/qvio/event_settler.h"
+#include "tools/qvio/device/event_settler.h"
 
 #include <gtest/gtest.h>
 
@@ -22,12 +22,12 @@ struct Step {
 
 EventSettler::Moment At(int ms) { return EventSettler::Moment(milliseconds(ms)); }
 
-DeviceEvent EventOf(const Step& step) {
-  Device device;
+TimedEvent EventOf(const Step& step) {
+  quorvio::Device device;
   device.serialNumber = step.device;
   device.available = step.raised == Raised::Found || step.raised == Raised::Lost;
   const bool found = step.raised == Raised::Found || step.raised == Raised::FoundBusy;
-  return {.found = found, .device = device, .moment = At(step.at), .time = {}};
+  return {.event = {found, device}, .moment = At(step.at), .time = {}};
 }
 
 class Log {

@@ -5,7 +5,9 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <clocale>
 #include <csignal>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -14,7 +16,7 @@
 #include "sim/event_loop.h"
 #include "sim/network_device.h"
 #include "sim/serial_device.h"
-#include "tools/qvio/notices.h"
+#include "tools/qvio/terminal/text.h"
 #include "util/unique_fd.h"
 
 namespace qvtest {
@@ -42,7 +44,6 @@ TEST_F(Qvio, AnswersEveryWayOfAsking) {
     int status;
     std::string output;
   } rows[] = {
-      {{"version"}, "", 0, "qvio with libquorvio 2.1.2\n"},
       {{"send", net_, "*IDN?"}, "", 0, "QUORVI,DRV-SIM,T-1,1.0\r\n"},
       {{"send", net_, "POS?", "--eol", "crlf", "--until", "\\r\\n"}, "", 0, "0.000\r\n"},
       {{"send", net_, "POS?\\x0a", "--eol", "none", "--bytes", "7"}, "", 0, "0.000\r\n"},
@@ -96,7 +97,7 @@ TEST_F(Qvio, SaysWhatIsWrongAndWhatHelps) {
        "runs at 230400 baud, not at 500000"},
       {{"send", tty_, "POS?", "-o", "baudrate 9600", "-o", "xonxoff", "--wait", "0"},
        0,
-       "xonxoff switches no flow control on"},
+       "xonxoff does not switch flow control on"},
   };
   for (const auto& row : rows) {
     const auto outcome = RunQvio(row.arguments);
@@ -137,13 +138,26 @@ TEST_F(Qvio, TellsALostConnectionOnceBesideTheLineBeingEdited) {
       << "told once";
 }
 
-TEST(Notices, AreCountedInsteadOfRepeated) {
-  qvio_tool::Notices notices;
-  EXPECT_EQ(notices.note(7), "qvio: connection lost (result 7)\n");
-  EXPECT_EQ(notices.note(7) + notices.note(7), "");
-  EXPECT_EQ(notices.note(8),
-            "qvio: connection lost (result 7) came 2 more times\nqvio: receive failed (result 8)\n");
-  EXPECT_EQ(notices.takeCount(), "");
+/// The characters that must not reach a terminal, and some that must.
+TEST(Text, EscapesWhatCouldHarmATerminal) {
+  std::setlocale(LC_CTYPE, "C.UTF-8");
+  const struct {
+    std::string bytes;
+    std::string text;
+  } rows[] = {{"Axis \xC3\xA9\xE2\x82\xAC", "Axis \xC3\xA9\xE2\x82\xAC"},
+              {std::string("\0\x1b[31m\x7f", 7), "\\x00\\x1B[31m\\x7F"},
+              {"\x9b\xC2\x9B", "\\x9B\\xC2\\x9B"},  // C1 as a byte and as UTF-8
+              {"\xC3(\xE2\x82", "\\xC3(\\xE2\\x82"},
+              {"a\xE2\x80\xAE"
+               "b\xE2\x81\xA6",
+               "a\\xE2\\x80\\xAE"
+               "b\\xE2\\x81\\xA6"}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(qvio_tool::OneLine(row.bytes), row.text);
+    EXPECT_EQ(qvio_tool::Printable("\t" + row.bytes + "\r\n\r"), "\t" + row.text + "\n\\x0D");
+  }
+  EXPECT_EQ(qvio_tool::JsonText("\xC2\x9B\xE2\x80\xAE\xff", -1), "\"\\u009b\\u202e\\ufffd\"\n");
+  std::setlocale(LC_CTYPE, "C");
 }
 
 TEST_F(Qvio, EditsLinesAndShowsWhatArrivesHarmlessly) {

@@ -148,16 +148,23 @@ auto readLines(std::string_view text, Read read) {
  *     listDevices(InterfaceKind::network, Options().add("iface", "network:192.168.0.2"))
  *
  * @param kind  usb, network or all: serial ports cannot be listed, so that `serial` and lists that include it
- *              throw Errc::notSupported */
-inline std::vector<Device> listDevices(InterfaceKind kind, Options options = {}) {
+ *              throw Errc::notSupported
+ * @param keys  of the properties to ask for; empty: all, for which USB devices must be opened */
+inline std::vector<Device> listDevices(InterfaceKind kind, Options options = {},
+                                       const std::vector<std::string>& keys = {}) {
   const auto* word = kind == InterfaceKind::usb       ? "usb"
                      : kind == InterfaceKind::network ? "network"
                      : kind == InterfaceKind::serial  ? "serial"
                                                       : "all";
-  options.add("iface-type", word).add("include-all");
-  const auto text = detail::textOut("list devices", [&](char* buffer, std::size_t* size) {
-    return QV_IO_EnumerateDevices(QV_IO_INTERFACE_ALL, options.text().c_str(), buffer, size);
-  });
+  options.add("iface-type", word).add(keys.empty() ? "include-all" : "include-iface-type");
+  for (const auto& key : keys) options.add("include-" + key);
+  constexpr std::size_t kUsualSize = 1 << 20;  // a thousand devices: a second call would search again
+  const auto text = detail::textOut(
+      "list devices",
+      [&](char* buffer, std::size_t* size) {
+        return QV_IO_EnumerateDevices(QV_IO_INTERFACE_ALL, options.text().c_str(), buffer, size);
+      },
+      kUsualSize);
   return detail::readLines(text, detail::readDevice);
 }
 

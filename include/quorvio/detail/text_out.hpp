@@ -11,10 +11,11 @@ namespace quorvio::detail {
 
 /// The text of a C function that writes into a buffer; both rules for the size. Asks again until the text
 /// fits, since it may grow in between.
+/// @param size  for which there is room at first
 template <class Write>
-std::string textOut(const std::string& what, Write write) {
+std::string textOut(const std::string& what, Write write, std::size_t size = 4096) {
   std::string text;
-  for (std::size_t size = 4096;;) {
+  for (;;) {
     text.resize(size);
     const uint32_t result = write(text.data(), &size);
     if (result == QV_IO_ERROR_BUFFER_TOO_SMALL) {

@@ -8,6 +8,7 @@
 
 #include "options/locator.h"
 #include "util/failure.h"
+#include "util/lookup.h"
 
 namespace qvio {
 namespace {
@@ -28,7 +29,7 @@ uint64_t ReadNumber(std::string_view text) {
 }
 
 bool IsProduct(const UsbDevice& device, const UsbOptions& options) {
-  return Allows(options.productNames, device.description);
+  return cppu::Allows(options.productNames, device.description);
 }
 
 bool IsWanted(const UsbDevice& device, const UsbOptions& options) {

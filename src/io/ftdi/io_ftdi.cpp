@@ -29,10 +29,10 @@ std::optional<uint16_t> ReadFlowControl(const std::optional<std::string>& word) 
   static constexpr std::array<std::pair<std::string_view, uint16_t>, 3> kWords{
       {{"none", d2xx::kFlowNone}, {"rtscts", d2xx::kFlowRtsCts}, {"dtrdsr", d2xx::kFlowDtrDsr}}};
   if (!word) return {};
-  const auto value = cppu::Lookup(kWords, *word);
-  Require(value.has_value(), QV_IO_ERROR_INVALID_ARGUMENT,
+  const auto* const value = cppu::Lookup(kWords, *word);
+  Require(value != nullptr, QV_IO_ERROR_INVALID_ARGUMENT,
           "ftdi-flow-control is not none, rtscts or dtrdsr: %", {*word});
-  return value;
+  return *value;
 }
 
 void CheckOptions(const UsbOptions& options) {

@@ -8,6 +8,7 @@
 #include "io/ftdi/protocol_id.h"
 #include "io/ftdi/usb.h"
 #include "util/failure.h"
+#include "util/lookup.h"
 #include "util/number.h"
 #include "util/text.h"
 
@@ -58,8 +59,8 @@ std::string LocatorLine(const UsbDevice& device, const UsbLocatorOptions& option
 
 /// The filters that the driver's list alone can answer.
 bool IsAskedFor(const UsbDevice& device, const DeviceListOptions& options) {
-  return Allows(options.findUsbProductNames, device.description) &&
-         Allows(options.findUsbPids, device.pid()) && Allows(options.findUsbVids, device.vid()) &&
+  return cppu::Allows(options.findUsbProductNames, device.description) &&
+         cppu::Allows(options.findUsbPids, device.pid()) && cppu::Allows(options.findUsbVids, device.vid()) &&
          (device.isAvailable() || !options.findOnlyAvailable);
 }
 
@@ -143,7 +144,8 @@ void AppendUsbDevices(const DeviceListOptions& options, RecordList& records) {
     Answers answers;
     if (NeedsProtocolId(options)) answers.protocolId = ProtocolId(usb, entry, i);
     const auto& wanted = options.findProtocolIds;
-    if (!wanted.empty() && !(answers.protocolId && Allows(wanted, uint32_t{*answers.protocolId}))) continue;
+    if (!wanted.empty() && !(answers.protocolId && cppu::Allows(wanted, uint32_t{*answers.protocolId})))
+      continue;
     if (needsChipId) answers.chipId = usb.devices().chipId(usb.functions(), i);
     records.push_back(MakeRecord(entry.device, answers, locatorById));
   }
