@@ -83,7 +83,7 @@ bool ByteStream::flush() {
   return alive;
 }
 
-/// Gives back what is gone, now and then: a stream that never runs dry must not grow.
+/// Frees the bytes that are sent from time to time: a stream that is never empty must not grow.
 void ByteStream::dropSent() {
   if (sent_ < output_.size() && sent_ < kLargestBacklog) return;
   output_.erase(0, sent_);

@@ -7,16 +7,16 @@
 
 namespace qvsim {
 
-/// What each line on standard input does, for the help.
+/// The help for lines on standard input.
 inline constexpr const char* kControlHelp =
     "Lines on standard input change a running controller:\n"
     "  available SERIAL on|off   free for a connection, or not\n"
-    "  leave SERIAL              says goodbye and is gone\n"
-    "  vanish SERIAL             is gone without a word\n"
+    "  leave SERIAL              says goodbye and leaves\n"
+    "  vanish SERIAL             leaves without a goodbye\n"
     "  return SERIAL             is there again\n"
     "  port SERIAL               moves to another TCP port\n";
 
-/// Carries one line out; returns what is wrong with it, or nothing.
+/// Executes one line; returns the problem with it, or nothing.
 std::string Control(ControllerGroup& group, std::string_view line);
 
 }  // namespace qvsim

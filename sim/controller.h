@@ -10,7 +10,7 @@
 
 namespace qvsim {
 
-/// What one simulated controller is like.
+/// The properties of one simulated controller.
 struct ControllerSettings {
   std::string serialNumber = "SIM-0001";
   double speed = 0;  ///< units a second; 0: a move is done at once
@@ -45,7 +45,7 @@ class Controller {
   std::chrono::steady_clock::time_point moveBegan_;
 };
 
-/// The controller behind a connection: lines end in CR, LF or both, answers in CR LF. Several connections may
+/// A connection to a controller: lines end in CR, LF or both, answers in CR LF. Several connections may
 /// share one controller.
 class LineProtocol final : public Responder {
  public:

@@ -32,7 +32,7 @@ struct GroupSettings {
 /// outlive it.
 class ControllerGroup {
  public:
-  /// Throws NetworkException, or Failure for a text that is no address.
+  /// Throws NetworkException, or Failure for a text that is not an address.
   ControllerGroup(EventLoop& loop, const GroupSettings& settings);
   ControllerGroup(const ControllerGroup&) = delete;
   ControllerGroup& operator=(const ControllerGroup&) = delete;
@@ -42,11 +42,11 @@ class ControllerGroup {
   /// @param port  0: the system chooses
   uint16_t add(const DiscoverySide::Identity& identity, MakeResponder makeResponder, uint16_t port = 0);
 
-  /// What follows is false when there is no controller with the serial number.
+  /// The next five return false when no controller has the serial number.
   bool setAvailable(const std::string& serialNumber, bool available);
-  bool leave(const std::string& serialNumber);     ///< says goodbye and is gone
+  bool leave(const std::string& serialNumber);     ///< announces that it leaves
   bool comeBack(const std::string& serialNumber);  ///< after it has left
-  bool vanish(const std::string& serialNumber);    ///< is gone without a word
+  bool vanish(const std::string& serialNumber);    ///< leaves without an announcement
   bool changePort(const std::string& serialNumber);
 
   /// Of the whole group.

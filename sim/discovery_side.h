@@ -20,7 +20,7 @@ struct DiscoveryFaults {
   std::optional<quorvind::ResultCode> refusal = {};  ///< to every request but the discovery
 };
 
-/// The discovery side of one network controller: what it tells of itself, and what can be set. Pure: it turns
+/// The discovery side of one network controller: its description and its configuration. Pure: it turns
 /// requests into answers.
 class DiscoverySide {
  public:
@@ -58,7 +58,7 @@ class DiscoverySide {
   quorvind::DeviceConfig config_;
 };
 
-/// The next one of a row of datagrams that are no packets, each wrong in its own way, or whose payload cannot
+/// One of a series of datagrams that are not packets, each malformed in another way, or whose payload cannot
 /// be read.
 quorvind::Bytes MalformedDatagram(unsigned number);
 

@@ -5,12 +5,12 @@
 
 #include <algorithm>
 #include <array>
-#include <csignal>
 #include <future>
 #include <memory>
 #include <utility>
 
 #include "sim/checked.h"
+#include "util/signals_blocked.h"
 
 namespace qvsim {
 
@@ -18,12 +18,8 @@ EventLoop::EventLoop()
     : epoll_(Checked(::epoll_create1(EPOLL_CLOEXEC), "epoll_create1")),
       wakeUp_(Checked(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd")) {
   watch(wakeUp_.get(), EPOLLIN, [this](uint32_t) { runActions(); });
-  sigset_t all;
-  sigset_t before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
+  const cppu::AllSignalsBlocked inherited;
   thread_ = std::thread([this] { serve(); });
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 EventLoop::~EventLoop() {

@@ -31,7 +31,7 @@ class EventLoop {
   /// Runs the action on the loop's thread some time later. Any thread.
   void post(std::function<void()> action);
 
-  /// What follows is for the loop's thread only. A handler may forget its own descriptor.
+  /// The rest is for the loop's thread only. A handler may forget its own descriptor.
   void watch(int fd, uint32_t events, Handler handler);
   void change(int fd, uint32_t events);
   void forget(int fd);

@@ -51,7 +51,7 @@ struct Settings {
   qvsim::DiscoveryFaults faults;
 };
 
-/// A symbolic link that is there while the device is.
+/// A symbolic link that exists as long as the device.
 class DeviceLink {
  public:
   DeviceLink(std::string target, std::string link) : target_(std::move(target)), link_(std::move(link)) {
@@ -64,7 +64,7 @@ class DeviceLink {
   DeviceLink& operator=(const DeviceLink&) = delete;
   ~DeviceLink() {
     std::error_code ignored;
-    // Somebody else's by now if it leads elsewhere.
+    // Another program's by now if it leads elsewhere.
     if (std::filesystem::read_symlink(link_, ignored) == target_) std::filesystem::remove(link_, ignored);
   }
 
@@ -118,13 +118,13 @@ std::string SerialNumberOf(const Settings& settings, unsigned index) {
   return settings.controller.serialNumber + '-' + number;
 }
 
-/// Returns the line that tells of it.
+/// Returns the line that announces it.
 std::string AddController(qvsim::ControllerGroup& group, const Settings& settings, unsigned index) {
   auto controller = settings.controller;
   auto identity = settings.identity;
   identity.serialNumber = controller.serialNumber = SerialNumberOf(settings, index);
   const auto port = settings.port == 0 ? 0 : settings.port + index;
-  if (port > 65535) throw std::invalid_argument("there are no ports above 65535");
+  if (port > 65535) throw std::invalid_argument("a controller would need a port above 65535");
   const auto taken = group.add(identity, ResponderOf(settings, controller), static_cast<uint16_t>(port));
   return "network:sn:" + identity.serialNumber + ' ' + *settings.iface + ':' + std::to_string(taken);
 }
@@ -158,7 +158,7 @@ void AddDeviceOptions(CLI::App& command, Settings& settings) {
 }
 
 CLI::App* AddSerialCommand(CLI::App& app, Settings& settings) {
-  auto* const serial = app.add_subcommand("serial", "A device behind a pseudo terminal; prints its path");
+  auto* const serial = app.add_subcommand("serial", "A device on a pseudo terminal; prints its path");
   AddDeviceOptions(*serial, settings);
   serial->add_option("--link", settings.link, "Also make this symbolic link to it, removed at the end");
   serial->footer(std::string(kProtocol) +
@@ -167,7 +167,7 @@ CLI::App* AddSerialCommand(CLI::App& app, Settings& settings) {
   return serial;
 }
 
-/// What makes a controller take part in discovery; all of it needs --iface.
+/// The options of discovery; all need --iface.
 void AddDiscoveryOptions(CLI::App& network, Settings& settings, CLI::Option* iface) {
   const std::vector<CLI::Option*> options{
       network
@@ -187,7 +187,7 @@ void AddDiscoveryOptions(CLI::App& network, Settings& settings, CLI::Option* ifa
       network.add_flag("--duplicate", settings.faults.duplicate, "Fault: every answer is sent twice"),
       network.add_flag("--malformed", settings.faults.malformed,
                        "Fault: a malformed datagram goes before every answer"),
-      network.add_flag("--wrong-token", settings.faults.wrongToken, "Fault: answers bear a wrong token"),
+      network.add_flag("--wrong-token", settings.faults.wrongToken, "Fault: answers carry a wrong token"),
       network.add_option("--refuse", settings.refusal,
                          "Fault: refuse to be configured, with this result code (31: PermissionDenied)")};
   for (auto* const option : options) option->needs(iface);
@@ -226,7 +226,8 @@ int main(int argc, char** argv) try {
   app.footer(
       "Examples:\n  qvio-sim serial --echo\n  qvio-sim network --port 5000\n"
       "  qvio-sim network --iface 127.0.0.1 --count 3\n"
-      "\"qvio-sim COMMAND --help\" tells more. Exit status: 0 ended by a signal, 1 failure, 2 wrong usage.");
+      "\"qvio-sim COMMAND --help\" gives more help. Exit status: 0 ended by a signal, 1 failure, 2 wrong "
+      "usage.");
   auto* const serial = AddSerialCommand(app, settings);
   AddNetworkCommand(app, settings);
   try {

@@ -34,8 +34,8 @@ cppu::UniqueFd Listen(const sockaddr_in& name) {
   return fd;
 }
 
-/// The connection that could not be taken is told again at once: that must not cost a core. With any other
-/// error the peer has given up meanwhile.
+/// The connection that could not be accepted is reported again at once, which must not cost a core. With any
+/// other error the peer has given up.
 void RestIfOutOfDescriptors(int error) {
   if (error == EMFILE || error == ENFILE) std::this_thread::sleep_for(std::chrono::milliseconds(10));
 }

@@ -10,11 +10,11 @@
 
 namespace qvsim {
 
-/// A serial device behind a pseudo terminal. Programs may open and close its path again and again. Any
+/// A serial device on a pseudo terminal. Programs may open and close its path repeatedly. Any
 /// thread; the loop must outlive it.
 class SerialDevice {
  public:
-  /// Throws std::system_error when there is no pseudo terminal to be had.
+  /// Throws std::system_error when no pseudo terminal is available.
   SerialDevice(EventLoop& loop, const MakeResponder& makeResponder);
   SerialDevice(const SerialDevice&) = delete;
   SerialDevice& operator=(const SerialDevice&) = delete;

@@ -3,21 +3,21 @@
 #include <cstdint>
 #include <string_view>
 
+#include "sim/ftdi/call_script.h"
 #include "sim/ftdi/driver.h"
-#include "sim/ftdi/script.h"
 #include "sim/ftdi/status.h"
 
 namespace qvsim {
 
 /// The state of the stand-in, which both libraries share and which is never destroyed.
 Driver& TheDriver();
-Script& TheScript();
+CallScript& TheCallScript();
 
 /// One call of a driver's function: counted, failing when that is scripted, and no exception leaves it.
 template <class Action>
 uint32_t Call(std::string_view function, Action action) noexcept {
   try {
-    const auto scripted = TheScript().enter(function);
+    const auto scripted = TheCallScript().enter(function);
     return scripted != status::kOk ? scripted : action();
   } catch (...) {  // no chips, no memory or no thread: there is a status for that
     return status::kOtherError;

@@ -7,6 +7,7 @@
 #include <set>
 #include <utility>
 
+#include "util/lookup.h"
 #include "util/text.h"
 
 namespace qvsim {
@@ -51,10 +52,7 @@ ChipDescription::Link Link(std::string_view text) {
   return ChipDescription::Link::Echo;
 }
 
-struct Field {
-  std::string_view name;
-  void (*read)(ChipDescription& chip, std::string_view value);
-};
+using Field = std::pair<std::string_view, void (*)(ChipDescription& chip, std::string_view value)>;
 
 constexpr uint32_t kLargestWord = 0xffff;
 constexpr std::array<Field, 11> kFields{{
@@ -76,10 +74,9 @@ constexpr std::array<Field, 11> kFields{{
 }};
 
 void Set(ChipDescription& chip, std::string_view name, std::string_view value) {
-  for (const auto& field : kFields) {
-    if (field.name == name) return field.read(chip, value);
-  }
-  Refuse("unknown field " + std::string(name));
+  const auto* const read = cppu::Lookup(kFields, name);
+  if (read == nullptr) Refuse("unknown field " + std::string(name));
+  (*read)(chip, value);
 }
 
 /// Takes a value, quoted or up to a blank, off the text's front.

@@ -9,7 +9,7 @@
 
 namespace qvsim {
 
-/// What one simulated chip is like, and the device behind it.
+/// The properties of one simulated chip and of the device connected to it.
 struct ChipDescription {
   enum class Link { Protocol, Echo };
 

@@ -24,24 +24,26 @@ int Succeeds(Action action) noexcept {
 
 int QVSIM_FailCall(const char* function, uint32_t call, uint32_t status) {
   return Succeeds([&] {
-    if (!Script::knows(function)) return false;
-    TheScript().fail(function, call, status);
+    if (!CallScript::knows(function)) return false;
+    TheCallScript().fail(function, call, status);
     return true;
   });
 }
 
 uint64_t QVSIM_Calls(const char* function) {
-  return Script::knows(function) ? TheScript().calls(function) : 0;
+  return CallScript::knows(function) ? TheCallScript().calls(function) : 0;
 }
-uint64_t QVSIM_TotalCalls() { return TheScript().calls(); }
-void QVSIM_ResetCalls() { TheScript().forgetCalls(); }
+uint64_t QVSIM_TotalCalls() { return TheCallScript().calls(); }
+void QVSIM_ResetCalls() { TheCallScript().forgetCalls(); }
 
 void QVSIM_LimitWrites(uint32_t writes, uint32_t acceptAtMost) {
-  TheScript().limitWrites(writes, acceptAtMost);
+  TheCallScript().limitWrites(writes, acceptAtMost);
 }
-void QVSIM_OverReportWrites(uint32_t writes, uint32_t more) { TheScript().exaggerateWrites(writes, more); }
-void QVSIM_OverReportReads(uint32_t reads, uint32_t more) { TheScript().exaggerateReads(reads, more); }
-void QVSIM_FailReads(uint32_t status) { TheScript().failReads(status); }
+void QVSIM_OverReportWrites(uint32_t writes, uint32_t more) {
+  TheCallScript().exaggerateWrites(writes, more);
+}
+void QVSIM_OverReportReads(uint32_t reads, uint32_t more) { TheCallScript().exaggerateReads(reads, more); }
+void QVSIM_FailReads(uint32_t status) { TheCallScript().failReads(status); }
 
 int QVSIM_Unplug(const char* serial) {
   return Succeeds([&] { return TheDriver().setPlugged(serial, false); });
@@ -89,7 +91,7 @@ size_t QVSIM_OpenHandles() { return TheDriver().openHandles(); }
 void QVSIM_Reset() {
   Succeeds([] {
     TheDriver().reset();
-    TheScript().clear();
+    TheCallScript().clear();
     return true;
   });
 }

@@ -2,7 +2,7 @@
 
 /// How tests drive the simulated chips: C functions of libftd2xx.so beside those of the driver, which a test
 /// looks up with dlsym as decltype(QVSIM_...)*. Any thread. A function that returns int gives 1, or 0 when
-/// there is no such function or chip. Chips are named by their serial number; the first one is meant.
+/// the function or chip does not exist. A serial number selects the first chip that has it.
 
 #include <cstddef>
 #include <cstdint>
@@ -29,7 +29,7 @@ void QVSIM_OverReportWrites(uint32_t writes, uint32_t more);
 /// The next reads report more bytes than they were asked for; they write no more than that.
 void QVSIM_OverReportReads(uint32_t reads, uint32_t more);
 
-/// Every FT_Read fails with this status while FT_GetStatus tells of at least one byte. Status 0 ends it.
+/// Every FT_Read fails with this status while FT_GetStatus reports at least one byte. Status 0 ends it.
 void QVSIM_FailReads(uint32_t status);
 
 /// Unplugged: calls on its handle give 4, those in progress at once, and only FT_Close is left. It cannot be

@@ -91,10 +91,8 @@ uint32_t Driver::open(int index, Handle& handle) {
 
 uint32_t Driver::open(const std::function<bool(const ChipDescription&)>& isWanted, Handle& handle) {
   const std::lock_guard lock(mutex_);
-  load();
-  const auto chip = std::ranges::find_if(
-      chips_, [&](const auto& one) { return one->isPlugged && isWanted(one->description); });
-  return chip == chips_.end() ? status::kDeviceNotFound : openChip(*chip, handle);
+  const auto chip = first([&](const Chip& one) { return one.isPlugged && isWanted(one.description); });
+  return chip ? openChip(chip, handle) : status::kDeviceNotFound;
 }
 
 uint32_t Driver::openChip(const std::shared_ptr<Chip>& chip, Handle& handle) {
@@ -245,9 +243,12 @@ Driver::Ports Driver::unplugAll() {
 }
 
 std::shared_ptr<Chip> Driver::named(std::string_view serialNumber) {
+  return first([&](const Chip& one) { return one.description.serialNumber == serialNumber; });
+}
+
+std::shared_ptr<Chip> Driver::first(const std::function<bool(const Chip&)>& isWanted) {
   load();
-  const auto chip = std::ranges::find_if(
-      chips_, [&](const auto& one) { return one->description.serialNumber == serialNumber; });
+  const auto chip = std::ranges::find_if(chips_, [&](const auto& one) { return isWanted(*one); });
   return chip == chips_.end() ? nullptr : *chip;
 }
 

@@ -55,7 +55,7 @@ class Driver {
   };
   [[nodiscard]] Opened find(Handle handle) const;
 
-  // What follows is about the first chip with the serial number; false: there is none.
+  // For the first chip with the serial number; false: there is none.
   bool setPlugged(std::string_view serialNumber, bool plugged);
   bool setHeld(std::string_view serialNumber, bool held);
   bool setStalled(std::string_view serialNumber, bool stalled);
@@ -81,6 +81,7 @@ class Driver {
   EventLoop& loop();
   Ports unplugAll();
   std::shared_ptr<Chip> named(std::string_view serialNumber);
+  std::shared_ptr<Chip> first(const std::function<bool(const Chip&)>& isWanted);
 
   mutable std::mutex mutex_;  ///< guards what follows; taken before the lock of a port
   bool isLoaded_ = false;

@@ -35,8 +35,8 @@ Driver& TheDriver() {
   return driver.value;
 }
 
-Script& TheScript() {
-  static cppu::NeverDestroyed<Script> script;
+CallScript& TheCallScript() {
+  static cppu::NeverDestroyed<CallScript> script;
   return script.value;
 }
 

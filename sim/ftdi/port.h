@@ -19,8 +19,9 @@
 
 namespace qvsim {
 
-/// One chip while it is open: what was set, its queues, and its device behind them. The device lives on the
-/// event loop's thread; all functions but the private ones are for any other thread. They return a status.
+/// One chip while it is open: what was set, its queues, and the device connected to it. The device lives on
+/// the event loop's thread; all functions but the private ones are for any other thread. They return a
+/// status.
 ///
 /// The application's event is signalled without any lock of ours held: its owner may call us while he holds
 /// the event's mutex.
@@ -76,7 +77,7 @@ class Port : public std::enable_shared_from_this<Port> {
   const std::unique_ptr<Responder> device_;
   const Answers answers_;
   std::string taken_;        ///< what the device gets; loop's thread only
-  bool isRetrying_ = false;  ///< a notification stands out; loop's thread only
+  bool isRetrying_ = false;  ///< a notification is due; loop's thread only
 
   mutable std::mutex mutex_;  ///< guards what follows
   std::condition_variable readable_;

@@ -34,7 +34,7 @@ uint32_t FT_GetStatus(Handle handle, uint32_t* received, uint32_t* toTransmit, u
   return CallOn(handle, "FT_GetStatus", [&](const Chip&, Port& port) {
     if (received == nullptr || toTransmit == nullptr || event == nullptr) return status::kInvalidParameter;
     port.getStatus(*received, *toTransmit, *event);
-    if (TheScript().promisesBytes()) *received = std::max(*received, 1U);
+    if (TheCallScript().promisesBytes()) *received = std::max(*received, 1U);
     return status::kOk;
   });
 }
@@ -44,7 +44,7 @@ uint32_t FT_Read(Handle handle, void* buffer, uint32_t size, uint32_t* read) {
     if (read == nullptr || (buffer == nullptr && size > 0)) return status::kInvalidParameter;
     *read = 0;
     const auto result = port.read(static_cast<char*>(buffer), size, *read);
-    if (const auto more = TheScript().nextRead()) *read = size + more;
+    if (const auto more = TheCallScript().nextRead()) *read = size + more;
     return result;
   });
 }
@@ -53,7 +53,7 @@ uint32_t FT_Write(Handle handle, void* buffer, uint32_t size, uint32_t* written)
   return CallOn(handle, "FT_Write", [&](const Chip&, Port& port) {
     if (written == nullptr || (buffer == nullptr && size > 0)) return status::kInvalidParameter;
     *written = 0;
-    const auto fault = TheScript().nextWrite();
+    const auto fault = TheCallScript().nextWrite();
     const std::string_view bytes(static_cast<const char*>(buffer), std::min(size, fault.acceptAtMost));
     const auto result = port.write(bytes, *written);
     *written += fault.reportMore;

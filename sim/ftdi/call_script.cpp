@@ -1,11 +1,11 @@
-#include "sim/ftdi/script.h"
+#include "sim/ftdi/call_script.h"
 
 #include <algorithm>
 #include <iterator>
 
 namespace qvsim {
 
-const std::array<std::string_view, Script::kFunctionCount>& Script::names() {
+const std::array<std::string_view, CallScript::kFunctionCount>& CallScript::names() {
   static constexpr std::array<std::string_view, kFunctionCount> sorted{"FTID_Constructor",
                                                                        "FTID_Destructor",
                                                                        "FTID_GetChipIDFromHandle",
@@ -36,14 +36,14 @@ const std::array<std::string_view, Script::kFunctionCount>& Script::names() {
   return sorted;
 }
 
-bool Script::knows(std::string_view function) { return std::ranges::binary_search(names(), function); }
+bool CallScript::knows(std::string_view function) { return std::ranges::binary_search(names(), function); }
 
-std::size_t Script::indexOf(std::string_view function) {
+std::size_t CallScript::indexOf(std::string_view function) {
   return static_cast<std::size_t>(
       std::distance(names().begin(), std::ranges::lower_bound(names(), function)));
 }
 
-uint32_t Script::enter(std::string_view name) {
+uint32_t CallScript::enter(std::string_view name) {
   const std::lock_guard lock(mutex_);
   auto& function = state_.functions.at(indexOf(name));
   ++function.calls;
@@ -56,75 +56,75 @@ uint32_t Script::enter(std::string_view name) {
   return status;
 }
 
-void Script::fail(std::string_view name, uint32_t call, uint32_t status) {
+void CallScript::fail(std::string_view name, uint32_t call, uint32_t status) {
   const std::lock_guard lock(mutex_);
   auto& function = state_.functions.at(indexOf(name));
   if (status == 0) return function.failures.clear();
   function.failures.push_back({call == 0 ? 0 : function.ever + call, status});
 }
 
-uint64_t Script::calls(std::string_view function) const {
+uint64_t CallScript::calls(std::string_view function) const {
   const std::lock_guard lock(mutex_);
   return state_.functions.at(indexOf(function)).calls;
 }
 
-uint64_t Script::calls() const {
+uint64_t CallScript::calls() const {
   const std::lock_guard lock(mutex_);
   uint64_t all = 0;
   for (const auto& function : state_.functions) all += function.calls;
   return all;
 }
 
-void Script::forgetCalls() {
+void CallScript::forgetCalls() {
   const std::lock_guard lock(mutex_);
   for (auto& function : state_.functions) function.calls = 0;
 }
 
-void Script::limitWrites(uint32_t writes, uint32_t acceptAtMost) {
+void CallScript::limitWrites(uint32_t writes, uint32_t acceptAtMost) {
   const std::lock_guard lock(mutex_);
   state_.shortWrites = {writes, acceptAtMost};
 }
 
-void Script::exaggerateWrites(uint32_t writes, uint32_t more) {
+void CallScript::exaggerateWrites(uint32_t writes, uint32_t more) {
   const std::lock_guard lock(mutex_);
   state_.longWrites = {writes, more};
 }
 
-void Script::exaggerateReads(uint32_t reads, uint32_t more) {
+void CallScript::exaggerateReads(uint32_t reads, uint32_t more) {
   const std::lock_guard lock(mutex_);
   state_.longReads = {reads, more};
 }
 
-uint32_t Script::use(Effect& effect, uint32_t otherwise) {
+uint32_t CallScript::use(Effect& effect, uint32_t otherwise) {
   if (effect.calls == 0) return otherwise;
   --effect.calls;
   return effect.value;
 }
 
-Script::WriteFault Script::nextWrite() {
+CallScript::WriteFault CallScript::nextWrite() {
   const std::lock_guard lock(mutex_);
   const auto acceptAtMost = use(state_.shortWrites, UINT32_MAX);
   return {acceptAtMost, use(state_.longWrites, 0)};
 }
 
-uint32_t Script::nextRead() {
+uint32_t CallScript::nextRead() {
   const std::lock_guard lock(mutex_);
   return use(state_.longReads, 0);
 }
 
-bool Script::promisesBytes() const {
+bool CallScript::promisesBytes() const {
   const std::lock_guard lock(mutex_);
   return state_.promisesBytes;
 }
 
-void Script::failReads(uint32_t status) {
+void CallScript::failReads(uint32_t status) {
   fail("FT_Read", 0, 0);
   if (status != 0) fail("FT_Read", 0, status);
   const std::lock_guard lock(mutex_);
   state_.promisesBytes = status != 0;
 }
 
-void Script::clear() {
+void CallScript::clear() {
   const std::lock_guard lock(mutex_);
   state_ = {};
 }

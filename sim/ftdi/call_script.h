@@ -8,8 +8,8 @@
 
 namespace qvsim {
 
-/// What goes wrong on purpose, and how often each function was called. Any thread.
-class Script {
+/// The scripted faults, and how often each function was called. Any thread.
+class CallScript {
  public:
   /// Whether the driver has a function of this name.
   static bool knows(std::string_view function);
