@@ -14,8 +14,6 @@
 namespace qvtest {
 namespace {
 
-using Words = std::vector<std::string>;
-
 class QvioDiscovery : public testing::Test {
  protected:
   void SetUp() override {
@@ -71,43 +69,35 @@ TEST_F(QvioDiscovery, FindsEveryDeviceAlthoughDatagramsGetLost) {
 
 TEST_F(QvioDiscovery, SaysWhatIsWrongAndWhatHelps) {
   (*controllers_)->setFaults({.refusal = quorvind::ResultCode::PermissionDenied});
-  const struct {
-    Words words;
-    int status;
-    std::string text;
-  } rows[] = {{{"list", "--kind", "network", "--iface", "x"},
-               1,
-               "x is not an address of an interface; \"qvio ifaces\""},
-              {{"list", "--kind", "network", "--iface", "198.51.100.7"},
-               1,
-               "not a local address: 198.51.100.7\nqvio: hint: \"qvio ifaces\""},
-              {{"list", "--kind", "network"}, 1, "no interface for discovery"},
-              {{"list", "--kind", "network", "--tries", "0"}, 2, "--tries"},
-              {{"list", "--kind", "network", "--iface", kLoopback, "--trace", "x"}, 2, "--trace"},
-              {{"config", "get", "T-1", "--iface", kLoopback}, 1, "refused: PermissionDenied (31)"},
-              {{"config", "get", "T-9", "--type", "7", "--timeout", "60", "--iface", kLoopback},
-               124,
-               "T-9 (type 7) has not answered"},
-              {{"config", "get", "T-9", "--timeout", "60", "--iface", kLoopback},
-               124,
-               "T-9 has not answered a search"},
-              {{"config", "reset", "T-1", "--type", "7", "--iface", kLoopback}, 2, "--yes"},
-              {{"config", "set", "T-1", "--iface", kLoopback, "--yes"}, 2, "nothing to change"},
-              {{"config", "set", "T-1", "--ip", "10.0.0.256", "--yes"}, 2, "is not an address"},
-              {{"config", "set", "T-1", "--mask", "255.0.255.0", "--yes"}, 2, "is not a subnet mask"},
-              {{"config", "set", "T-1", "--ip", "10.0.0.5", "--mask", "255.255.255.0", "--gateway",
-                "10.0.1.1", "--yes"},
-               2,
-               "outside the subnet"},
-              {{"info", "set", "T-1", "tab\there", "--yes"}, 2, "not all printable"},
-              {{"info", "set", "T-1", std::string(64, 'x'), "--yes"}, 2, "longer than 63"},
-              {{"send", "network:sn:T-9", "x"}, 1, "to search for it, give -o \"iface network:ADDRESS\""}};
-  for (const auto& row : rows) {
-    const auto outcome = RunQvio(row.words);
-    EXPECT_EQ(outcome.status, row.status) << testing::PrintToString(row.words) << outcome.errors;
-    EXPECT_NE((outcome.errors + outcome.output).find(row.text), std::string::npos)
-        << outcome.errors << outcome.output;
-  }
+  const Expected rows[] = {
+      {{"list", "--kind", "network", "--iface", "x"},
+       1,
+       "x is not an address of an interface; \"qvio ifaces\""},
+      {{"list", "--kind", "network", "--iface", "198.51.100.7"},
+       1,
+       "not a local address: 198.51.100.7\nqvio: hint: \"qvio ifaces\""},
+      {{"list", "--kind", "network"}, 1, "no interface for discovery"},
+      {{"list", "--kind", "network", "--tries", "0"}, 2, "--tries"},
+      {{"list", "--kind", "network", "--iface", kLoopback, "--trace", "x"}, 2, "--trace"},
+      {{"config", "get", "T-1", "--iface", kLoopback}, 1, "refused: PermissionDenied (31)"},
+      {{"config", "get", "T-9", "--type", "7", "--timeout", "60", "--iface", kLoopback},
+       124,
+       "T-9 (type 7) has not answered"},
+      {{"config", "get", "T-9", "--timeout", "60", "--iface", kLoopback},
+       124,
+       "T-9 has not answered a search"},
+      {{"config", "reset", "T-1", "--type", "7", "--iface", kLoopback}, 2, "--yes"},
+      {{"config", "set", "T-1", "--iface", kLoopback, "--yes"}, 2, "nothing to change"},
+      {{"config", "set", "T-1", "--ip", "10.0.0.256", "--yes"}, 2, "is not an address"},
+      {{"config", "set", "T-1", "--mask", "255.0.255.0", "--yes"}, 2, "is not a subnet mask"},
+      {{"config", "set", "T-1", "--ip", "10.0.0.5", "--mask", "255.255.255.0", "--gateway", "10.0.1.1",
+        "--yes"},
+       2,
+       "outside the subnet"},
+      {{"info", "set", "T-1", "tab\there", "--yes"}, 2, "not all printable"},
+      {{"info", "set", "T-1", std::string(64, 'x'), "--yes"}, 2, "longer than 63"},
+      {{"send", "network:sn:T-9", "x"}, 1, "to search for it, give -o \"iface network:ADDRESS\""}};
+  for (const auto& row : rows) ExpectText(row);
   controllers_.reset();
   const auto nothing = run({"list", "--kind", "network", "--timeout", "30", "--json"});
   EXPECT_EQ(nothing.status, 1);

@@ -38,21 +38,19 @@ TEST_F(QvioLibraries, SaysWhichLibraryApplicationsLoad) {
   std::filesystem::create_directory(folder);
   std::ofstream(folder / "libquorvio.so.2") << "not a library";
   findLibrariesIn(LIBRARY_FOLDER);
-  EXPECT_EQ(RunQvio({"version"}).output,
-            "qvio 2.1.2 with libquorvio 2.1.2 built in\n"
-            "applications load libquorvio 2.1.2: " LIBRARY_FOLDER "/libquorvio.so.2\n");
+  ExpectText({{"version"},
+              0,
+              "qvio 2.1.2 with libquorvio 2.1.2 built in\n"
+              "applications load libquorvio 2.1.2: " LIBRARY_FOLDER "/libquorvio.so.2\n"});
   findLibrariesIn(folder);
-  const auto unusable = RunQvio({"version"});
-  EXPECT_EQ(unusable.status, 0);
-  EXPECT_NE(unusable.output.find("applications find no libquorvio: " + folder.string()), std::string::npos)
-      << unusable.output;
+  ExpectText({{"version"}, 0, "applications find no libquorvio: " + folder.string()});
   std::filesystem::remove_all(folder);
 }
 
 TEST_F(QvioLibraries, SaysWhatIsWrongAndWhatHelps) {
   const struct {
     const char* folder;
-    std::vector<std::string> words;
+    Words words;
     const char* text;
   } rows[] = {
       {"/nowhere", {"list", "--kind", "usb"}, "note: usb: FTDI's driver cannot be used: libftd2xx.so: "},
@@ -64,9 +62,7 @@ TEST_F(QvioLibraries, SaysWhatIsWrongAndWhatHelps) {
       {STAND_IN_FOLDER, {"send", "usb:xx:1", "x"}, "a locator is"}};
   for (const auto& row : rows) {
     findLibrariesIn(row.folder);
-    const auto outcome = RunQvio(row.words);
-    EXPECT_EQ(outcome.status, 1);
-    EXPECT_NE(outcome.errors.find(row.text), std::string::npos) << outcome.errors;
+    ExpectText({row.words, 1, row.text});
   }
 }
 

@@ -22,8 +22,6 @@
 namespace qvtest {
 namespace {
 
-using Words = std::vector<std::string>;
-
 class Qvio : public testing::Test {
  protected:
   qvsim::EventLoop loop_;
@@ -67,11 +65,7 @@ TEST_F(Qvio, AnswersEveryWayOfAsking) {
 }
 
 TEST_F(Qvio, SaysWhatIsWrongAndWhatHelps) {
-  const struct {
-    Words arguments;
-    int status;
-    std::string error;
-  } rows[] = {
+  const Expected rows[] = {
       {{}, 2, "subcommand is required"},
       {{"fly"}, 2, ""},
       {{"send", net_}, 2, "text is required"},
@@ -99,30 +93,20 @@ TEST_F(Qvio, SaysWhatIsWrongAndWhatHelps) {
        0,
        "xonxoff does not switch flow control on"},
   };
-  for (const auto& row : rows) {
-    const auto outcome = RunQvio(row.arguments);
-    EXPECT_EQ(outcome.status, row.status) << testing::PrintToString(row.arguments);
-    EXPECT_NE((outcome.errors + outcome.output).find(row.error), std::string::npos)
-        << outcome.errors << outcome.output;
-  }
-  for (const auto* command : {"open", "send", "list", "watch", "ifaces", "config", "info", "version"}) {
-    const auto help = RunQvio({command, "--help"});
-    EXPECT_EQ(help.status, 0);
-    EXPECT_NE(help.output.find("Example:"), std::string::npos) << command;
-  }
+  for (const auto& row : rows) ExpectText(row);
+  for (const auto* command : {"open", "send", "list", "watch", "ifaces", "config", "info", "version"})
+    ExpectText({{command, "--help"}, 0, "Example:"});
 }
 
 TEST_F(Qvio, NamesTheProcessThatHoldsTheSerialPort) {
   const cppu::UniqueFd holder(::open(stage_.path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
   ASSERT_EQ(::flock(holder.get(), LOCK_EX | LOCK_NB), 0);
-  const auto outcome = RunQvio({"send", tty_, "POS?", "-o", "baudrate 9600"});
-  EXPECT_EQ(outcome.status, 1);
-  EXPECT_NE(outcome.errors.find("is in use by qvio_test (pid " + std::to_string(::getpid()) + ")"),
-            std::string::npos)
-      << outcome.errors;
+  ExpectText({{"send", tty_, "POS?", "-o", "baudrate 9600"},
+              1,
+              "is in use by qvio_test (pid " + std::to_string(::getpid()) + ")"});
 }
 
-TEST_F(Qvio, TellsALostConnectionOnceBesideTheLineBeingEdited) {
+TEST_F(Qvio, ReportsALostConnectionOnceBesideTheLineBeingEdited) {
   QvioTerminal terminal({"open", net_});
   EXPECT_TRUE(terminal.shows("is open"));
   terminal.type("POS?\n");
@@ -135,7 +119,7 @@ TEST_F(Qvio, TellsALostConnectionOnceBesideTheLineBeingEdited) {
   EXPECT_EQ(terminal.waitForEnd(), 0) << terminal.screen();
   EXPECT_EQ(terminal.screen().find("connection lost (result 7)\r\n", terminal.screen().find("half a line")),
             std::string::npos)
-      << "told once";
+      << "reported once";
 }
 
 /// The characters that must not reach a terminal, and some that must.

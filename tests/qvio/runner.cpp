@@ -1,14 +1,14 @@
 #include "qvio/runner.h"
 
-#include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <csignal>
-#include <future>
 #include <stdexcept>
 
 #include "support/wait.h"
@@ -18,7 +18,7 @@
 namespace qvtest {
 namespace {
 
-[[noreturn]] void BecomeQvio(const std::vector<std::string>& arguments) {
+[[noreturn]] void BecomeQvio(const Words& arguments) {
   std::vector<char*> words{const_cast<char*>("qvio")};
   for (const auto& argument : arguments) words.push_back(const_cast<char*>(argument.c_str()));
   words.push_back(nullptr);
@@ -38,56 +38,40 @@ bool HasEnded(int pid) {
          info.si_pid == pid;
 }
 
-struct Pipe {
-  Pipe() {
-    std::array<int, 2> ends{};
-    if (::pipe2(ends.data(), O_CLOEXEC) != 0) throw std::runtime_error("pipe2");
-    reading = cppu::UniqueFd(ends[0]);
-    writing = cppu::UniqueFd(ends[1]);
-  }
-  cppu::UniqueFd reading;
-  cppu::UniqueFd writing;
-};
+/// A file in memory, at its beginning.
+cppu::UniqueFd FileOf(const std::string& content) {
+  cppu::UniqueFd fd(::memfd_create("qvio", MFD_CLOEXEC));
+  if (::pwrite(fd.get(), content.data(), content.size(), 0) != static_cast<ssize_t>(content.size()))
+    throw std::runtime_error("no file in memory");
+  return fd;
+}
 
-std::string ReadAll(int fd) {
-  std::string text;
-  std::array<char, 4096> buffer{};
-  for (;;) {
-    const auto got = cppu::Uninterrupted([&] { return ::read(fd, buffer.data(), buffer.size()); });
-    if (got <= 0) return text;
-    text.append(buffer.data(), static_cast<std::size_t>(got));
-  }
+std::string ContentOf(const cppu::UniqueFd& fd) {
+  std::string text(static_cast<std::size_t>(::lseek(fd.get(), 0, SEEK_END)), '\0');
+  return ::pread(fd.get(), text.data(), text.size(), 0) < 0 ? "cannot read" : text;
 }
 
 }  // namespace
 
-Outcome RunQvio(const std::vector<std::string>& arguments, const std::string& input) {
-  Pipe in;
-  Pipe out;
-  Pipe err;
+Outcome RunQvio(const Words& words, const std::string& input) {
+  const std::array files{FileOf(input), FileOf(""), FileOf("")};
   const int pid = ::fork();
   if (pid == 0) {
-    ::dup2(in.reading.get(), STDIN_FILENO);
-    ::dup2(out.writing.get(), STDOUT_FILENO);
-    ::dup2(err.writing.get(), STDERR_FILENO);
-    BecomeQvio(arguments);
+    for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+      ::dup2(files.at(static_cast<std::size_t>(standard)).get(), standard);
+    BecomeQvio(words);
   }
-  in.reading.reset();
-  out.writing.reset();
-  err.writing.reset();
-  auto errors = std::async(std::launch::async, [&] { return ReadAll(err.reading.get()); });
-  auto output = std::async(std::launch::async, [&] { return ReadAll(out.reading.get()); });
-  std::string_view rest = input;
-  while (!rest.empty()) {
-    const auto written = ::write(in.writing.get(), rest.data(), rest.size());
-    if (written <= 0) break;  // it reads no more; its exit status tells why
-    rest.remove_prefix(static_cast<std::size_t>(written));
-  }
-  in.writing.reset();
-  return {StatusOf(pid), output.get(), errors.get()};
+  return {StatusOf(pid), ContentOf(files[1]), ContentOf(files[2])};
 }
 
-QvioTerminal::QvioTerminal(const std::vector<std::string>& arguments) {
+void ExpectText(const Expected& expected) {
+  const auto outcome = RunQvio(expected.words);
+  const auto all = outcome.errors + outcome.output;
+  EXPECT_EQ(outcome.status, expected.status) << testing::PrintToString(expected.words) << all;
+  EXPECT_NE(all.find(expected.text), std::string::npos) << expected.text << "\nis not in\n" << all;
+}
+
+QvioTerminal::QvioTerminal(const Words& arguments) {
   const winsize size{30, 100, 0, 0};
   pid_ = ::forkpty(&master_, nullptr, nullptr, &size);
   if (pid_ == 0) {

@@ -5,19 +5,29 @@
 
 namespace qvtest {
 
+using Words = std::vector<std::string>;
+
 struct Outcome {
   int status;  ///< exit status; 128 + signal when a signal ended it
   std::string output;
   std::string errors;
 };
 
-/// Runs qvio with the arguments and this standard input (a pipe) to its end.
-Outcome RunQvio(const std::vector<std::string>& arguments, const std::string& input = "");
+/// Runs qvio with the arguments and this standard input to its end.
+Outcome RunQvio(const Words& words, const std::string& input = "");
+
+/// What a run gives: its status, and a text on standard output or standard error.
+struct Expected {
+  Words words;
+  int status;
+  std::string text;
+};
+void ExpectText(const Expected& expected);
 
 /// qvio on a terminal of its own.
 class QvioTerminal {
  public:
-  explicit QvioTerminal(const std::vector<std::string>& arguments);
+  explicit QvioTerminal(const Words& arguments);
   QvioTerminal(const QvioTerminal&) = delete;
   QvioTerminal& operator=(const QvioTerminal&) = delete;
   ~QvioTerminal();

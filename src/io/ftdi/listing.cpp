@@ -1,6 +1,5 @@
 #include "io/ftdi/listing.h"
 
-#include <algorithm>
 #include <optional>
 #include <stdexcept>
 #include <vector>
