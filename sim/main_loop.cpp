@@ -59,7 +59,7 @@ void MainLoop::run(const std::function<void(std::string_view)>& onLine) const {
   InputLines input(onLine);
   bool reads = static_cast<bool>(onLine);
   for (;;) {
-    // A terminal whose foreground another program has is looked at again now and then.
+    // A terminal that another program has in the foreground is looked at again from time to time.
     const bool elsewhere = reads && IsInBackground();
     std::array<pollfd, 2> entries{
         {{signals_.get(), POLLIN, 0}, {reads && !elsewhere ? STDIN_FILENO : -1, POLLIN, 0}}};

@@ -7,7 +7,7 @@
 
 namespace qvsim {
 
-/// Bytes that come out in the order in which they went in. Moves what is left only now and then.
+/// Bytes that come out in the order in which they went in. Moves the rest only from time to time.
 class ByteQueue {
  public:
   [[nodiscard]] std::size_t size() const { return bytes_.size() - taken_; }

@@ -55,7 +55,7 @@ class Driver {
   };
   [[nodiscard]] Opened find(Handle handle) const;
 
-  // For the first chip with the serial number; false: there is none.
+  // For the first chip with the serial number; false: no chip has it.
   bool setPlugged(std::string_view serialNumber, bool plugged);
   bool setHeld(std::string_view serialNumber, bool held);
   bool setStalled(std::string_view serialNumber, bool stalled);

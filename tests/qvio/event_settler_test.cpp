@@ -58,13 +58,13 @@ class Log {
   EventSettler settler_;
 };
 
-TEST(EventSettler, HoldsLossesBackAndTellsEveryLastingChange) {
+TEST(EventSettler, HoldsLossesBackAndReportsEveryLastingChange) {
   using enum Raised;
   const struct {
     const char* what;
     int settle;
     std::vector<Step> steps;
-    std::string told;
+    std::string reported;
   } rows[] = {
       {"at once", 0, {{0, Found}, {10, Lost}}, "0 A found\n10 A lost\n"},
       {"busy and free",
@@ -88,11 +88,11 @@ TEST(EventSettler, HoldsLossesBackAndTellsEveryLastingChange) {
        100,
        {{0, Found}, {50, LostBusy}, {80, LostBusy}},
        "0 A found\n150 A unavailable\n180 A lost\n"},
-      {"told busy, gone, back as busy",
+      {"reported busy, gone, back as busy",
        100,
        {{0, Found}, {50, LostBusy}, {180, LostBusy}, {200, FoundBusy}},
        "0 A found\n150 A unavailable\n"},
-      {"told busy, gone, back as free",
+      {"reported busy, gone, back as free",
        100,
        {{0, Found}, {50, LostBusy}, {180, LostBusy}, {200, Found}},
        "0 A found\n150 A unavailable\n200 A found\n"},
@@ -109,7 +109,7 @@ TEST(EventSettler, HoldsLossesBackAndTellsEveryLastingChange) {
     Log log(row.settle);
     for (const auto& step : row.steps) log.play(step);
     log.letPass(EventSettler::Moment::max());
-    EXPECT_EQ(log.text, row.told) << row.what;
+    EXPECT_EQ(log.text, row.reported) << row.what;
   }
 }
 

@@ -157,14 +157,18 @@ TEST_F(Qvio, EditsLinesAndShowsWhatArrivesHarmlessly) {
   EXPECT_EQ(terminal.waitForEnd(), 0) << terminal.screen();
 }
 
-TEST_F(Qvio, LeavesAtASignalAlsoWhenTheDeviceTakesNothing) {
-  QvioTerminal terminal({"open", echoing_});
-  EXPECT_TRUE(terminal.shows("> "));
-  terminal.type("x\n");
-  EXPECT_TRUE(terminal.shows("x\r\n"));
-  echo_.setReading(qvsim::Reading::Stalled);
-  ::kill(terminal.pid(), SIGTERM);
-  EXPECT_EQ(terminal.waitForEnd(), 128 + SIGTERM);
+TEST_F(Qvio, LeavesAtASignalOrAKeyWhateverTheDeviceDoes) {
+  for (const bool floods : {false, true}) {
+    echo_.setReading(qvsim::Reading::Answering);
+    QvioTerminal terminal({"open", echoing_});
+    EXPECT_TRUE(terminal.shows("> "));
+    terminal.type("x\n");
+    EXPECT_TRUE(terminal.shows("x\r\n"));
+    floods ? echo_.sendForever() : echo_.setReading(qvsim::Reading::Stalled);
+    EXPECT_TRUE(!floods || terminal.shows("...."));
+    floods ? terminal.type("\x1d") : void(::kill(terminal.pid(), SIGTERM));
+    EXPECT_EQ(terminal.waitForEnd(), floods ? 0 : 128 + SIGTERM);
+  }
 }
 
 }  // namespace

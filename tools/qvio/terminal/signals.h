@@ -25,10 +25,10 @@ class SignalDescriptor {
   SignalDescriptor& operator=(const SignalDescriptor&) = delete;
   ~SignalDescriptor() { ::sigprocmask(SIG_SETMASK, &before_, nullptr); }
 
-  /// Readable when one has come.
+  /// Readable when a signal has come.
   [[nodiscard]] int fd() const { return fd_.get(); }
 
-  /// The number of one that has come; 0 when there is none.
+  /// The number of a signal that has come; 0: none has.
   [[nodiscard]] int take() const {
     signalfd_siginfo signal{};
     const bool read = ::read(fd_.get(), &signal, sizeof signal) == sizeof signal;
@@ -53,7 +53,7 @@ class TerminalSignals {
     if (ending_ != 0) ::raise(ending_);
   }
 
-  /// Readable when one has come.
+  /// Readable when a signal has come.
   [[nodiscard]] int fd() const { return signals_.fd(); }
 
   enum class Event { End, TerminalChanged };
