@@ -60,14 +60,19 @@ class EventQueue {
   static constexpr std::size_t kLimit = 1000;  // the watch keeps more, and reports if it had to drop some
 
   void run() {
-    for (bool isOpen = true; isOpen;) try {
-        if (auto event = watch_.next(quorvio::Duration::max()))
-          isOpen = queue_.push(
-              {std::move(*event), std::chrono::steady_clock::now(), std::chrono::system_clock::now()});
-      } catch (const quorvio::Error& error) {
-        isOpen = error.code() == quorvio::Errc::eventsLost;
-        if (isOpen) std::fputs("qvio: standard output is too slow; events were lost\n", stderr);
-      }
+    while (moveOne()) {
+    }
+  }
+
+  /// False at the end of the watch.
+  bool moveOne() try {
+    auto event = watch_.next(quorvio::Duration::max());
+    return !event || queue_.push({std::move(*event), std::chrono::steady_clock::now(),
+                                  std::chrono::system_clock::now()});
+  } catch (const quorvio::Error& error) {
+    if (error.code() != quorvio::Errc::eventsLost) return false;
+    std::fputs("qvio: standard output is too slow; events were lost\n", stderr);
+    return true;
   }
 
   quorvio::DeviceWatch& watch_;
