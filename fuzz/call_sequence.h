@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
+#include "decisions.h"
 #include "handle_model.h"
 #include "links.h"
 #include "open_channel.h"
 #include "random_texts.h"
-#include "script.h"
 
 namespace qvfuzz {
 
@@ -17,7 +17,7 @@ namespace qvfuzz {
 /// thread.
 class CallSequence {
  public:
-  CallSequence(Script script, Links& links);
+  CallSequence(Decisions decisions, Links& links);
   CallSequence(const CallSequence&) = delete;
   CallSequence& operator=(const CallSequence&) = delete;
 
@@ -36,7 +36,6 @@ class CallSequence {
   void close();
   void send();
   void getProperty();
-  void awaitEcho();
   void loseTcpPeers();
 
   /// Opens, and compares the handle with the model. Null: nothing is open.
@@ -45,7 +44,7 @@ class CallSequence {
   void closeOpen(uint32_t handle, OpenChannel& channel, bool wait);
   uint32_t anyHandle();
 
-  Script script_;
+  Decisions decisions_;
   Links& links_;
   RandomTexts texts_;
   HandleModel model_;

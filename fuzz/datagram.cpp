@@ -64,7 +64,7 @@ void CheckConfiguration(const QV_ND_Packet& packet) {
   DeviceConfig again;
   auto written = MakeConfiguration(0, "", {}, config);
   Check(ReadConfiguration(written, again) && again == config, "a configuration comes back");
-  written.Data[0] = packet.Data[0];  // any value but 0 stands for DHCP
+  written.Data[0] = packet.Data[0];  // any value but 0 means DHCP
   Check(StartsAs(packet, written), "a configuration is read whole");
 }
 

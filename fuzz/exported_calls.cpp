@@ -4,8 +4,8 @@
 #include <cstdio>
 
 #include "call_sequence.h"
+#include "decisions.h"
 #include "links.h"
-#include "script.h"
 #include "support/private_network.h"
 
 namespace {
@@ -31,6 +31,6 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  qvfuzz::CallSequence(qvfuzz::Script({data, size}), TheLinks()).run();
+  qvfuzz::CallSequence(qvfuzz::Decisions({data, size}), TheLinks()).run();
   return 0;
 }

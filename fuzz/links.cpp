@@ -37,29 +37,17 @@ bool SetUsbChips() {
 Links::Links(bool withDiscovery) : tcp_(loop_, "127.0.0.1", 0, qvsim::MakeEcho), hasUsb_(SetUsbChips()) {
   using enum Link::Kind;
   const auto port = std::to_string(tcp_.port());
-  links_ = {{Serial, "", "baudrate 115200", true},
-            {Serial, "", "baudrate 50\nxonxoff", true},
+  links_ = {{Serial, "serial:" + serial_[0].path(), "baudrate 115200", true},
+            {Serial, "serial:" + serial_[1].path(), "baudrate 50\nxonxoff", true},
             {Tcp, "network:127.0.0.1:" + port, "", true},
             {Tcp, "network:localhost", "strict\nconnect-timeout 9000\nport " + port, true},
             {Usb, "usb:sn:SLOW", "health-check 50", true},
             {Usb, "usb:sn:FAST", "", false},
             {Usb, "usb:sn:SENSOR", "baudrate 9600\nftdi-flow-control rtscts", true},
             {Usb, "usb:sn:DUAL", "strict\nftdi-latency 1", true}};
-  restore();
   if (!withDiscovery) return;
   controllers_.emplace(loop_, qvsim::GroupSettings{.spread = std::chrono::milliseconds(1)});
   for (const auto* serial : {"5000", "a=b|%"}) controllers_->add({serial, 7, 1, "Axis"}, qvsim::MakeEcho);
-}
-
-void Links::restore() {
-  for (auto& link : links_) link.isReleased = true;
-  for (std::size_t i = 0; i < serial_.size(); ++i) {
-    auto& link = links_[i];
-    if (serial_[i] && link.isQuiet) continue;
-    serial_[i] = std::make_unique<qvsim::SerialDevice>(loop_, qvsim::MakeEcho);
-    link.locator = "serial:" + serial_[i]->path();
-    link.isQuiet = true;
-  }
 }
 
 }  // namespace qvfuzz

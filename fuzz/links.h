@@ -1,7 +1,6 @@
 #pragma once
 
 #include <array>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -23,7 +22,6 @@ struct Link {
   bool echoes;
   int users = 0;           ///< open handles
   bool isReleased = true;  ///< no receive thread that nobody waited for may still have it
-  bool isQuiet = true;     ///< Serial: no bytes may be on their way, and nobody else reads them
 };
 
 /// The simulated devices of the process.
@@ -39,13 +37,15 @@ class Links {
   void hangUpTcp() { tcp_.closeAll(); }
   void resetTcp() { tcp_.resetAll(); }
 
-  /// As at the start. Nothing is open any more.
-  void restore();
+  /// To be called when nothing is open any more.
+  void allAreReleased() {
+    for (auto& link : links_) link.isReleased = true;
+  }
 
  private:
   qvsim::EventLoop loop_;
   qvsim::NetworkDevice tcp_;
-  std::array<std::unique_ptr<qvsim::SerialDevice>, 2> serial_;
+  std::array<qvsim::SerialDevice, 2> serial_{{{loop_, qvsim::MakeEcho}, {loop_, qvsim::MakeEcho}}};
   std::optional<qvsim::ControllerGroup> controllers_;
   bool hasUsb_;
   std::vector<Link> links_;

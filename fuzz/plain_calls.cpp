@@ -25,22 +25,22 @@ void OnEvent(void* userData, uint32_t type, const QV_IO_Event* event) {
         "an event has a device");
   uint32_t code = 0;
   Check(QV_IO_GetErrorEventData(event, &code, buffer.data(), &size) == QV_IO_ERROR_WRONG_EVENT_TYPE,
-        "a discovery event is no error");
+        "a discovery event is not an error");
 }
 
-void GetVersion(Script& script) {
+void GetVersion(Decisions& decisions) {
   std::array<uint32_t, 3> numbers{};
-  const auto choice = script.below(8);
+  const auto choice = decisions.below(8);
   const auto at = [&](unsigned i) { return (choice >> i & 1U) == 0 ? &numbers.at(i) : nullptr; };
   const auto result = QV_IO_GetVersion(at(0), at(1), at(2));
-  if (choice == 0) return Check(result == QV_IO_OK && numbers[0] == 2, "the version is told");
+  if (choice == 0) return Check(result == QV_IO_OK && numbers[0] == 2, "the version is reported");
   Check(result == QV_IO_ERROR_INVALID_ARGUMENT && numbers == std::array<uint32_t, 3>{},
-        "the version is told whole");
+        "the version is reported whole");
 }
 
-void GetLocatorInterfaceType(Script& script, const RandomTexts& texts) {
-  const auto locator = texts.locator(script);
-  const auto choice = script.byte();
+void GetLocatorInterfaceType(Decisions& decisions, const RandomTexts& texts) {
+  const auto locator = texts.locator(decisions);
+  const auto choice = decisions.byte();
   uint32_t type = 99;
   const auto result = QV_IO_GetLocatorInterfaceType(choice % 8 != 1 ? &type : nullptr,
                                                     choice >= 16 ? locator.c_str() : nullptr);
@@ -53,8 +53,8 @@ void GetLocatorInterfaceType(Script& script, const RandomTexts& texts) {
 constexpr std::array<uint32_t, 5> kInterfaceTypes{QV_IO_INTERFACE_ALL, QV_IO_INTERFACE_USB,
                                                   QV_IO_INTERFACE_NETWORK, QV_IO_INTERFACE_SERIAL, 0};
 
-void CanEnumerateDevices(Script& script) {
-  const auto type = script.oneOf(kInterfaceTypes);
+void CanEnumerateDevices(Decisions& decisions) {
+  const auto type = decisions.oneOf(kInterfaceTypes);
   uint32_t can = 99;
   Check(QV_IO_CanEnumerateDevices(type, nullptr) == QV_IO_ERROR_INVALID_ARGUMENT,
         "an answer has to go somewhere");
@@ -71,46 +71,47 @@ void CheckListing(const HandedOut& call, const std::string& options) {
   if (options.find("only-") == std::string::npos) qvio::ReadRecordList(call.text);
 }
 
-void EnumerateDevices(Script& script, RandomTexts& texts) {
-  const auto type = script.oneOf(kInterfaceTypes);
-  const auto options = texts.searchOptions(script);
-  const auto call = CallForText(script, SizeRule::Listing, [&](char* buffer, std::size_t* size) {
+void EnumerateDevices(Decisions& decisions, RandomTexts& texts) {
+  const auto type = decisions.oneOf(kInterfaceTypes);
+  const auto options = texts.searchOptions(decisions);
+  const auto call = CallForText(decisions, SizeRule::Listing, [&](char* buffer, std::size_t* size) {
     return QV_IO_EnumerateDevices(type, options.empty() ? nullptr : options.c_str(), buffer, size);
   });
   CheckListing(call, type == QV_IO_INTERFACE_ALL ? options : "only-");
 }
 
-void EnumerateInterfaces(Script& script, RandomTexts& texts) {
-  const auto options = texts.options(script);
-  const auto call = CallForText(script, SizeRule::Listing, [&](char* buffer, std::size_t* size) {
+void EnumerateInterfaces(Decisions& decisions, RandomTexts& texts) {
+  const auto options = texts.options(decisions);
+  const auto call = CallForText(decisions, SizeRule::Listing, [&](char* buffer, std::size_t* size) {
     return QV_IO_EnumerateInterfaces(options.empty() ? nullptr : options.c_str(), buffer, size);
   });
   CheckListing(call, options);
 }
 
-void SetGlobalOptions(Script& script, RandomTexts& texts) {
-  const auto options = texts.options(script);
+void SetGlobalOptions(Decisions& decisions, RandomTexts& texts) {
+  const auto options = texts.options(decisions);
   CheckResult(QV_IO_SetGlobalOptions(options.c_str()), {QV_IO_OK, QV_IO_ERROR_INVALID_ARGUMENT});
 }
 
-void SetEventCallback(Script& script) {
-  Check(QV_IO_SetEventCallback(script.flag() ? &OnEvent : nullptr, &userDataOfEvents) == QV_IO_OK,
+void SetEventCallback(Decisions& decisions) {
+  Check(QV_IO_SetEventCallback(decisions.flag() ? &OnEvent : nullptr, &userDataOfEvents) == QV_IO_OK,
         "events can be had");
 }
 
-QV_IO_Event MakeEvent(Script& script) {
-  const auto type = static_cast<uint32_t>(script.below(4));
-  std::string message(script.text());
-  const std::string info(script.text());
-  return {type, script.byte(), std::move(message), {{"locator", "network:sn:5000"}, {"device-info", info}}};
+QV_IO_Event MakeEvent(Decisions& decisions) {
+  const auto type = static_cast<uint32_t>(decisions.below(4));
+  std::string message(decisions.text());
+  const std::string info(decisions.text());
+  return {
+      type, decisions.byte(), std::move(message), {{"locator", "network:sn:5000"}, {"device-info", info}}};
 }
 
-void GetErrorEventData(Script& script) {
-  const auto event = MakeEvent(script);
-  const bool hasEvent = script.byte() % 8 != 1;
-  const bool hasCode = script.byte() % 8 != 1;
+void GetErrorEventData(Decisions& decisions) {
+  const auto event = MakeEvent(decisions);
+  const bool hasEvent = decisions.byte() % 8 != 1;
+  const bool hasCode = decisions.byte() % 8 != 1;
   uint32_t code = 999;
-  const auto call = CallForText(script, SizeRule::Listing, [&](char* buffer, std::size_t* size) {
+  const auto call = CallForText(decisions, SizeRule::Listing, [&](char* buffer, std::size_t* size) {
     return QV_IO_GetErrorEventData(hasEvent ? &event : nullptr, hasCode ? &code : nullptr, buffer, size);
   });
   Check(code == (call.result == QV_IO_OK ? event.errorCode : 999), "the code is written on success only");
@@ -122,10 +123,10 @@ void GetErrorEventData(Script& script) {
   if (call.result == QV_IO_OK) Check(call.text == event.message, "an error comes with its message");
 }
 
-void GetDiscoveryEventData(Script& script, RandomTexts& texts) {
-  const auto event = MakeEvent(script);
-  const auto options = texts.options(script);
-  const auto call = CallForText(script, SizeRule::Listing, [&](char* buffer, std::size_t* size) {
+void GetDiscoveryEventData(Decisions& decisions, RandomTexts& texts) {
+  const auto event = MakeEvent(decisions);
+  const auto options = texts.options(decisions);
+  const auto call = CallForText(decisions, SizeRule::Listing, [&](char* buffer, std::size_t* size) {
     return QV_IO_GetDiscoveryEventData(&event, options.c_str(), buffer, size);
   });
   if (event.type != QV_IO_EVENT_DEVICE_FOUND && event.type != QV_IO_EVENT_DEVICE_LOST)
@@ -146,27 +147,27 @@ void CheckResult(uint32_t result, std::initializer_list<uint32_t> stated) {
   Check(false, "the result is one that the header states");
 }
 
-void MakePlainCall(Script& script, RandomTexts& texts) {
-  switch (script.below(10)) {
+void MakePlainCall(Decisions& decisions, RandomTexts& texts) {
+  switch (decisions.below(10)) {
     case 0:
-      return GetVersion(script);
+      return GetVersion(decisions);
     case 1:
-      return GetLocatorInterfaceType(script, texts);
+      return GetLocatorInterfaceType(decisions, texts);
     case 2:
-      return CanEnumerateDevices(script);
+      return CanEnumerateDevices(decisions);
     case 3:
     case 4:
-      return EnumerateDevices(script, texts);
+      return EnumerateDevices(decisions, texts);
     case 5:
-      return EnumerateInterfaces(script, texts);
+      return EnumerateInterfaces(decisions, texts);
     case 6:
-      return SetGlobalOptions(script, texts);
+      return SetGlobalOptions(decisions, texts);
     case 7:
-      return SetEventCallback(script);
+      return SetEventCallback(decisions);
     case 8:
-      return GetErrorEventData(script);
+      return GetErrorEventData(decisions);
     default:
-      return GetDiscoveryEventData(script, texts);
+      return GetDiscoveryEventData(decisions, texts);
   }
 }
 

@@ -3,13 +3,13 @@
 #include <cstdint>
 #include <initializer_list>
 
+#include "decisions.h"
 #include "random_texts.h"
-#include "script.h"
 
 namespace qvfuzz {
 
-/// One call of a function that has to do with no handle, chosen by the script, and its checks.
-void MakePlainCall(Script& script, RandomTexts& texts);
+/// One call of a function that has to do with no handle, chosen by the decisions, and its checks.
+void MakePlainCall(Decisions& decisions, RandomTexts& texts);
 
 /// Takes back what such calls have set.
 void EndPlainCalls();

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "script.h"
+#include "decisions.h"
 
 namespace qvfuzz {
 
@@ -13,13 +13,13 @@ class RandomTexts {
   explicit RandomTexts(bool networkIsPrivate)
       : searches_(networkIsPrivate ? kSearches : 0), networkIsPrivate_(networkIsPrivate) {}
 
-  std::string locator(Script& script) const;
+  std::string locator(Decisions& decisions) const;
 
   /// For settings.
-  std::string options(Script& script);
+  std::string options(Decisions& decisions);
 
   /// For what may search.
-  std::string searchOptions(Script& script);
+  std::string searchOptions(Decisions& decisions);
 
  private:
   static constexpr int kSearches = 2;  ///< in one input: they take milliseconds

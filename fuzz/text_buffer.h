@@ -5,8 +5,8 @@
 #include <string_view>
 
 #include "check.h"
+#include "decisions.h"
 #include "quorvio/quorvio.h"
-#include "script.h"
 
 namespace qvfuzz {
 
@@ -23,12 +23,12 @@ struct HandedOut {
 /// Calls the function with a buffer, or null, and looks at what it did to it.
 /// @param function  takes a char* and a size_t*
 template <class Function>
-HandedOut CallForText(Script& script, SizeRule rule, Function function) {
+HandedOut CallForText(Decisions& decisions, SizeRule rule, Function function) {
   constexpr char kUntouched = '\x5A';
   constexpr std::size_t kGuard = 32;
   constexpr std::size_t kAmple = 4096;
-  const auto choice = script.byte();
-  const std::size_t capacity = choice % 4 == 0 ? 0 : choice % 4 == 1 ? script.byte() : kAmple;
+  const auto choice = decisions.byte();
+  const std::size_t capacity = choice % 4 == 0 ? 0 : choice % 4 == 1 ? decisions.byte() : kAmple;
   const bool noBuffer = choice / 4 % 8 == 1;
   const bool noSize = choice / 32 == 1;
   std::string buffer(capacity + kGuard, kUntouched);
@@ -39,14 +39,14 @@ HandedOut CallForText(Script& script, SizeRule rule, Function function) {
     return buffer.find_first_not_of(kUntouched, from) == std::string::npos;
   };
   const bool badPointers = noSize || (noBuffer && capacity != 0);
-  Check(isUntouched(capacity), "nothing is written behind a buffer");
+  Check(isUntouched(capacity), "nothing is written after a buffer");
   Check(!badPointers || result != QV_IO_OK, "no text is handed out to nowhere");
   if (result == QV_IO_OK)
     Check(size < capacity && buffer[size] == '\0' && isUntouched(size + 1), "a text ends with its zero");
   if (result != QV_IO_ERROR_BUFFER_TOO_SMALL)
     return {result, badPointers, result == QV_IO_OK ? buffer.substr(0, size) : ""};
   const bool listing = rule == SizeRule::Listing;
-  Check(listing ? size > capacity : size >= capacity, "a buffer that is too small is told what it lacks");
+  Check(listing ? size > capacity : size >= capacity, "a buffer that is too small learns the size");
   Check(listing ? isUntouched(0) : capacity == 0 || (buffer[0] == '\0' && isUntouched(1)),
         "a buffer that is too small gets nothing, or the empty text");
   return {result, badPointers, ""};

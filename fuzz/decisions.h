@@ -10,10 +10,10 @@
 
 namespace qvfuzz {
 
-/// Reads an input as a row of decisions. Behind its end every decision is 0 and every text empty.
-class Script {
+/// Reads an input as a row of decisions. After its end every decision is 0 and every text empty.
+class Decisions {
  public:
-  explicit Script(std::span<const uint8_t> input) : in_(input) {}
+  explicit Decisions(std::span<const uint8_t> input) : in_(input) {}
 
   [[nodiscard]] bool ended() const { return in_.rest().empty(); }
 
@@ -24,7 +24,7 @@ class Script {
   /// From 0 to count - 1; count is 1 to 256.
   std::size_t below(std::size_t count) { return byte() % count; }
 
-  /// Up to 255 bytes behind their number.
+  /// Up to 255 bytes, after their number.
   std::string_view text() { return in_.text(std::min<std::size_t>(byte(), in_.rest().size())); }
 
   template <class Table>
@@ -35,11 +35,5 @@ class Script {
  private:
   cppu::ByteReader in_;
 };
-
-/// The input as an application would pass it: a text ends at its first zero.
-inline std::string_view ZeroTerminated(std::span<const uint8_t> input) {
-  const std::string_view text(reinterpret_cast<const char*>(input.data()), input.size());
-  return text.substr(0, text.find('\0'));
-}
 
 }  // namespace qvfuzz
