@@ -9,7 +9,7 @@
 #include <span>
 
 #include "quorvio/quorvio.h"
-#include "support/channel.h"
+#include "support/wait.h"
 
 namespace qvtest {
 namespace {
@@ -175,7 +175,7 @@ std::vector<Use> Devices::makeUses() const {
                [=](Patience patience, Answers& answers) { UseChannel(locator, options, patience, answers); }};
   };
   const auto number = serialNumber_;
-  return {channel("serial", serial, kAnySpeed),
+  return {channel("serial", serial, "baudrate 115200"),
           channel("tcp", tcp, ""),
           channel("usb", "usb:sn:FAULTS", "baudrate 115200"),
           channel("unknown", "network:sn:NOBODY", "iface network:127.0.0.1\ndiscovery-timeout 5"),

@@ -4,15 +4,12 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -28,8 +25,8 @@
 #include "support/channel.h"
 #include "support/links.h"
 #include "support/private_network.h"
-#include "support/process.h"
 #include "support/raw_peer.h"
+#include "support/recorded_channel.h"
 #include "util/system_call.h"
 #include "util/unique_fd.h"
 
@@ -79,141 +76,54 @@ class BothKinds : public testing::TestWithParam<LinkKind> {
 INSTANTIATE_TEST_SUITE_P(Channels, BothKinds, testing::Values(LinkKind::Serial, LinkKind::Tcp),
                          [](const auto& kind) { return kind.param == LinkKind::Serial ? "Serial" : "Tcp"; });
 
-TEST_P(BothKinds, CarryEveryByteBothWays) {
-  const Channel channel(echo_.locator(), echo_.options());
-  ASSERT_EQ(channel.result(), QV_IO_OK);
-  const auto bytes = Pattern(100000);
-  EXPECT_EQ(channel.send(bytes), QV_IO_OK);
-  EXPECT_TRUE(channel.receives(bytes));
-  EXPECT_LE(channel.largestChunk(), std::size_t{QV_IO_RECEIVE_CHUNK});
-  EXPECT_EQ(QV_IO_Send(channel.handle(), nullptr, 0), QV_IO_OK);
-  EXPECT_EQ(QV_IO_Send(channel.handle(), nullptr, 1), QV_IO_ERROR_INVALID_ARGUMENT);
+TEST_P(BothKinds, CarryEveryByteBothWaysWheneverTheyAreOpened) {
+  const std::size_t much = GetParam() == LinkKind::Tcp ? std::size_t{64} << 20U : 100000;
+  for (const std::size_t size : {std::size_t{1}, much}) {
+    const RecordedChannel channel(echo_.locator(), echo_.options());
+    ASSERT_EQ(channel.result(), QV_IO_OK);
+    const auto bytes = Pattern(size);
+    EXPECT_EQ(channel.send(bytes), QV_IO_OK);
+    EXPECT_TRUE(channel.receives(bytes));
+    EXPECT_LE(channel.largestPiece(), std::size_t{QV_IO_RECEIVE_CHUNK});
+  }
 }
 
-TEST_P(BothKinds, OpenTheSameDeviceAgain) {
-  for (const auto* text : {"first", "second"}) {
-    const Channel channel(echo_.locator(), echo_.options());
-    EXPECT_EQ(channel.send(text), QV_IO_OK);
-    EXPECT_TRUE(channel.receives(text));
+TEST_P(BothKinds, HaveNoProperties) {
+  const bool isTcp = GetParam() == LinkKind::Tcp;
+  const RecordedChannel channel(echo_.locator(), echo_.options());
+  const struct {
+    const char* key;
+    std::size_t capacity;
+    uint32_t result;
+    const char* text;
+  } rows[] = {{"any", 0, isTcp ? QV_IO_ERROR_PROPERTY_UNAVAILABLE : QV_IO_ERROR_BUFFER_TOO_SMALL, "#"},
+              {"any", 8, isTcp ? QV_IO_ERROR_PROPERTY_UNAVAILABLE : QV_IO_OK, ""},
+              {nullptr, 8, QV_IO_ERROR_INVALID_ARGUMENT, "#"}};
+  for (const auto& row : rows) {
+    char text[8] = "#";
+    auto size = row.capacity;
+    EXPECT_EQ(QV_IO_GetProperty(channel.handle(), row.key, text, &size), row.result);
+    EXPECT_STREQ(text, row.text);
+    EXPECT_TRUE(size == 0 || row.key == nullptr);
   }
 }
 
 TEST_P(BothKinds, KeepSendsOfSeveralThreadsApart) {
-  const Channel channel(echo_.locator(), echo_.options());
+  constexpr std::size_t kEach = 200000;
+  const auto channel = Open(echo_);
   std::vector<std::thread> senders;
-  for (const char letter : {'a', 'b', 'c'}) {
-    senders.emplace_back([&, letter] { EXPECT_EQ(channel.send(std::string(200000, letter)), QV_IO_OK); });
-  }
+  for (const char letter : {'a', 'b', 'c'})
+    senders.emplace_back([&, letter] { channel.send(std::string(kEach, letter)); });
+  auto order = channel.readExactly(3 * kEach, kGenerous);
   for (auto& sender : senders) sender.join();
-  ASSERT_TRUE(Eventually([&] { return channel.received().size() == 600000; }));
-  auto order = channel.received();
   order.erase(std::unique(order.begin(), order.end()), order.end());
   EXPECT_EQ(order.size(), 3U) << "each sender's bytes are one run";
 }
 
-TEST_P(BothKinds, SurviveASignalStorm) {
-  static std::atomic<int> signals;
-  signals = 0;
-  struct sigaction count {};
-  count.sa_handler = [](int) { ++signals; };  // without SA_RESTART: every blocking call is interrupted
-  struct sigaction before {};
-  ::sigaction(SIGALRM, &count, &before);
-  const itimerval everyMillisecond{{0, 1000}, {0, 1000}};
-  ::setitimer(ITIMER_REAL, &everyMillisecond, nullptr);
-  {
-    const Channel channel(echo_.locator(), echo_.options());
-    const auto bytes = Pattern(300000);
-    std::string sent;
-    do {  // until the storm has really blown through the traffic
-      EXPECT_EQ(channel.send(bytes), QV_IO_OK);
-      sent += bytes;
-      EXPECT_TRUE(channel.receives(sent));
-    } while (signals < 50 && sent.size() < 100 * bytes.size());
-    EXPECT_EQ(channel.notices(QV_IO_ERROR_RECEIVE_FAILED), 0);
-  }
-  ::setitimer(ITIMER_REAL, nullptr, nullptr);
-  ::sigaction(SIGALRM, &before, nullptr);
-}
-
-TEST_P(BothKinds, WorkWithDescriptorsAboveWhatSelectCanTake) {
-  rlimit before{};
-  ::getrlimit(RLIMIT_NOFILE, &before);
-  const rlimit more{std::min<rlim_t>(before.rlim_max, 2048), before.rlim_max};
-  ASSERT_GE(more.rlim_cur, 1200U);
-  ::setrlimit(RLIMIT_NOFILE, &more);
-  std::vector<int> held;
-  while (held.empty() || held.back() < 1100) held.push_back(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0));
-  {
-    const Channel channel(echo_.locator(), echo_.options());
-    EXPECT_EQ(channel.send("high"), QV_IO_OK);
-    EXPECT_TRUE(channel.receives("high"));
-  }
-  for (const int fd : held) ::close(fd);
-  ::setrlimit(RLIMIT_NOFILE, &before);
-}
-
-TEST_P(BothKinds, LeaveNoDescriptorToAChildProcess) {
-  const auto before = EntriesOf("/proc/self/fd");
-  const Channel channel(echo_.locator(), echo_.options());
-  EXPECT_EQ(channel.send("x"), QV_IO_OK);
-  EXPECT_TRUE(channel.receives("x"));
-  int ours = 0;
-  for (const auto& name : EntriesOf("/proc/self/fd")) {
-    if (std::ranges::find(before, name) != before.end()) continue;
-    const int flags = ::fcntl(std::stoi(name), F_GETFD);
-    EXPECT_TRUE((flags & FD_CLOEXEC) != 0) << name;
-    ++ours;
-  }
-  EXPECT_GE(ours, 2) << "the device and the stop event";
-}
-
-TEST(TcpChannel, Brings64MiBSentInOneCallBackWhole) {
-  EchoLink echo(LinkKind::Tcp);
-  const Channel channel(echo.locator());
-  const auto bytes = Pattern(std::size_t{64} << 20);
-  EXPECT_EQ(channel.send(bytes), QV_IO_OK);
-  EXPECT_TRUE(Eventually([&] { return channel.receivedSize() == bytes.size(); }));
-  EXPECT_TRUE(channel.received() == bytes);
-}
-
-TEST(TcpChannel, HasNoProperties) {
-  EchoLink echo(LinkKind::Tcp);
-  const Channel channel(echo.locator());
-  for (const std::size_t capacity : {0U, 1U, 64U}) {
-    char text[64] = "#";
-    std::size_t size = capacity;
-    EXPECT_EQ(QV_IO_GetProperty(channel.handle(), "any", text, &size), QV_IO_ERROR_PROPERTY_UNAVAILABLE);
-    EXPECT_EQ(size, 0U);
-    EXPECT_STREQ(text, capacity == 0 ? "#" : "");
-  }
-}
-
-TEST(SerialChannel, GivesTheEmptyTextForEveryProperty) {
-  EchoLink echo(LinkKind::Serial);
-  const Channel channel(echo.locator(), echo.options());
-  char text[64] = "#";
-  std::size_t size = 0;
-  EXPECT_EQ(QV_IO_GetProperty(channel.handle(), "", nullptr, &size), QV_IO_ERROR_BUFFER_TOO_SMALL);
-  EXPECT_EQ(size, 0U);
-  size = sizeof text;
-  EXPECT_EQ(QV_IO_GetProperty(channel.handle(), "", text, &size), QV_IO_OK);
-  EXPECT_EQ(size, 0U);
-  EXPECT_STREQ(text, "");
-  EXPECT_EQ(QV_IO_GetProperty(channel.handle(), nullptr, text, &size), QV_IO_ERROR_INVALID_ARGUMENT);
-}
-
-TEST(TcpChannel, UsesThePortOptionOnlyWhereTheLocatorGivesNone) {
-  EchoLink echo(LinkKind::Tcp);
-  const auto port = std::to_string(echo.tcp().port());
-  EXPECT_EQ(Channel("network:127.0.0.1", "port " + port).result(), QV_IO_OK);
-  EXPECT_EQ(Channel("network:localhost:0", "port " + port).result(), QV_IO_OK);
-  EXPECT_EQ(Channel("network:127.0.0.1:" + port + "x", "port 1").result(), QV_IO_OK);
-}
-
-TEST(TcpChannel, TellsARefusalAtTheOpenOrSoonAfter) {
+TEST(TcpChannel, ReportsARefusalAtTheOpenOrSoonAfter) {
   uint16_t port = 0;
   { port = EchoLink(LinkKind::Tcp).tcp().port(); }
-  const Channel channel("network:127.0.0.1:" + std::to_string(port));
+  const RecordedChannel channel("network:127.0.0.1:" + std::to_string(port));
   // A connect that is under way counts as done once the socket is writable, as a refused one is.
   if (channel.result() == QV_IO_OK) {
     EXPECT_TRUE(channel.isNotified(QV_IO_ERROR_CONNECTION_LOST, 2));
@@ -226,18 +136,8 @@ TEST(TcpChannel, TellsARefusalAtTheOpenOrSoonAfter) {
 TEST(TcpChannel, GivesUpOnAPeerThatNeverAnswers) {
   const SilentListener silent;
   const auto started = std::chrono::steady_clock::now();
-  EXPECT_EQ(Channel(silent.locator(), "connect-timeout 50").result(), QV_IO_ERROR_DEVICE_NOT_FOUND);
+  EXPECT_EQ(OpenResult(silent.locator(), "connect-timeout 50"), QV_IO_ERROR_DEVICE_NOT_FOUND);
   EXPECT_GE(std::chrono::steady_clock::now() - started, std::chrono::milliseconds(50));
-}
-
-TEST(TcpChannel, TellsAgainAndAgainThatThePeerHasClosed) {
-  EchoLink echo(LinkKind::Tcp);
-  const Channel channel(echo.locator());
-  EXPECT_EQ(channel.send("x"), QV_IO_OK);
-  EXPECT_TRUE(channel.receives("x"));
-  echo.hangUp();
-  EXPECT_TRUE(channel.isNotified(QV_IO_ERROR_CONNECTION_LOST, 3));
-  EXPECT_EQ(channel.notices(QV_IO_ERROR_RECEIVE_FAILED), 0);
 }
 
 TEST(TcpChannel, ReportsEveryEndOfAConnectionAfterItsBytes) {
@@ -263,11 +163,11 @@ TEST(TcpChannel, ReportsEveryEndOfAConnectionAfterItsBytes) {
       if (allAtOnce && row.bytes > 1024) continue;  // more than a peer may send before the first read
       SCOPED_TRACE(row.name);
       RawPeer peer(LinkKind::Tcp);
-      Channel channel(peer.locator());
+      RecordedChannel channel(peer.locator());
       std::promise<void> entered;
       std::promise<void> leave;
       if (allAtOnce) {
-        channel.onChunk = [&, first = true](std::string_view) mutable {
+        channel.onPiece = [&, first = true](std::string_view) mutable {
           if (!std::exchange(first, false)) return;
           entered.set_value();
           leave.get_future().wait();
@@ -291,7 +191,7 @@ TEST(TcpChannel, ReportsEveryEndOfAConnectionAfterItsBytes) {
 
 TEST(TcpChannel, GoesOnAfterAnUrgentByte) {
   RawPeer peer(LinkKind::Tcp);
-  const Channel channel(peer.locator());
+  const RecordedChannel channel(peer.locator());
   peer.send("ab");
   EXPECT_TRUE(channel.receives("ab"));
   peer.send("!", MSG_OOB);
@@ -302,14 +202,14 @@ TEST(TcpChannel, GoesOnAfterAnUrgentByte) {
   EXPECT_EQ(channel.notices(QV_IO_ERROR_CONNECTION_LOST), 0);
 }
 
-/// The result of a connect to the one port that there is to choose, in a network of its own; -1: not to be
-/// had.
+/// The result of a connect to the only port that the system can choose, in a network of its own; -1: the
+/// system forbids that.
 int ConnectToOneself() {
   const PrivateNetwork network;
   const bool hasOnePort =
       network.entered() && static_cast<bool>(std::ofstream("/proc/sys/net/ipv4/ip_local_port_range")
                                              << "40000 40000" << std::flush);
-  return hasOnePort ? static_cast<int>(Channel("network:127.0.0.1:40000").result()) : -1;
+  return hasOnePort ? static_cast<int>(OpenResult("network:127.0.0.1:40000")) : -1;
 }
 
 TEST(TcpChannel, CountsAConnectionToItselfAsRefused) {
@@ -328,11 +228,11 @@ TEST(Channels, StayAboveTheStandardStreams) {
     const auto leavesThemAlone = [kind] {
       const RawPeer peer(kind);  // opens nothing more
       for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) ::close(fd);
-      const Channel channel(peer.locator(), peer.options());
+      const auto channel = Open(peer);
       bool anyOpen = false;
       for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
         anyOpen = anyOpen || ::fcntl(fd, F_GETFD) >= 0;
-      return channel.result() == QV_IO_OK && !anyOpen;
+      return !anyOpen;
     };
     EXPECT_EXIT(std::_Exit(leavesThemAlone() ? 0 : 1), testing::ExitedWithCode(0), "");
   }
@@ -349,7 +249,7 @@ bool OpensFromTheBackground() {
   const auto child = ::fork();
   if (child == 0) {
     ::setpgid(0, 0);
-    std::_Exit(Channel(peer.locator(), peer.options()).result() == QV_IO_OK ? 0 : 1);
+    std::_Exit(static_cast<int>(OpenResult(peer.locator(), peer.options())));
   }
   int status = 0;
   ::waitpid(child, &status, WUNTRACED);
@@ -362,16 +262,14 @@ TEST(SerialChannel, OpensItsControllingTerminalFromTheBackground) {
   EXPECT_EXIT(std::_Exit(OpensFromTheBackground() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
-TEST(SerialChannel, TellsThatTheOtherEndIsGone) {
-  for (const auto notices : {Channel::Notices::Recorded, Channel::Notices::NoCallback}) {
+TEST(SerialChannel, ReportsThatTheOtherEndIsGone) {
+  for (const bool hasErrorCallback : {true, false}) {
     EchoLink echo(LinkKind::Serial);
-    Channel channel(echo.locator(), echo.options(), notices);
+    RecordedChannel channel(echo.locator(), echo.options(), hasErrorCallback);
     EXPECT_EQ(channel.send("x"), QV_IO_OK);
     EXPECT_TRUE(channel.receives("x"));
     echo.hangUp();
-    const bool told =
-        notices == Channel::Notices::NoCallback || channel.isNotified(QV_IO_ERROR_RECEIVE_FAILED, 3);
-    EXPECT_TRUE(told);
+    EXPECT_TRUE(!hasErrorCallback || channel.isNotified(QV_IO_ERROR_RECEIVE_FAILED, 3));
     EXPECT_TRUE(Eventually([&] { return channel.send("y") == QV_IO_ERROR_TRANSMIT_FAILED; }));
     EXPECT_EQ(channel.close(1), QV_IO_OK);
   }

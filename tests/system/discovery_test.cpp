@@ -19,6 +19,14 @@ using namespace std::chrono_literals;
 
 std::string Port(uint16_t port) { return std::to_string(port); }
 
+/// How the controller with the serial number answers to its name.
+std::string NameOf(const std::string& serial) { return "QUORVI,DRV-SIM," + serial + ",1.0"; }
+
+/// The name that the device at the locator gives.
+std::string AskName(const std::string& locator, const std::string& options = "") {
+  return quorvio::Channel(locator, quorvio::Options::fromLines(options)).query("*IDN?\n", "\r\n", kGenerous);
+}
+
 TEST(Discovery, ListsEveryPropertyOfADevice) {
   Controllers controllers;
   const auto serial = OwnSerial("list");
@@ -74,47 +82,19 @@ TEST(Discovery, ListsWhatTheFiltersAskFor) {
   }
 }
 
-TEST(Discovery, AnswersEveryOptionWithItsResult) {
-  const struct {
-    std::string iface;
-    std::string options;
-    uint32_t result;
-  } rows[] = {{"0.0.0.0", "only-locator", QV_IO_ERROR_INVALID_ARGUMENT},
-              {"256.1.1.1", "only-locator", QV_IO_ERROR_INVALID_ARGUMENT},
-              {"", "only-locator", QV_IO_ERROR_INVALID_ARGUMENT},
-              {"none", "only-locator", QV_IO_ERROR_INVALID_ARGUMENT},
-              {kLoopback, "only-locator\nlocator-format-network ip", QV_IO_ERROR_INVALID_ARGUMENT},
-              {kLoopback, "only-locator\ndiscovery-timeout x", QV_IO_ERROR_INVALID_ARGUMENT},
-              {"127.0.0.1:whatever", "only-locator\nfind-device-sn nobody", QV_IO_OK},
-              {"127.0.0.1\niface serial:x", "only-locator\nfind-device-sn nobody", QV_IO_OK},
-              {"198.51.100.7", "only-locator", QV_IO_OK}};  // no local address: nothing can be searched
-  for (const auto& row : rows) {
-    const auto listing = ListDevices(row.iface, row.options);
-    EXPECT_EQ(listing.result, row.result) << row.iface << ' ' << row.options;
-    EXPECT_EQ(listing.text, "") << row.iface;
-  }
-}
-
 TEST(Discovery, OpensByASerialNumberThatASearchOrTheCacheKnows) {
   Controllers controllers;
   const auto serial = OwnSerial("open");
+  const auto other = OwnSerial("other");
   controllers.add(serial);
+  const auto otherPort = Port(controllers.add(other));
   const auto locator = "network:sn:" + serial;
-  EXPECT_EQ(Channel(locator).result(), QV_IO_ERROR_DEVICE_NOT_FOUND) << "no interface, no search";
-  EXPECT_EQ(Channel(locator, "iface network:x").result(), QV_IO_ERROR_INVALID_ARGUMENT);
-  EXPECT_EQ(Channel("network:sn:nobody", "iface network:127.0.0.1").result(), QV_IO_ERROR_DEVICE_NOT_FOUND);
-
-  for (const auto* options : {"iface network:127.0.0.1\ndiscovery-timeout 500", ""}) {
-    const Channel channel(locator, options);
-    ASSERT_EQ(channel.result(), QV_IO_OK) << options;
-    EXPECT_EQ(channel.send("*IDN?\n"), QV_IO_OK);
-    EXPECT_TRUE(channel.receives("QUORVI,DRV-SIM," + serial + ",1.0\r\n"));
-  }
-
-  const auto otherPort = controllers.add(OwnSerial("other"));
-  const Channel other(locator + ':' + Port(otherPort));
-  EXPECT_EQ(other.send("*IDN?\n"), QV_IO_OK);
-  EXPECT_TRUE(other.receives("QUORVI,DRV-SIM," + OwnSerial("other") + ",1.0\r\n"));
+  EXPECT_EQ(OpenResult(locator), QV_IO_ERROR_DEVICE_NOT_FOUND) << "no interface, no search";
+  EXPECT_EQ(OpenResult(locator, "iface network:x"), QV_IO_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(OpenResult("network:sn:nobody", "iface network:127.0.0.1"), QV_IO_ERROR_DEVICE_NOT_FOUND);
+  for (const auto* options : {"iface network:127.0.0.1\ndiscovery-timeout 500", ""})
+    EXPECT_EQ(AskName(locator, options), NameOf(serial));
+  EXPECT_EQ(AskName(locator + ':' + otherPort), NameOf(other));
 }
 
 TEST(Discovery, ASearchForOneDeviceEndsWithItsAnswerAndLeavesTheOthers) {
@@ -130,7 +110,7 @@ TEST(Discovery, ASearchForOneDeviceEndsWithItsAnswerAndLeavesTheOthers) {
   const auto known = recorder.events().size();
   auto listing = std::async(std::launch::async, [&] { return ListDevices(kLoopback, only).text; });
   for (const auto* const absent : {"absent", "nobody"}) {
-    EXPECT_EQ(Channel("network:sn:" + std::string(absent), "iface network:127.0.0.1").result(),
+    EXPECT_EQ(OpenResult("network:sn:" + std::string(absent), "iface network:127.0.0.1"),
               QV_IO_ERROR_DEVICE_NOT_FOUND);
   }
   EXPECT_EQ(listing.get(), "network:sn:" + other) << "searches for others do not end what it has heard";
@@ -142,9 +122,9 @@ TEST(Discovery, ASearchForOneDeviceEndsWithItsAnswerAndLeavesTheOthers) {
   controllers.add(late);
   const auto started = std::chrono::steady_clock::now();
   // An interface that is not local is left out of the search.
-  const Channel channel("network:sn:" + late,
-                        "iface network:198.51.100.7\niface network:127.0.0.1\ndiscovery-timeout 60000");
-  EXPECT_EQ(channel.result(), QV_IO_OK);
+  EXPECT_EQ(OpenResult("network:sn:" + late,
+                       "iface network:198.51.100.7\niface network:127.0.0.1\ndiscovery-timeout 60000"),
+            QV_IO_OK);
   EXPECT_LT(std::chrono::steady_clock::now() - started, kGenerous);
 }
 
@@ -155,35 +135,32 @@ TEST(Discovery, OpensADeviceThatHasMovedWhereItSpokeLast) {
   for (int round = 0; round < 8; ++round) {
     EXPECT_NE(ListDevices(kLoopback, "only-locator\ndiscovery-timeout 300").text.find(serial),
               std::string::npos);
-    const Channel channel("network:sn:" + serial);
-    EXPECT_EQ(channel.send("*IDN?\n"), QV_IO_OK);
-    EXPECT_TRUE(channel.receives("QUORVI,DRV-SIM," + serial + ",1.0\r\n")) << round;
+    EXPECT_EQ(AskName("network:sn:" + serial), NameOf(serial)) << round;
     controllers->changePort(serial);
   }
 }
 
-TEST(Discovery, FindsADeviceWhateverElseComesAlong) {
-  const qvsim::DiscoveryFaults rows[] = {{.duplicate = true},
-                                         {.malformed = true},
-                                         {.wrongToken = true},  // a reply counts, whoever has asked
-                                         {.delay = 200ms}};
-  for (const auto& faults : rows) {
-    Controllers controllers(kLoopback, faults);
+TEST(Discovery, FindsADeviceWhateverElseComesAlongUnlessItAnswersTooLate) {
+  const struct {
+    qvsim::DiscoveryFaults faults;
+    int timeout;
+    bool found;
+  } rows[] = {{{.duplicate = true}, 800, true},
+              {{.malformed = true}, 800, true},
+              {{.wrongToken = true}, 800, true},  // a reply counts, whoever has asked
+              {{.delay = 200ms}, 800, true},
+              {{.delay = 2s}, 50, false}};
+  for (const auto& row : rows) {
+    Controllers controllers(kLoopback, row.faults);
     const auto serial = OwnSerial("fault");
     controllers.add(serial);
-    EXPECT_EQ(ListDevices(kLoopback, "only-locator\ndiscovery-timeout 800\nfind-device-sn " + serial).text,
-              "network:sn:" + serial);
+    const auto options =
+        "only-locator\ndiscovery-timeout " + std::to_string(row.timeout) + "\nfind-device-sn ";
+    EXPECT_EQ(ListDevices(kLoopback, options + serial).text, row.found ? "network:sn:" + serial : "");
   }
 }
 
-TEST(Discovery, DoesNotListWhatAnswersTooLate) {
-  Controllers controllers(kLoopback, {.delay = 2s});
-  const auto serial = OwnSerial("late");
-  controllers.add(serial);
-  EXPECT_EQ(ListDevices(kLoopback, "only-locator\ndiscovery-timeout 50\nfind-device-sn " + serial).text, "");
-}
-
-TEST(Watching, TellsOfDevicesAsTheyComeChangeAndGo) {
+TEST(Watching, ReportsDevicesAsTheyComeChangeAndGo) {
   const auto serial = OwnSerial("watch");
   const EventRecorder recorder(serial);
   ASSERT_EQ(QV_IO_SetGlobalOptions("discovery-iface network:127.0.0.1"), QV_IO_OK);
@@ -199,7 +176,7 @@ TEST(Watching, TellsOfDevicesAsTheyComeChangeAndGo) {
   };
   controllers->setAvailable(serial, false);
   EXPECT_TRUE(next(away));
-  EXPECT_EQ(Channel("network:sn:" + serial).result(), QV_IO_ERROR_DEVICE_NOT_FOUND) << "it left the cache";
+  EXPECT_EQ(OpenResult("network:sn:" + serial), QV_IO_ERROR_DEVICE_NOT_FOUND) << "it left the cache";
   controllers->setAvailable(serial, true);
   EXPECT_TRUE(next(found));
   controllers->leave(serial);
@@ -227,27 +204,6 @@ TEST(Watching, TellsOfDevicesAsTheyComeChangeAndGo) {
   EXPECT_NE(ListDevices(kLoopback, "only-locator\ndiscovery-timeout 500").text.find(serial),
             std::string::npos);
   EXPECT_EQ(recorder.events(), wanted) << "a listing makes no events";
-}
-
-TEST(Watching, AnswersEveryOptionWithItsResult) {
-  const EventRecorder restoresTheSettings("nobody");
-  const struct {
-    const char* options;
-    uint32_t result;
-  } rows[] = {{"discovery-iface network:127.0.0.1", QV_IO_OK},
-              {"discovery-iface network:127.0.0.1\ndiscovery-iface network:127.0.0.2", QV_IO_OK},
-              {"discovery-iface network:198.51.100.7", QV_IO_ERROR_INVALID_ARGUMENT},  // not local
-              {"discovery-iface network:0.0.0.0", QV_IO_ERROR_INVALID_ARGUMENT},
-              {"discovery-iface network:", QV_IO_ERROR_INVALID_ARGUMENT},
-              {"discovery-iface network:none\ndiscovery-iface network:x", QV_IO_OK},
-              {"discovery-iface network:x\ndiscovery-iface network:none", QV_IO_ERROR_INVALID_ARGUMENT},
-              {"discovery-iface serial:x", QV_IO_OK},
-              {"locator-format-network host", QV_IO_OK},
-              {"locator-format-network ip", QV_IO_ERROR_INVALID_ARGUMENT},
-              {"locator-format-network sn\nstrict\nx", QV_IO_ERROR_INVALID_ARGUMENT},
-              {"locator-format-network sn", QV_IO_OK},
-              {nullptr, QV_IO_OK}};
-  for (const auto& row : rows) EXPECT_EQ(QV_IO_SetGlobalOptions(row.options), row.result) << row.options;
 }
 
 /// What the callbacks below have in common: whether they may still be entered.

@@ -22,6 +22,7 @@
 #include "support/discovery.h"
 #include "support/links.h"
 #include "support/raw_peer.h"
+#include "support/recorded_channel.h"
 #include "util/system_call.h"
 
 namespace qvtest {
@@ -31,25 +32,10 @@ using namespace std::chrono_literals;
 using quorvio::Errc;
 using quorvio::Options;
 
-quorvio::Channel Open(const RawPeer& peer, std::size_t bufferSize = quorvio::Channel::kDefaultBuffer) {
-  return quorvio::Channel(peer.locator(), Options::fromLines(peer.options()), bufferSize);
-}
-
-/// The code that the action throws; none if it does not.
-template <class Action>
-std::error_code CodeOf(Action action) {
-  try {
-    action();
-  } catch (const quorvio::Error& error) {
-    return error.code();
-  }
-  return {};
-}
-
 TEST(Hpp, ReadsAndAsksOverEveryLink) {
   for (const auto kind : {LinkKind::Serial, LinkKind::Tcp}) {
     const EchoLink link(kind);
-    const quorvio::Channel channel(link.locator(), Options::fromLines(link.options()));
+    const auto channel = Open(link);
     channel.send("late\r\nrest");
     EXPECT_TRUE(Eventually([&] { return channel.available() == 10; }));
     EXPECT_EQ(channel.query("one\r\n", "\r\n", kGenerous), "one") << "not the late answer";
@@ -79,7 +65,7 @@ TEST(Hpp, ReadsBytesBeforeTheLossAndKnowsOneLossOnly) {
   RawPeer third(LinkKind::Tcp);
   std::atomic<int> losses = 0;
   const quorvio::Channel told(second.locator(), {}, {}, [&](std::error_code) { ++losses; });
-  const Channel all(third.locator());
+  const RecordedChannel all(third.locator());
   second.reset();
   EXPECT_TRUE(Eventually([&] { return losses == 1; }));
   third.reset();
@@ -151,22 +137,6 @@ TEST(Hpp, WakesEveryoneWhenAnotherThreadCloses) {
     }
     EXPECT_FALSE(channel.isOpen());
   }
-}
-
-TEST(Hpp, EndsAStalledSend) {
-  EchoLink link(LinkKind::Tcp);
-  link.setReading(qvsim::Reading::Stalled);
-  quorvio::Channel channel(link.locator());
-  std::latch begun(1);
-  auto sender = std::async(std::launch::async, [&] {
-    const std::string much(std::size_t{32} << 20U, 'x');
-    begun.count_down();
-    return CodeOf([&] { channel.send(much); });
-  });
-  begun.wait();
-  EXPECT_TRUE(Eventually([&] { return link.hasUnread(); }));
-  channel.close();
-  EXPECT_EQ(sender.get(), Errc::transmitFailed);
 }
 
 TEST(Hpp, DestroysTenThousandChannelsInsideTheirOwnCallbacks) {

@@ -15,6 +15,7 @@
 #include "support/channel.h"
 #include "support/discovery.h"
 #include "support/links.h"
+#include "support/recorded_channel.h"
 #include "util/system_call.h"
 
 namespace qvtest {
@@ -50,10 +51,7 @@ class Fork : public testing::Test {
 int UseAfresh(uint32_t parentsHandle, const std::string& locator, const std::string& serial) {
   int holds = 0;
   if (QV_IO_Close(parentsHandle, 1) == QV_IO_ERROR_INVALID_HANDLE) holds |= 1;
-  {
-    const Channel channel(locator);
-    if (channel.send("child") == QV_IO_OK && channel.receives("child")) holds |= 2;
-  }
+  if (Echoed(quorvio::Channel(locator), "child") == "child") holds |= 2;
   if (QV_IO_SetGlobalOptions("discovery-iface network:127.0.0.1") == QV_IO_OK) holds |= 4;
   if (ListDevices(kLoopback,
                   "only-locator\ndiscovery-timeout 500\nfind-only-available false\nfind-device-sn " + serial)
@@ -67,16 +65,15 @@ TEST_F(Fork, GivesTheChildAFreshStartAndLeavesTheParentAlone) {
   const EventRecorder recorder(serial);
   ASSERT_EQ(QV_IO_SetGlobalOptions("discovery-iface network:127.0.0.1"), QV_IO_OK);
   EchoLink link(LinkKind::Tcp);
-  Channel channel(link.locator());
-  ASSERT_EQ(channel.result(), QV_IO_OK);
+  const RecordedChannel channel(link.locator());
   Controllers controllers;
   controllers.add(serial);
   EXPECT_TRUE(Eventually([&] { return !recorder.events().empty(); }));
   for (int round = 0; round < 3; ++round) {
     EXPECT_EQ(StatusOf(ForkAndRun([&] { return UseAfresh(channel.handle(), link.locator(), serial); })), 15);
-    const auto told = recorder.events().size();
+    const auto known = recorder.events().size();
     controllers->setAvailable(serial, round % 2 != 0);
-    EXPECT_TRUE(Eventually([&] { return recorder.events().size() > told; })) << "still hears of devices";
+    EXPECT_TRUE(Eventually([&] { return recorder.events().size() > known; })) << "still hears of devices";
     EXPECT_EQ(channel.send("parent"), QV_IO_OK);
   }
   EXPECT_TRUE(channel.receives("parentparentparent"));
@@ -84,9 +81,9 @@ TEST_F(Fork, GivesTheChildAFreshStartAndLeavesTheParentAlone) {
 
 TEST_F(Fork, InACallbackGoesOnInTheParentAlone) {
   EchoLink link(LinkKind::Tcp);
-  Channel channel(link.locator());
+  RecordedChannel channel(link.locator());
   std::atomic<pid_t> child = 0;
-  channel.onChunk = [&](std::string_view) {
+  channel.onPiece = [&](std::string_view) {
     if (child == 0) child = ::fork();  // comes back from the callback in the child, too
   };
   ASSERT_EQ(channel.send("a"), QV_IO_OK);

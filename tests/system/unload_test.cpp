@@ -67,34 +67,8 @@ TEST(Unload, LeavesNoThreadDescriptorOrMemory) {
   }
 }
 
-TEST(Unload, EndsDiscoveryWhileDevicesTalk) {
-  Controllers controllers;
-  const auto serial = OwnSerial("unload");
-  controllers.add(serial);
-  std::atomic<bool> done = false;
-  std::thread blinking([&] {
-    for (bool on = false; !done; on = !on) controllers->setAvailable(serial, on);
-  });
-  for (int round = 0; round < 30; ++round) {
-    std::atomic<int> events = 0;
-    const LoadedLibrary library;
-    const auto count = [](void* counter, uint32_t, const QV_IO_Event*) {
-      ++*static_cast<std::atomic<int>*>(counter);
-    };
-    library.find<decltype(QV_IO_SetEventCallback)>("QV_IO_SetEventCallback")(count, &events);
-    EXPECT_EQ(library.find<decltype(QV_IO_SetGlobalOptions)>("QV_IO_SetGlobalOptions")(
-                  "discovery-iface network:127.0.0.1"),
-              QV_IO_OK);
-    EXPECT_TRUE(Eventually([&] { return events > 0; }));
-  }
-  done = true;
-  blinking.join();
-  EXPECT_FALSE(IsMapped("libquorvio"));
-  EXPECT_TRUE(Eventually([] { return ThreadsNamed("qvio-nd") == 0; }));
-}
-
-/// The library with everything on: a TCP device that talks without a pause, and devices that come and go on a
-/// watched interface.
+/// The library in full use: a TCP device that sends without a pause, and a device that comes and goes on two
+/// watched interfaces.
 struct Busy {
   explicit Busy(QV_IO_ReceiveCallback onReceive, QV_IO_EventCallback onEvent, void* userData = nullptr) {
     library.find<decltype(QV_IO_SetEventCallback)>("QV_IO_SetEventCallback")(onEvent, userData);
@@ -106,13 +80,18 @@ struct Busy {
                                                                onReceive, onError),
               QV_IO_OK);
     EXPECT_EQ(library.find<decltype(QV_IO_Send)>("QV_IO_Send")(handle, "x", 1), QV_IO_OK);
-    controllers.add(OwnSerial("busy"));
+    const auto serial = OwnSerial("busy");
+    controllers.add(serial);
     link.sendForever();
+    blinking = std::jthread([this, serial](const std::stop_token& stop) {
+      for (bool on = false; !stop.stop_requested(); on = !on) controllers->setAvailable(serial, on);
+    });
   }
   static void onError(void* /*userData*/, uint32_t /*code*/) {}
 
   EchoLink link{LinkKind::Tcp};
   Controllers controllers;
+  std::jthread blinking;  ///< goes on while the library is unloaded
   LoadedLibrary library;
   uint32_t handle = 0;
 };
@@ -159,15 +138,15 @@ TEST(Unload, LetsAProcessEndWhateverItIsDoing) {
   for (const auto& ending : kEndings) {
     const auto run = [&] {
       static std::atomic<bool> received = false;
-      static std::atomic<bool> told = false;
+      static std::atomic<bool> notified = false;
       static QV_IO_ReceiveCallback onReceive = ending.onReceive;
       static QV_IO_EventCallback onEvent = ending.onEvent;
       const Busy busy([](void* user, const uint8_t* data,
                          std::size_t length) { received = true, onReceive(user, data, length); },
                       [](void* user, uint32_t type, const QV_IO_Event* event) {
-                        told = true, onEvent(user, type, event);
+                        notified = true, onEvent(user, type, event);
                       });
-      while (!ending.exits || !received || !told) ::usleep(1000);
+      while (!ending.exits || !received || !notified) ::usleep(1000);
       std::exit(ending.status);
     };
     EXPECT_EXIT(run(), testing::ExitedWithCode(ending.status), "") << ending.name;

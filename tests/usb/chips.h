@@ -7,6 +7,7 @@
 #include "sim/ftdi/stand_in.h"
 #include "support/channel.h"
 #include "support/process.h"
+#include "support/recorded_channel.h"
 
 namespace qvtest {
 
@@ -15,15 +16,17 @@ using qvsim::StandIn;
 /// Simulated chips for one test.
 class Usb : public testing::Test {
  protected:
-  explicit Usb(const std::string& chips = kChips) {
-    find<decltype(QVSIM_Reset)>("QVSIM_Reset")();
-    EXPECT_EQ(find<decltype(QVSIM_SetChips)>("QVSIM_SetChips")(chips.c_str()), 1);
-  }
+  Usb() { plugIn(kChips); }
   ~Usb() override {
     EXPECT_EQ(openHandles(), 0U) << "a chip was left open";
     EXPECT_TRUE(Eventually([] { return ReceiveThreads() == 0; }));
   }
 
+  /// Starts afresh with these chips.
+  void plugIn(const std::string& chips) const {
+    find<decltype(QVSIM_Reset)>("QVSIM_Reset")();
+    EXPECT_EQ(find<decltype(QVSIM_SetChips)>("QVSIM_SetChips")(chips.c_str()), 1);
+  }
   template <class Function>
   [[nodiscard]] Function* find(const char* name) const {
     return standIn_.find<Function>(name);

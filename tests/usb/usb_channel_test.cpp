@@ -2,13 +2,11 @@
 
 #include <pthread.h>
 
-#include <algorithm>
-#include <atomic>
 #include <chrono>
-#include <deque>
+#include <functional>
+#include <future>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "usb/chips.h"
 
@@ -19,17 +17,17 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 TEST_F(Usb, CarriesBytesBothWaysInPiecesOfAtMostAChunk) {
-  const Channel channel("usb:sn:SLOW");
+  const RecordedChannel channel("usb:sn:SLOW");
   std::string bytes;
   for (int i = 0; i < 300000; ++i) bytes += static_cast<char>(i * 7 + i / 256);
   EXPECT_EQ(channel.send(bytes), QV_IO_OK);
   EXPECT_TRUE(channel.receives(bytes));
-  EXPECT_EQ(channel.largestChunk(), std::size_t{QV_IO_RECEIVE_CHUNK});
+  EXPECT_EQ(channel.largestPiece(), std::size_t{QV_IO_RECEIVE_CHUNK});
   EXPECT_EQ(channel.send(""), QV_IO_OK);
 }
 
-TEST_F(Usb, TellsHowASendFailed) {
-  const Channel channel("usb:sn:SLOW", "tx-timeout 100");
+TEST_F(Usb, ReportsHowASendFailed) {
+  const RecordedChannel channel("usb:sn:SLOW", "tx-timeout 100");
   const struct {
     uint32_t status;
     uint32_t result;
@@ -51,8 +49,8 @@ TEST_F(Usb, TellsHowASendFailed) {
   EXPECT_GE(Clock::now() - begin, 100ms);
 }
 
-TEST_F(Usb, TellsHowReceivingFailedAndGoesOn) {
-  const Channel channel("usb:sn:SLOW", "health-check 50");
+TEST_F(Usb, ReportsHowReceivingFailedAndGoesOn) {
+  const RecordedChannel channel("usb:sn:SLOW", "health-check 50");
   const struct {
     const char* function;
     uint32_t status;
@@ -77,7 +75,7 @@ TEST_F(Usb, TellsHowReceivingFailedAndGoesOn) {
   EXPECT_TRUE(channel.receives(sent + "!")) << "no more than was asked for";
 }
 
-TEST_F(Usb, TellsOfAnUnpluggedChipOnceInAPeriod) {
+TEST_F(Usb, ReportsAnUnpluggedChipOnceInAPeriod) {
   const struct {
     const char* options;
     int notices;
@@ -85,7 +83,7 @@ TEST_F(Usb, TellsOfAnUnpluggedChipOnceInAPeriod) {
   } rows[] = {{"health-check 50", 8, 350ms}, {"health-check 250", 3, 500ms}};
   for (const auto& row : rows) {
     ASSERT_EQ(find<decltype(QVSIM_Replug)>("QVSIM_Replug")("SLOW"), 1);
-    const Channel channel("usb:sn:SLOW", row.options);
+    const RecordedChannel channel("usb:sn:SLOW", row.options);
     ASSERT_EQ(channel.result(), QV_IO_OK);
     unplug("SLOW");
     EXPECT_TRUE(channel.isNotified(QV_IO_ERROR_CONNECTION_LOST));
@@ -94,7 +92,7 @@ TEST_F(Usb, TellsOfAnUnpluggedChipOnceInAPeriod) {
     EXPECT_GE(Clock::now() - begin, row.least) << row.options;
   }
   ASSERT_EQ(find<decltype(QVSIM_Replug)>("QVSIM_Replug")("SLOW"), 1);
-  const Channel channel("usb:sn:SLOW", "health-check 0");
+  const RecordedChannel channel("usb:sn:SLOW", "health-check 0");
   unplug("SLOW");
   std::this_thread::sleep_for(100ms);  // time for what must not happen
   EXPECT_LE(channel.notices(QV_IO_ERROR_CONNECTION_LOST), 1);
@@ -102,7 +100,7 @@ TEST_F(Usb, TellsOfAnUnpluggedChipOnceInAPeriod) {
 
 TEST_F(Usb, ReportsAQueryThatFailsAgainAfterOneThatSucceeded) {
   failCall("FT_GetStatus", 1, 18);
-  const Channel channel("usb:sn:SLOW", "health-check 0");
+  const RecordedChannel channel("usb:sn:SLOW", "health-check 0");
   EXPECT_TRUE(channel.isNotified(QV_IO_ERROR_RECEIVE_FAILED));
   EXPECT_TRUE(Eventually([&] { return calls("FT_GetStatus") == 2; })) << "there is nothing to read";
   failCall("FT_GetStatus", 1, 4);
@@ -111,76 +109,63 @@ TEST_F(Usb, ReportsAQueryThatFailsAgainAfterOneThatSucceeded) {
   EXPECT_TRUE(channel.receives("x"));
 }
 
-/// What a channel may be in when it is closed.
-struct State {
-  const char* name;
-  void (*enter)(const StandIn& standIn, Channel& channel);
-};
-
-void Unplug(const StandIn& standIn) { standIn.find<decltype(QVSIM_Unplug)>("QVSIM_Unplug")("SLOW"); }
-
-const State kStates[] = {{"idle", [](const StandIn&, Channel&) {}},
-                         {"unplugged", [](const StandIn& standIn, Channel&) { Unplug(standIn); }},
-                         {"reads fail without end",
-                          [](const StandIn& standIn, Channel& channel) {
-                            standIn.find<decltype(QVSIM_FailReads)>("QVSIM_FailReads")(18);
-                            EXPECT_EQ(channel.send("x"), QV_IO_OK);
-                            EXPECT_TRUE(channel.isNotified(QV_IO_ERROR_RECEIVE_FAILED, 2));
-                          }},
-                         {"unplugged while reading",
-                          [](const StandIn& standIn, Channel& channel) {
-                            channel.onChunk = [&standIn](std::string_view) { Unplug(standIn); };
-                            // The first bytes may come back, and so unplug the chip, before the last are
-                            // taken.
-                            const auto sent = channel.send(std::string(5000, 'x'));
-                            EXPECT_TRUE(sent == QV_IO_OK || sent == QV_IO_ERROR_CONNECTION_LOST) << sent;
-                            EXPECT_TRUE(channel.isNotified(QV_IO_ERROR_CONNECTION_LOST));
-                          }},
-                         {"status fails without end", [](const StandIn& standIn, Channel& channel) {
-                            standIn.find<decltype(QVSIM_FailCall)>("QVSIM_FailCall")("FT_GetStatus", 0, 18);
-                            EXPECT_TRUE(channel.isNotified(QV_IO_ERROR_RECEIVE_FAILED));
-                          }}};
-
 TEST_F(Usb, ClosesAtOnceInEveryState) {
-  const StandIn standIn;
-  for (const auto* options : {"health-check 50", "health-check 0"}) {
-    for (const auto& state : kStates) {
-      for (const uint32_t wait : {1U, 0U}) {
-        // Without a period an idle channel never asks for its status again: nothing would be told.
-        if (std::string_view(options).ends_with(" 0") && std::string_view(state.name).starts_with("status"))
-          continue;
-        find<decltype(QVSIM_Reset)>("QVSIM_Reset")();
-        ASSERT_EQ(find<decltype(QVSIM_SetChips)>("QVSIM_SetChips")(kChips), 1);
-        Channel channel("usb:sn:SLOW", options);
-        ASSERT_EQ(channel.result(), QV_IO_OK) << state.name;
-        state.enter(standIn, channel);
-        const auto begin = Clock::now();
-        channel.close(wait);
-        EXPECT_LT(Clock::now() - begin, 200ms) << state.name;
-        EXPECT_TRUE(Eventually([&] { return openHandles() == 0; })) << state.name;
-      }
+  const struct {
+    const char* name;
+    const char* options;
+    std::function<void(RecordedChannel&)> enter;
+  } rows[] = {{"idle", "health-check 50", [](auto&) {}},
+              {"idle, unchecked", "health-check 0", [](auto&) {}},
+              {"unplugged", "health-check 50", [&](auto&) { unplug("SLOW"); }},
+              {"reads fail without end", "health-check 0",
+               [&](auto& channel) {
+                 find<decltype(QVSIM_FailReads)>("QVSIM_FailReads")(18);
+                 EXPECT_EQ(channel.send("x"), QV_IO_OK);
+                 EXPECT_TRUE(channel.isNotified(QV_IO_ERROR_RECEIVE_FAILED, 2));
+               }},
+              {"unplugged while reading", "health-check 50",
+               [&](auto& channel) {
+                 channel.onPiece = [this](std::string_view) { unplug("SLOW"); };
+                 // The first bytes may come back, and so unplug the chip, before the last are taken.
+                 const auto sent = channel.send(std::string(5000, 'x'));
+                 EXPECT_TRUE(sent == QV_IO_OK || sent == QV_IO_ERROR_CONNECTION_LOST) << sent;
+                 EXPECT_TRUE(channel.isNotified(QV_IO_ERROR_CONNECTION_LOST));
+               }},
+              {"status fails without end", "health-check 50", [&](auto& channel) {
+                 failCall("FT_GetStatus", 0, 18);
+                 EXPECT_TRUE(channel.isNotified(QV_IO_ERROR_RECEIVE_FAILED));
+               }}};
+  for (const auto& row : rows) {
+    for (const uint32_t wait : {1U, 0U}) {
+      SCOPED_TRACE(row.name);
+      plugIn(kChips);
+      RecordedChannel channel("usb:sn:SLOW", row.options);
+      ASSERT_EQ(channel.result(), QV_IO_OK);
+      row.enter(channel);
+      const auto begin = Clock::now();
+      channel.close(wait);
+      EXPECT_LT(Clock::now() - begin, 200ms);
+      EXPECT_TRUE(Eventually([&] { return openHandles() == 0; }));
     }
   }
 }
 
 TEST_F(Usb, EndsASendThatIsInProgressWhenItIsClosed) {
   for (const bool unplugged : {false, true}) {
-    find<decltype(QVSIM_Reset)>("QVSIM_Reset")();
-    ASSERT_EQ(find<decltype(QVSIM_SetChips)>("QVSIM_SetChips")(kChips), 1);
-    Channel channel("usb:sn:SLOW", "tx-timeout 150");
+    plugIn(kChips);
+    RecordedChannel channel("usb:sn:SLOW", "tx-timeout 150");
     find<decltype(QVSIM_LimitWrites)>("QVSIM_LimitWrites")(1000000, 0);
-    std::atomic<uint32_t> result = 99;
-    std::thread sender([&] { result = channel.send("x"); });
+    auto sender = std::async(std::launch::async, [&] { return channel.send("x"); });
     EXPECT_TRUE(Eventually([&] { return calls("FT_Write") > 3; }));
     if (unplugged) unplug("SLOW");
     channel.close(1);
-    sender.join();
+    const auto result = sender.get();
     EXPECT_TRUE(result == QV_IO_ERROR_TRANSMIT_FAILED || result == QV_IO_ERROR_CONNECTION_LOST) << result;
   }
 }
 
 TEST_F(Usb, GivesTheChipsId) {
-  const Channel channel("usb:sn:FAST");
+  const RecordedChannel channel("usb:sn:FAST");
   char buffer[16] = "#";
   std::size_t size = 4;
   EXPECT_EQ(QV_IO_GetProperty(channel.handle(), "ftdi-id", buffer, &size), QV_IO_ERROR_BUFFER_TOO_SMALL);
@@ -189,7 +174,7 @@ TEST_F(Usb, GivesTheChipsId) {
   EXPECT_EQ(QV_IO_GetProperty(channel.handle(), "ftdi-id", buffer, &size), QV_IO_OK);
   EXPECT_STREQ(buffer, "4000000002");
   EXPECT_EQ(QV_IO_GetProperty(channel.handle(), "FTDI-ID", buffer, &size), QV_IO_ERROR_PROPERTY_UNAVAILABLE);
-  const Channel without("usb:sn:SENSOR", "baudrate 9600");
+  const RecordedChannel without("usb:sn:SENSOR", "baudrate 9600");
   EXPECT_EQ(QV_IO_GetProperty(without.handle(), "ftdi-id", buffer, &size), QV_IO_ERROR_NOT_SUPPORTED);
 }
 
@@ -201,33 +186,6 @@ TEST_F(Usb, FailsASendAfterACallbackHasEndedTheReceiveThread) {
   EXPECT_TRUE(Eventually([&] { return openHandles() == 0; }));
   EXPECT_EQ(QV_IO_Send(handle, "POS?\n", 5), QV_IO_ERROR_TRANSMIT_FAILED);
   EXPECT_EQ(QV_IO_Close(handle, 1), QV_IO_OK);
-}
-
-TEST_F(Usb, BearsManyThreadsThatOpenListAndClose) {
-  std::atomic<int> opened = 0;
-  std::array<std::deque<Channel>, 16> channels;  // stay: callbacks may still run after a close without wait
-  std::vector<std::thread> threads;
-  threads.reserve(16);
-  for (int i = 0; i < 16; ++i) {
-    threads.emplace_back([&, i] {
-      constexpr std::array kLocators{"usb:sn:SLOW", "usb:sn:FAST", "usb:ix:0", "usb:id:1001", "usb:sn:DUAL"};
-      for (int round = 0; round < 20; ++round) {
-        char text[4096];
-        std::size_t size = sizeof text;
-        QV_IO_EnumerateDevices(QV_IO_INTERFACE_USB, "include-id\ninclude-sn\nforce-rescan", text, &size);
-        auto& channel =
-            channels.at(static_cast<std::size_t>(i))
-                .emplace_back(kLocators.at(static_cast<std::size_t>(i + round) % kLocators.size()));
-        if (channel.result() != QV_IO_OK) continue;
-        ++opened;
-        std::ignore = channel.send("POS?\n");
-        channel.close(static_cast<uint32_t>(round % 2));
-      }
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  EXPECT_GT(opened, 0);
-  EXPECT_TRUE(Eventually([&] { return openHandles() == 0; }));
 }
 
 }  // namespace

@@ -92,7 +92,7 @@ TEST_F(Usb, AreAvailableOnlyWhileTheyAreNotOpen) {
   for (const auto* locator : {"usb:sn:SLOW", "usb:ix:0", "usb:id:1001"}) {
     for (const uint32_t wait : {1U, 0U}) {
       EXPECT_EQ(available(), all) << locator;
-      Channel channel(locator);
+      RecordedChannel channel(locator);
       EXPECT_EQ(available(), "usb:sn:FAST\nusb:sn:") << locator;
       channel.close(wait);
       EXPECT_TRUE(Eventually([&] { return openHandles() == 0 && ReceiveThreads() == 0; }));
