@@ -1,35 +1,25 @@
 #include "links.h"
 
-#include <dlfcn.h>
-
 #include <chrono>
 #include <cstdio>
+#include <stdexcept>
 
 #include "check.h"
 #include "sim/controller.h"
-#include "sim/ftdi/control.h"
+#include "sim/ftdi/stand_in.h"
+#include "usb/chip_texts.h"
 
 namespace qvfuzz {
 namespace {
 
-constexpr const char* kChips =
-    "desc=\"Quorvi DRV-I\" serial=SLOW chip-id=1001 ua=5156494f01 link=echo\n"
-    "desc=\"Quorvi DRV2\" serial=FAST chip-id=4000000002 ua=5156494f0a protocol-id=5\n"
-    "desc=\"Quorvi Sensor\" serial=SENSOR chip-id=none pid=0x6002 link=echo\n"
-    "desc=\"Quorvi DRV2 A\" serial=DUALA chip-id=1004 type=6 flags=2 pid=0x6010 link=echo\n"
-    "desc=\"Quorvi DRV2 B\" serial=DUALB chip-id=1005 type=6 flags=2 pid=0x6010 link=echo\n"
-    "desc=\"Quorvi AXU-3D\" serial=HELD chip-id=1006 held\n";
-
 /// False without the stand-in driver.
-bool SetUsbChips() {
-  void* const driver = ::dlopen("libftd2xx.so", RTLD_NOW);
-  void* const set = driver != nullptr ? ::dlsym(driver, "QVSIM_SetChips") : nullptr;
-  if (set == nullptr) {
-    std::fputs("fuzz: without USB chips: run with LD_LIBRARY_PATH=BUILD-FOLDER/lib/sim\n", stderr);
-    return false;
-  }
-  Check(reinterpret_cast<decltype(QVSIM_SetChips)*>(set)(kChips) == 1, "the simulated chips are understood");
+bool SetUsbChips() try {
+  const auto set = qvsim::StandIn().find<decltype(QVSIM_SetChips)>("QVSIM_SetChips");
+  Check(set(qvtest::kChips) == 1, "the simulated chips are understood");
   return true;
+} catch (const std::runtime_error& failure) {
+  std::fprintf(stderr, "fuzz: without USB chips: %s\n", failure.what());
+  return false;
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
-#include <functional>
 #include <future>
 #include <string>
 #include <system_error>
@@ -28,12 +27,6 @@ namespace {
 using namespace std::chrono_literals;
 using quorvio::Errc;
 
-struct State {
-  const char* name;
-  LinkKind kind;
-  std::function<void(EchoLink&, RecordedChannel&)> enter;
-};
-
 bool HasUnread(int fd) {
   int waiting = 0;
   return ::ioctl(fd, FIONREAD, &waiting) == 0 && waiting > 0;
@@ -44,45 +37,6 @@ std::future<std::error_code> Sending(const quorvio::Channel& channel, std::size_
   return std::async(std::launch::async, [&channel, mebibytes] {
     return CodeOf([&] { channel.send(std::string(mebibytes << 20U, 'x')); });
   });
-}
-
-void Idle(EchoLink& /*link*/, RecordedChannel& /*channel*/) {}
-
-void Receiving(EchoLink& link, RecordedChannel& channel) {
-  EXPECT_EQ(channel.send("x"), QV_IO_OK);
-  EXPECT_TRUE(channel.receives("x")) << "the device knows of the connection";
-  link.sendForever();
-  EXPECT_TRUE(Eventually([&] { return channel.receivedSize() > 10000; }));
-}
-
-void PeerGone(EchoLink& link, RecordedChannel& channel) {
-  EXPECT_EQ(channel.send("x"), QV_IO_OK);
-  EXPECT_TRUE(channel.receives("x"));
-  link.hangUp();
-  EXPECT_TRUE(Eventually([&] {
-    return channel.notices(QV_IO_ERROR_CONNECTION_LOST) + channel.notices(QV_IO_ERROR_RECEIVE_FAILED) > 0;
-  }));
-}
-
-const State kStates[] = {
-    {"idle serial", LinkKind::Serial, Idle},           {"idle TCP", LinkKind::Tcp, Idle},
-    {"receiving serial", LinkKind::Serial, Receiving}, {"receiving TCP", LinkKind::Tcp, Receiving},
-    {"serial peer gone", LinkKind::Serial, PeerGone},  {"TCP peer gone", LinkKind::Tcp, PeerGone}};
-
-TEST(Close, EndsInEveryStateWithAndWithoutWait) {
-  for (const auto& state : kStates) {
-    for (const uint32_t wait : {1U, 0U}) {
-      SCOPED_TRACE(state.name);
-      EchoLink link(state.kind);
-      RecordedChannel channel(link.locator(), link.options());
-      ASSERT_EQ(channel.result(), QV_IO_OK);
-      state.enter(link, channel);
-      const auto handle = channel.handle();
-      EXPECT_EQ(channel.close(wait), QV_IO_OK);
-      EXPECT_TRUE(Eventually([] { return ReceiveThreads() == 0; }));
-      EXPECT_EQ(QV_IO_Close(handle, wait), QV_IO_ERROR_INVALID_HANDLE);
-    }
-  }
 }
 
 TEST(Close, EndsASendToAStalledPeerWithinASecond) {

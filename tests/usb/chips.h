@@ -8,6 +8,7 @@
 #include "support/channel.h"
 #include "support/process.h"
 #include "support/recorded_channel.h"
+#include "usb/chip_texts.h"
 
 namespace qvtest {
 
@@ -47,15 +48,6 @@ class Usb : public testing::Test {
   [[nodiscard]] std::size_t openHandles() const {
     return find<decltype(QVSIM_OpenHandles)>("QVSIM_OpenHandles")();
   }
-
-  static constexpr const char* kChips =
-      "desc=\"Quorvi DRV-I\" serial=SLOW chip-id=1001 ua=5156494f01 link=echo\n"
-      "desc=\"Quorvi DRV2\" serial=FAST chip-id=4000000002 ua=5156494f0a protocol-id=5\n"
-      "desc=\"Quorvi Sensor\" serial=SENSOR chip-id=none pid=0x6002 link=echo\n"
-      "desc=\"Quorvi DRV2 A\" serial=DUALA chip-id=1004 type=6 flags=2 pid=0x6010 link=echo\n"
-      "desc=\"Quorvi DRV2 B\" serial=DUALB chip-id=1005 type=6 flags=2 pid=0x6010 link=echo\n"
-      "desc=\"Quorvi AXU-3D\" serial=HELD chip-id=1006 held\n"
-      "desc=\"Quorvi AXU-3D\" serial=\"\" chip-id=1007\n";
 
  private:
   StandIn standIn_;

@@ -2,6 +2,8 @@
 
 #include <csignal>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "usb/chips.h"
 
@@ -83,30 +85,25 @@ TEST_F(Usb, SetsTheLineUpAsChipAndOptionsSay) {
 
 TEST_F(Usb, LeavesNothingOpenWhateverDriverCallFails) {
   constexpr uint32_t kOther = 18;
-  const struct {
+  struct Row {
     const char* function;
-    uint32_t call;
-    uint32_t status;
-    const char* locator;
-    uint32_t result;
-  } rows[] = {{"FT_CreateDeviceInfoList", 1, kOther, "usb:sn:SLOW", 5},
-              {"FT_GetDeviceInfoList", 1, kOther, "usb:sn:SLOW", 5},
-              {"FT_CreateDeviceInfoList", 1, 4, "usb:ix:0", 5},
-              {"FTID_GetNumDevices", 1, kOther, "usb:id:1001", 5},
-              {"FT_OpenEx", 1, 3, "usb:sn:SLOW", 5},
-              {"FT_EE_UASize", 1, kOther, "usb:sn:SLOW", 5},
-              {"FT_EE_UARead", 1, kOther, "usb:sn:SLOW", 5},
-              {"FT_SetBaudRate", 1, 7, "usb:sn:SLOW", 4},
-              {"FT_SetBaudRate", 1, 4, "usb:sn:SLOW", 5},
-              {"FT_SetDataCharacteristics", 1, kOther, "usb:sn:SLOW", 5},
-              {"FT_SetFlowControl", 1, kOther, "usb:sn:SLOW", 5},
-              {"FT_SetTimeouts", 1, kOther, "usb:sn:SLOW", 5},
-              {"FT_SetLatencyTimer", 1, kOther, "usb:sn:SLOW", 5},
-              {"FT_SetBitMode", 1, kOther, "usb:sn:DUAL", 0},  // the reset may fail
-              {"FT_SetBitMode", 2, kOther, "usb:sn:DUAL", 5},
-              {"FT_SetUSBParameters", 1, kOther, "usb:sn:DUAL", 5},
-              {"FT_Purge", 1, kOther, "usb:sn:SLOW", 5},
-              {"FT_SetEventNotification", 1, kOther, "usb:sn:SLOW", 5}};
+    uint32_t call = 1;
+    uint32_t status = kOther;
+    const char* locator = "usb:sn:SLOW";
+    uint32_t result = 5;
+  };
+  std::vector<Row> rows = {{"FT_CreateDeviceInfoList", 1, 4, "usb:ix:0"},
+                           {"FTID_GetNumDevices", 1, kOther, "usb:id:1001"},
+                           {"FT_OpenEx", 1, 3},
+                           {"FT_SetBaudRate", 1, 7, "usb:sn:SLOW", 4},
+                           {"FT_SetBaudRate", 1, 4},
+                           {"FT_SetBitMode", 1, kOther, "usb:sn:DUAL", 0},  // the reset may fail
+                           {"FT_SetBitMode", 2, kOther, "usb:sn:DUAL"},
+                           {"FT_SetUSBParameters", 1, kOther, "usb:sn:DUAL"}};
+  for (const auto* function : {"FT_CreateDeviceInfoList", "FT_GetDeviceInfoList", "FT_EE_UASize",
+                               "FT_EE_UARead", "FT_SetDataCharacteristics", "FT_SetFlowControl",
+                               "FT_SetTimeouts", "FT_SetLatencyTimer", "FT_Purge", "FT_SetEventNotification"})
+    rows.push_back({function});
   for (const auto& row : rows) {
     failCall(row.function, row.call, row.status);
     EXPECT_EQ(OpenResult(row.locator), row.result) << row.function << ' ' << row.call;
