@@ -16,12 +16,12 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Whether all memory and descriptors are given back; a thread that was told to end may take a moment.
+/// Whether all memory and descriptors are given back; a thread that ends may take a moment.
 bool IsBalanced(long blocks, std::size_t descriptors) {
   return Eventually([&] { return LiveBlocks() <= blocks && Descriptors() == descriptors; });
 }
 
-void ExpectToBearEveryFailure(const Use& use) {
+void ExpectToSurviveEveryFailure(const Use& use) {
   FailAllocation(0);  // which allocates when it is called first
   const auto good = use.undisturbed();
   static_cast<void>(use.undisturbed());  // what is made once is there now
@@ -46,7 +46,7 @@ void ExpectToBearEveryFailure(const Use& use) {
 TEST(Allocation, FailsInEveryPlaceWithAResultAndNoLeak) {
   const Devices devices;
   if (!devices.areAlone()) GTEST_SKIP() << PrivateNetwork::kForbidden;
-  for (const auto& use : devices.uses()) ExpectToBearEveryFailure(use);
+  for (const auto& use : devices.uses()) ExpectToSurviveEveryFailure(use);
 }
 
 TEST(Allocation, OfAForeseenFailureCannotFail) {

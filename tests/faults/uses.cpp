@@ -144,7 +144,7 @@ bool Answers::areStated() const {
   return std::ranges::all_of(std::span(answers_).first(count_), &Answer::isStated);
 }
 
-bool Answers::tellOfFailure() const {
+bool Answers::reportFailure() const {
   return std::ranges::count(std::span(answers_).first(count_), kFailed, &Answer::result) != 0;
 }
 
@@ -161,7 +161,7 @@ Answers Use::undisturbed() const {
   Answers answers;
   static_cast<void>(Eventually([&] {
     answers = once(std::chrono::seconds(1));
-    return !answers.tellOfFailure();
+    return !answers.reportFailure();
   }));
   return answers;
 }

@@ -23,9 +23,9 @@ class Answers {
   /// As "open 0, send 9"; a result that is not stated is followed by "!".
   [[nodiscard]] std::string text() const;
   [[nodiscard]] bool areStated() const;
-  [[nodiscard]] bool tellOfFailure() const;  ///< of a system call, which memory counts as
+  [[nodiscard]] bool reportFailure() const;  ///< of a system call, which memory counts as
 
-  /// Whether each of them is that of a good use or tells of a failure.
+  /// Whether each of them is that of a good use or reports a failure.
   [[nodiscard]] bool areThoseOf(const Answers& good) const;
 
  private:

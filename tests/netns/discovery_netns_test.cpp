@@ -50,7 +50,7 @@ std::string Next(quorvind::Connection& connection) {
   return std::to_string(network) + ' ' + std::string(data.begin(), data.end());
 }
 
-/// The next datagrams; between networks there is no order.
+/// The next datagrams, in any order: networks are not ordered among each other.
 std::multiset<std::string> Next(quorvind::Connection& connection, std::multiset<std::string> heard,
                                 std::size_t count) {
   while (heard.size() < count) heard.insert(Next(connection));
@@ -224,7 +224,7 @@ TEST_F(DiscoveryInterfaces, MayBeReplacedUnderRunningCalls) {
   for (auto& thread : threads) thread.join();
 }
 
-TEST_F(DiscoveryInterfaces, TellWhereADeviceWasHeard) {
+TEST_F(DiscoveryInterfaces, ShowWhereADeviceWasHeard) {
   Controllers first(kFirst);
   Controllers second(kSecond);
   first.add("ONLY-A");

@@ -31,15 +31,15 @@ std::string ListingText(List list, uint32_t& result) {
   return text;
 }
 
-struct Listing {
+struct ListResult {
   uint32_t result;
   std::string text;
 };
 
 /// Lists network devices on the interface with further options.
-inline Listing ListDevices(const std::string& iface, const std::string& options = "only-locator") {
+inline ListResult ListDevices(const std::string& iface, const std::string& options = "only-locator") {
   const auto all = "iface-type network\niface network:" + iface + '\n' + options;
-  Listing listing{};
+  ListResult listing{};
   listing.text = ListingText(
       [&](char* buffer, std::size_t* size) {
         return QV_IO_EnumerateDevices(QV_IO_INTERFACE_ALL, all.c_str(), buffer, size);

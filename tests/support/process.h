@@ -10,7 +10,7 @@
 
 namespace qvtest {
 
-/// What /proc tells of the test's own process.
+/// From /proc, about the test's own process.
 
 inline std::vector<std::string> EntriesOf(const char* folder) {
   const std::unique_ptr<DIR, int (*)(DIR*)> open(::opendir(folder), ::closedir);

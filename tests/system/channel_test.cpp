@@ -1,7 +1,6 @@
 // Traffic and link faults of serial ports and TCP, through the shared library against simulated devices. What
 // must hold for both kinds is one test over both.
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -9,8 +8,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
@@ -42,32 +39,6 @@ std::string Pattern(std::size_t length) {
   }
   return bytes;
 }
-
-/// A listener whose queue is full: connects to it are never answered.
-class SilentListener {
- public:
-  SilentListener() {
-    name_.sin_family = AF_INET;
-    name_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    auto* const name = reinterpret_cast<sockaddr*>(&name_);
-    socklen_t size = sizeof name_;
-    EXPECT_EQ(::bind(listener_.get(), name, size), 0);
-    EXPECT_EQ(::listen(listener_.get(), 0), 0);
-    EXPECT_EQ(::getsockname(listener_.get(), name, &size), 0);
-    for (auto& filler : fillers_) {
-      filler = cppu::UniqueFd(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-      EXPECT_TRUE(::connect(filler.get(), name, size) == 0 || errno == EINPROGRESS);
-    }
-  }
-  [[nodiscard]] std::string locator() const {
-    return "network:127.0.0.1:" + std::to_string(ntohs(name_.sin_port));
-  }
-
- private:
-  cppu::UniqueFd listener_{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
-  std::array<cppu::UniqueFd, 3> fillers_;
-  sockaddr_in name_{};
-};
 
 class BothKinds : public testing::TestWithParam<LinkKind> {
  protected:
@@ -134,7 +105,8 @@ TEST(TcpChannel, ReportsARefusalAtTheOpenOrSoonAfter) {
 }
 
 TEST(TcpChannel, GivesUpOnAPeerThatNeverAnswers) {
-  const SilentListener silent;
+  const RawPeer silent(LinkKind::Tcp);
+  const quorvio::Channel fillTheQueue[] = {Open(silent), Open(silent)};
   const auto started = std::chrono::steady_clock::now();
   EXPECT_EQ(OpenResult(silent.locator(), "connect-timeout 50"), QV_IO_ERROR_DEVICE_NOT_FOUND);
   EXPECT_GE(std::chrono::steady_clock::now() - started, std::chrono::milliseconds(50));

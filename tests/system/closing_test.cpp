@@ -1,4 +1,4 @@
-// Closing ends in every state, whoever asks for it, and leaves nothing behind.
+// Closing ends whatever the peer does and whoever asks for it; bytes that were sent arrive.
 
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>

@@ -64,7 +64,7 @@ TEST(Hpp, ReadsBytesBeforeTheLossAndKnowsOneLossOnly) {
   RawPeer second(LinkKind::Tcp);
   RawPeer third(LinkKind::Tcp);
   std::atomic<int> losses = 0;
-  const quorvio::Channel told(second.locator(), {}, {}, [&](std::error_code) { ++losses; });
+  const quorvio::Channel reported(second.locator(), {}, {}, [&](std::error_code) { ++losses; });
   const RecordedChannel all(third.locator());
   second.reset();
   EXPECT_TRUE(Eventually([&] { return losses == 1; }));
@@ -185,7 +185,7 @@ TEST(Hpp, ReleasesWhatCallbacksHoldBeforeTheCloseReturns) {
   auto closed = std::async(std::launch::async, [held = std::move(held)] { held->close(); });
   closing.count_down();
   closed.get();
-  EXPECT_TRUE(watched.expired()) << "a channel that its own callback holds is no leak";
+  EXPECT_TRUE(watched.expired()) << "a channel that its own callback holds does not leak";
 }
 
 TEST(Hpp, LetsTwoCallbacksCloseEachOther) {

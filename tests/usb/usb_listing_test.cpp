@@ -129,7 +129,8 @@ TEST_F(Usb, AreAskedForNoOftenerThanNeeded) {
   failCall("FT_GetDeviceInfoList", 1, 18);
   List(QV_IO_INTERFACE_USB, "canonical-locator\nforce-rescan", result);
   EXPECT_EQ(result, QV_IO_ERROR_QUERY_FAILED);
-  EXPECT_EQ(callsOf(QV_IO_INTERFACE_USB, "canonical-locator"), Counts(2, 1, 0)) << "a failed list is no list";
+  EXPECT_EQ(callsOf(QV_IO_INTERFACE_USB, "canonical-locator"), Counts(2, 1, 0))
+      << "a failed list is not kept";
   EXPECT_EQ(result, QV_IO_OK);
 }
 

@@ -1,17 +1,17 @@
-// How the driver is bound: with it, with one that misses a function, and without it. Each case is run in a
-// process of its own, since a failed attempt is final.
+// How the driver is bound: with it, with one that misses a function, and without it. A failed attempt is
+// final, so each case needs a process of its own.
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <string>
 
 #include "quorvio/quorvio.h"
 #include "sim/ftdi/control.h"
-#include "util/system_call.h"
+#include "support/loaded_library.h"
 
 namespace qvtest {
 namespace {
@@ -22,51 +22,38 @@ uint64_t Calls(const char* function) {
   return reinterpret_cast<decltype(QVSIM_Calls)*>(::dlsym(driver, "QVSIM_Calls"))(function);
 }
 
-/// Loads the library, lists, opens, and unloads it; the text says what happened.
-std::string Use() {
-  void* const library = ::dlopen(QUORVIO_LIBRARY_FILE, RTLD_NOW | RTLD_LOCAL);
-  if (library == nullptr) return ::dlerror();
+/// Loads the library, lists, opens, and unloads it; says what happened.
+void UseAndExit() {
+  std::optional<LoadedLibrary> library(std::in_place);
   const auto constructed = Calls("FTID_Constructor");
   char text[1024] = "#";
   std::size_t size = sizeof text;
-  const auto listed = reinterpret_cast<decltype(QV_IO_EnumerateDevices)*>(
-      ::dlsym(library, "QV_IO_EnumerateDevices"))(QV_IO_INTERFACE_USB, "canonical-locator", text, &size);
+  const auto listed = library->find<decltype(QV_IO_EnumerateDevices)>("QV_IO_EnumerateDevices")(
+      QV_IO_INTERFACE_USB, "canonical-locator", text, &size);
   uint32_t handle = 0;
-  const auto opened = reinterpret_cast<decltype(QV_IO_Open)*>(::dlsym(library, "QV_IO_Open"))(
-      &handle, "usb:sn:NOBODY", "", nullptr, nullptr, nullptr);
-  ::dlclose(library);
-  return "constructed " + std::to_string(constructed) + ", listed " + std::to_string(listed) + " \"" +
-         std::string(text).substr(0, 15) + "\" " + std::to_string(size) + ", opened " +
-         std::to_string(opened) + ", destroyed " + std::to_string(Calls("FTID_Destructor"));
-}
-
-/// Runs this program again, with another folder for libraries, to print what Use() says.
-std::string UseWith(const std::string& folder) {
-  const auto self = std::string("/proc/") + std::to_string(::getpid()) + "/exe";
-  const auto command = "LD_LIBRARY_PATH=" + folder + " QVIO_TEST_USE=1 " + self + " 2>&1";
-  FILE* const pipe = ::popen(command.c_str(), "r");
-  std::string output;
-  char byte = 0;
-  const auto read = [&] { return ::read(::fileno(pipe), &byte, 1); };
-  while (cppu::Uninterrupted(read) == 1) output += byte;
-  ::pclose(pipe);
-  return output.substr(output.find("constructed"));
+  const auto opened = library->find<decltype(QV_IO_Open)>("QV_IO_Open")(&handle, "usb:sn:NOBODY", "", nullptr,
+                                                                        nullptr, nullptr);
+  library.reset();
+  std::fprintf(stderr, "constructed %d, listed %u \"%.15s\" %zu, opened %u, destroyed %d",
+               static_cast<int>(constructed), listed, text, size, opened,
+               static_cast<int>(Calls("FTID_Destructor")));
+  std::_Exit(0);
 }
 
 TEST(UsbDriver, IsBoundAsAWholeOrNotAtAll) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";  // a new program, which looks for libraries afresh
   const std::string folder = STAND_IN_FOLDER;
-  EXPECT_EQ(UseWith(folder), "constructed 1, listed 0 \"usb:sn:QV100001\" 63, opened 3, destroyed 1");
-  EXPECT_EQ(UseWith(folder + "/old"), "constructed 0, listed 14 \"\" 0, opened 14, destroyed 1")
-      << "the chip-id library is shut down although another function was missing";
-  EXPECT_EQ(UseWith("/nowhere"), "constructed 0, listed 14 \"\" 0, opened 14, destroyed 0");
-}
-
-/// In the process that UseWith starts: no test is run.
-[[gnu::constructor]] void UseInstead() {
-  if (std::getenv("QVIO_TEST_USE") == nullptr) return;
-  std::fputs(Use().c_str(), stdout);
-  std::fflush(stdout);
-  ::_exit(0);
+  const struct {
+    std::string folder;
+    const char* said;
+  } rows[] = {{folder, "constructed 1, listed 0 \"usb:sn:QV100001\" 63, opened 3, destroyed 1$"},
+              // The chip-id library is shut down although a function of the other one was missing.
+              {folder + "/old", "constructed 0, listed 14 \"\" 0, opened 14, destroyed 1$"},
+              {"/nowhere", "constructed 0, listed 14 \"\" 0, opened 14, destroyed 0$"}};
+  for (const auto& row : rows) {
+    ::setenv("LD_LIBRARY_PATH", row.folder.c_str(), 1);
+    EXPECT_EXIT(UseAndExit(), testing::ExitedWithCode(0), row.said) << row.folder;
+  }
 }
 
 }  // namespace
