@@ -192,15 +192,6 @@ TEST_F(DiscoveryInterfaces, AreOpenedAgainWhenTheyWereReplaced) {
   }
 }
 
-TEST_F(DiscoveryInterfaces, MayBeDownAtFirst) {
-  ASSERT_TRUE(PrivateNetwork::ip("link set qvA down"));
-  const auto host = Connect(kFirst);
-  EXPECT_FALSE(IsSent(*host, 0, "search"));
-  ASSERT_TRUE(PrivateNetwork::ip("link set qvA up"));
-  SendText(*host, 0, "search");
-  EXPECT_EQ(Next(*host, {}, 2), kSearch);
-}
-
 TEST_F(DiscoveryInterfaces, MayBeReplacedUnderRunningCalls) {
   const auto host = Connect(kFirst);
   std::atomic<bool> done = false;
@@ -239,47 +230,35 @@ TEST_F(DiscoveryInterfaces, ShowWhereADeviceWasHeard) {
   EXPECT_EQ(std::ranges::count(both, '\n'), 1);
 }
 
-TEST_F(DiscoveryInterfaces, AreHeardAgainAfterTheyWereDown) {
-  const EventRecorder recorder("UP-AND-DOWN");
+TEST_F(DiscoveryInterfaces, AreWatchedOnAfterTheyWereDownOrReplaced) {
+  const EventRecorder recorder("AWAY");
+  ASSERT_TRUE(PrivateNetwork::ip("link set qvB down"));
+  EXPECT_EQ(ListDevices(kSecond).text, "");  // down at first
   ASSERT_EQ(QV_IO_SetGlobalOptions("discovery-iface network:10.77.1.1"), QV_IO_OK);
-  Controllers controllers(kFirst);
-  controllers.add("UP-AND-DOWN");
-  EXPECT_TRUE(Eventually([&] { return recorder.events().size() == 1; }));
+  for (const bool replaced : {false, true}) {
+    std::optional<Controllers> controllers(std::in_place, kFirst);
+    auto port = controllers->add("AWAY");
+    const auto listed = [&] {
+      return ListDevices(kFirst, "include-network-port\ndiscovery-timeout 300").text;
+    };
+    EXPECT_TRUE(Eventually([&] { return listed() == "network-port=" + std::to_string(port); }));
+    const auto known = recorder.events().size();
+    if (replaced) controllers.reset();
+    ASSERT_TRUE(PrivateNetwork::ip(replaced ? "link del qvA" : "link set qvA down"));
+    EXPECT_EQ(listed(), "network-port=" + std::to_string(port))
+        << "a request that could not be sent proves nothing";
 
-  ASSERT_TRUE(PrivateNetwork::ip("link set qvA down"));
-  const auto down = ListDevices(kFirst, "only-locator\ndiscovery-timeout 100");
-  EXPECT_EQ(down.result, QV_IO_OK);
-  EXPECT_EQ(down.text, "network:sn:UP-AND-DOWN") << "a request that could not be sent proves nothing";
-
-  ASSERT_TRUE(PrivateNetwork::ip("link set qvA up"));
-  controllers->setAvailable("UP-AND-DOWN", false);
-  EXPECT_TRUE(Eventually([&] { return recorder.events().size() == 2; }))
-      << "heard by the socket that there was";
-  controllers->setAvailable("UP-AND-DOWN", true);
-  EXPECT_TRUE(Eventually([&] {
-    return ListDevices(kFirst, "only-locator\ndiscovery-timeout 100").text == "network:sn:UP-AND-DOWN";
-  }));
-}
-
-TEST_F(DiscoveryInterfaces, AreWatchedOnWhenTheyWereReplaced) {
-  const EventRecorder recorder("REPLACED");
-  ASSERT_EQ(QV_IO_SetGlobalOptions("discovery-iface network:10.77.1.1"), QV_IO_OK);
-  std::optional<Controllers> controllers(std::in_place, kFirst);
-  const auto former = std::to_string(controllers->add("REPLACED"));
-  EXPECT_TRUE(recorder.eventually({"found available=1|network-port=" + former}));
-  controllers.reset();
-  ASSERT_TRUE(PrivateNetwork::ip("link del qvA"));
-  const auto gone = ListDevices(kFirst, "only-locator\ndiscovery-timeout 100");
-  EXPECT_EQ(gone.text, "network:sn:REPLACED") << "a request that could not be sent proves nothing";
-
-  ASSERT_TRUE(PrivateNetwork::addPair("qvA", kFirst));
-  controllers.emplace(kFirst);
-  const auto port = std::to_string(controllers->add("REPLACED"));
-  EXPECT_TRUE(Eventually([&] {
-    const auto options = "include-network-port\ndiscovery-timeout 300";
-    return ListDevices(kFirst, options).text == "network-port=" + port;
-  }));
-  EXPECT_TRUE(Eventually([&] { return recorder.events().size() == 3; })) << "lost and found";
+    ASSERT_TRUE(replaced ? PrivateNetwork::addPair("qvA", kFirst) : PrivateNetwork::ip("link set qvA up"));
+    if (replaced) {
+      port = controllers.emplace(kFirst).add("AWAY");
+    } else {
+      (*controllers)->setAvailable("AWAY", false);
+      EXPECT_TRUE(Eventually([&] { return recorder.events().size() > known; })) << "without a search";
+      (*controllers)->setAvailable("AWAY", true);
+    }
+    EXPECT_TRUE(Eventually([&] { return listed() == "network-port=" + std::to_string(port); }));
+    EXPECT_TRUE(Eventually([&] { return recorder.events().size() == known + 2; })) << "lost and found";
+  }
 }
 
 TEST_F(DiscoveryInterfaces, MayHaveNoDevicesOrNotBeThere) {

@@ -1,17 +1,11 @@
 // Bad input at the exported functions: every one has its result code. Null pointers, handles that are not
 // open and small buffers are in fuzz/exported_calls, whose corpus the suite replays.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/fsuid.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <string>
 
 #include "quorvio/quorvio.h"
-#include "support/channel.h"
 
 namespace qvtest {
 namespace {
@@ -54,33 +48,6 @@ TEST(Open, JudgesLocatorAndOptionsBeforeTouchingADevice) {
         << row.locator << " " << row.options;
     EXPECT_EQ(handle, 0U) << row.locator;
   }
-}
-
-/// A file that the calling thread must not open, also where the tests run as root.
-class ForbiddenFile {
- public:
-  ForbiddenFile() {
-    ::close(::mkstemp(path_));
-    ::chmod(path_, 0);
-    ::setfsuid(kNobody);
-  }
-  ForbiddenFile(const ForbiddenFile&) = delete;
-  ForbiddenFile& operator=(const ForbiddenFile&) = delete;
-  ~ForbiddenFile() {
-    ::setfsuid(::geteuid());
-    ::unlink(path_);
-  }
-  [[nodiscard]] const char* path() const { return path_; }
-
- private:
-  static constexpr uid_t kNobody = 65534;
-  char path_[32] = "/tmp/qvio-forbidden-XXXXXX";
-};
-
-TEST(Open, ReportsAForbiddenDeviceFile) {
-  const ForbiddenFile file;
-  ASSERT_EQ(::open(file.path(), O_RDWR | O_CLOEXEC), -1);
-  EXPECT_EQ(OpenResult(std::string("serial:") + file.path(), "baudrate 115200"), QV_IO_ERROR_DRIVER_FAILURE);
 }
 
 struct OptionsRow {

@@ -59,26 +59,6 @@ TEST_P(BothKinds, CarryEveryByteBothWaysWheneverTheyAreOpened) {
   }
 }
 
-TEST_P(BothKinds, HaveNoProperties) {
-  const bool isTcp = GetParam() == LinkKind::Tcp;
-  const RecordedChannel channel(echo_.locator(), echo_.options());
-  const struct {
-    const char* key;
-    std::size_t capacity;
-    uint32_t result;
-    const char* text;
-  } rows[] = {{"any", 0, isTcp ? QV_IO_ERROR_PROPERTY_UNAVAILABLE : QV_IO_ERROR_BUFFER_TOO_SMALL, "#"},
-              {"any", 8, isTcp ? QV_IO_ERROR_PROPERTY_UNAVAILABLE : QV_IO_OK, ""},
-              {nullptr, 8, QV_IO_ERROR_INVALID_ARGUMENT, "#"}};
-  for (const auto& row : rows) {
-    char text[8] = "#";
-    auto size = row.capacity;
-    EXPECT_EQ(QV_IO_GetProperty(channel.handle(), row.key, text, &size), row.result);
-    EXPECT_STREQ(text, row.text);
-    EXPECT_TRUE(size == 0 || row.key == nullptr);
-  }
-}
-
 TEST_P(BothKinds, KeepSendsOfSeveralThreadsApart) {
   constexpr std::size_t kEach = 200000;
   const auto channel = Open(echo_);

@@ -5,12 +5,14 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <future>
 #include <string>
 #include <system_error>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -107,6 +109,24 @@ TEST(Close, BringsOutWhatWasSentToAPeerThatTalks) {
       return got == 0 || (got < 0 && errno != EAGAIN);
     }));
     EXPECT_EQ(received, bytes.size()) << "unread input: " << unread;
+  }
+}
+
+TEST(Close, WithWaitReturnsAfterTheLastCallback) {
+  for (const auto kind : {LinkKind::Serial, LinkKind::Tcp}) {
+    EchoLink link(kind);
+    RecordedChannel channel(link.locator(), link.options());
+    std::promise<void> entered;
+    std::atomic<bool> left = false;
+    channel.onPiece = [&](std::string_view) {
+      entered.set_value();
+      std::this_thread::sleep_for(50ms);  // a close that does not wait returns earlier
+      left = true;
+    };
+    EXPECT_EQ(channel.send("x"), QV_IO_OK);
+    entered.get_future().wait();
+    EXPECT_EQ(channel.close(1), QV_IO_OK);
+    EXPECT_TRUE(left);
   }
 }
 

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -23,7 +21,6 @@
 #include "support/links.h"
 #include "support/raw_peer.h"
 #include "support/recorded_channel.h"
-#include "util/system_call.h"
 
 namespace qvtest {
 namespace {
@@ -47,6 +44,9 @@ TEST(Hpp, ReadsAndAsksOverEveryLink) {
     EXPECT_EQ(channel.read(kGenerous), "g") << "a time-out keeps what has come";
     EXPECT_EQ(channel.read(), "");
     EXPECT_EQ(CodeOf([&] { (void)channel.readUntil("", 0ms); }), Errc::invalidArgument);
+    const auto withoutProperties =
+        kind == LinkKind::Tcp ? make_error_code(Errc::propertyUnavailable) : std::error_code();
+    EXPECT_EQ(CodeOf([&] { EXPECT_EQ(channel.property("any"), ""); }), withoutProperties);
   }
 }
 
@@ -249,8 +249,6 @@ TEST(Hpp, RefusesTextsThatForgeOptions) {
   EXPECT_EQ(CodeOf([] { quorvio::Channel("network:127.0.0.1:1", Options().add("strict").add("port", "x")); }),
             Errc::invalidArgument);
   EXPECT_EQ(make_error_code(Errc::noFreeHandle).message(), "no free handle");
-  EXPECT_EQ(make_error_code(Errc::wrongEventType).message(), "wrong event type");
-  EXPECT_EQ(make_error_code(Errc::watchExists).message(), "devices are watched already");
   EXPECT_EQ(make_error_code(static_cast<Errc>(16)).message(), "unknown result 16");
 }
 
@@ -342,37 +340,6 @@ TEST(Hpp, OpensALostDeviceAgain) {
   EXPECT_EQ(own->readExactly(1, kGenerous), "x");
   device->closeAll();
   gone.get_future().wait();
-}
-
-TEST(Hpp, IsClosedInAForkedChildWhichMayOpenItsOwn) {
-  const EchoLink link(LinkKind::Tcp);
-  auto channel = std::make_unique<quorvio::Channel>(link.locator());
-  auto reconnecting = std::make_unique<quorvio::Reconnecting>(link.locator());
-  auto watch = std::make_unique<quorvio::DeviceWatch>(std::vector<std::string>{"network:127.0.0.1"});
-  std::latch begun(1);
-  std::jthread reader([&] {
-    begun.count_down();
-    (void)channel->readExactly(1, kGenerous);
-  });
-  begun.wait();
-  const auto child = ::fork();
-  if (child == 0) {
-    int holds = CodeOf([&] { (void)channel->read(kGenerous); }) == Errc::invalidHandle ? 1 : 0;
-    if (CodeOf([&] { channel->send("x"); }) == Errc::invalidHandle) holds |= 2;
-    if (CodeOf([&] { reconnecting->send("x"); }) == Errc::invalidHandle) holds |= 4;
-    channel.reset();
-    reconnecting.reset();
-    watch.reset();
-    const quorvio::Channel own(link.locator());
-    if (own.query("child\n", "\n", kGenerous) == "child") holds |= 8;
-    const quorvio::DeviceWatch ownWatch({"network:127.0.0.1"});
-    ::_exit(holds);
-  }
-  int status = 0;
-  cppu::Uninterrupted([&] { return ::waitpid(child, &status, 0); });
-  EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 15);
-  channel->send("p");
-  reader.join();
 }
 
 }  // namespace

@@ -8,8 +8,10 @@
 #include <atomic>
 #include <cstdlib>
 #include <functional>
-#include <optional>
+#include <future>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "quorvio/quorvio.h"
 #include "support/channel.h"
@@ -47,36 +49,63 @@ class Fork : public testing::Test {
   }
 };
 
+constexpr const char* kLoopbackInterface = "network:127.0.0.1";
+
+/// What the parent uses, open while it forks.
+struct Parent {
+  std::string serial = OwnSerial("fork");
+  EchoLink link{LinkKind::Tcp};
+  Controllers controllers;
+  uint32_t handle = 0;
+  std::unique_ptr<quorvio::Channel> channel = std::make_unique<quorvio::Channel>(link.locator());
+  std::unique_ptr<quorvio::Reconnecting> reconnecting =
+      std::make_unique<quorvio::Reconnecting>(link.locator());
+  std::unique_ptr<quorvio::DeviceWatch> watch =
+      std::make_unique<quorvio::DeviceWatch>(std::vector<std::string>{kLoopbackInterface});
+
+  Parent() {
+    EXPECT_EQ(QV_IO_Open(&handle, link.locator().c_str(), "", nullptr, nullptr, nullptr), QV_IO_OK);
+    controllers.add(serial);
+  }
+  Parent(const Parent&) = delete;
+  Parent& operator=(const Parent&) = delete;
+  ~Parent() { EXPECT_EQ(QV_IO_Close(handle, 1), QV_IO_OK); }
+};
+
+/// Waits for an event of the parent's own device.
+bool Hears(const Parent& parent) {
+  for (;;) {
+    const auto event = parent.watch->next(kGenerous);
+    if (!event || event->device.serialNumber == parent.serial) return event.has_value();
+  }
+}
+
 /// What must hold in a child: each true is a bit. The simulated devices run in the parent.
-int UseAfresh(uint32_t parentsHandle, const std::string& locator, const std::string& serial) {
-  int holds = 0;
-  if (QV_IO_Close(parentsHandle, 1) == QV_IO_ERROR_INVALID_HANDLE) holds |= 1;
-  if (Echoed(quorvio::Channel(locator), "child") == "child") holds |= 2;
-  if (QV_IO_SetGlobalOptions("discovery-iface network:127.0.0.1") == QV_IO_OK) holds |= 4;
-  if (ListDevices(kLoopback,
-                  "only-locator\ndiscovery-timeout 500\nfind-only-available false\nfind-device-sn " + serial)
-          .text == "network:sn:" + serial)
-    holds |= 8;
+int UseAfresh(Parent& parent) {
+  int holds = QV_IO_Close(parent.handle, 1) == QV_IO_ERROR_INVALID_HANDLE ? 1 : 0;
+  if (CodeOf([&] { (void)parent.channel->read(kGenerous); }) == quorvio::Errc::invalidHandle) holds |= 2;
+  if (CodeOf([&] { parent.reconnecting->send("x"); }) == quorvio::Errc::invalidHandle) holds |= 4;
+  parent.channel.reset();
+  parent.reconnecting.reset();
+  parent.watch.reset();
+  if (Echoed(Open(parent.link), "child") == "child") holds |= 8;
+  const quorvio::DeviceWatch watch({kLoopbackInterface});
+  const auto options = "only-locator\ndiscovery-timeout 500\nfind-only-available false\nfind-device-sn ";
+  if (ListDevices(kLoopback, options + parent.serial).text == "network:sn:" + parent.serial) holds |= 16;
   return holds;
 }
 
 TEST_F(Fork, GivesTheChildAFreshStartAndLeavesTheParentAlone) {
-  const auto serial = OwnSerial("fork");
-  const EventRecorder recorder(serial);
-  ASSERT_EQ(QV_IO_SetGlobalOptions("discovery-iface network:127.0.0.1"), QV_IO_OK);
-  EchoLink link(LinkKind::Tcp);
-  const RecordedChannel channel(link.locator());
-  Controllers controllers;
-  controllers.add(serial);
-  EXPECT_TRUE(Eventually([&] { return !recorder.events().empty(); }));
+  Parent parent;
+  EXPECT_TRUE(Hears(parent));
   for (int round = 0; round < 3; ++round) {
-    EXPECT_EQ(StatusOf(ForkAndRun([&] { return UseAfresh(channel.handle(), link.locator(), serial); })), 15);
-    const auto known = recorder.events().size();
-    controllers->setAvailable(serial, round % 2 != 0);
-    EXPECT_TRUE(Eventually([&] { return recorder.events().size() > known; })) << "still hears of devices";
-    EXPECT_EQ(channel.send("parent"), QV_IO_OK);
+    auto reader = std::async(std::launch::async, [&] { return parent.channel->readExactly(6, kGenerous); });
+    EXPECT_EQ(StatusOf(ForkAndRun([&] { return UseAfresh(parent); })), 31);
+    parent.controllers->setAvailable(parent.serial, round % 2 != 0);
+    EXPECT_TRUE(Hears(parent)) << "still hears of devices";
+    parent.channel->send("parent");
+    EXPECT_EQ(reader.get(), "parent");
   }
-  EXPECT_TRUE(channel.receives("parentparentparent"));
 }
 
 TEST_F(Fork, InACallbackGoesOnInTheParentAlone) {

@@ -165,17 +165,11 @@ TEST_F(Usb, EndsASendThatIsInProgressWhenItIsClosed) {
 }
 
 TEST_F(Usb, GivesTheChipsId) {
-  const RecordedChannel channel("usb:sn:FAST");
-  char buffer[16] = "#";
-  std::size_t size = 4;
-  EXPECT_EQ(QV_IO_GetProperty(channel.handle(), "ftdi-id", buffer, &size), QV_IO_ERROR_BUFFER_TOO_SMALL);
-  EXPECT_EQ(size, 10U);
-  size = sizeof buffer;
-  EXPECT_EQ(QV_IO_GetProperty(channel.handle(), "ftdi-id", buffer, &size), QV_IO_OK);
-  EXPECT_STREQ(buffer, "4000000002");
-  EXPECT_EQ(QV_IO_GetProperty(channel.handle(), "FTDI-ID", buffer, &size), QV_IO_ERROR_PROPERTY_UNAVAILABLE);
-  const RecordedChannel without("usb:sn:SENSOR", "baudrate 9600");
-  EXPECT_EQ(QV_IO_GetProperty(without.handle(), "ftdi-id", buffer, &size), QV_IO_ERROR_NOT_SUPPORTED);
+  const quorvio::Channel channel("usb:sn:FAST");
+  EXPECT_EQ(channel.property("ftdi-id"), "4000000002");
+  EXPECT_EQ(CodeOf([&] { (void)channel.property("FTDI-ID"); }), quorvio::Errc::propertyUnavailable);
+  const quorvio::Channel without("usb:sn:SENSOR", quorvio::Options().add("baudrate", 9600));
+  EXPECT_EQ(CodeOf([&] { (void)without.property("ftdi-id"); }), quorvio::Errc::notSupported);
 }
 
 TEST_F(Usb, FailsASendAfterACallbackHasEndedTheReceiveThread) {
