@@ -72,7 +72,7 @@ TEST(Close, EndsASendToASlowPeerButNotAtOnce) {
     RawPeer peer(kind);
     auto channel = Open(peer);
     const int fd = peer.fd();
-    auto send = Sending(channel, 256);
+    auto send = Sending(channel, 64);
     EXPECT_TRUE(Eventually([&] { return HasUnread(fd); }));
     const auto started = std::chrono::steady_clock::now();
     auto close = std::async(std::launch::async, [&] { channel.close(); });
