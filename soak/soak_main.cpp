@@ -1,98 +1,120 @@
-// The soak: 64 channels of all kinds under everything that may happen to them, for as many minutes as wanted.
+// The soak: channels of all kinds, more than there are handles, under everything that may happen to them, for
+// as many minutes as wanted.
 
-#include <csignal>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
+#include <exception>
 #include <string>
 #include <vector>
 
-#include "conversation.h"
-#include "listings.h"
-#include "network_life.h"
-#include "quorvio/quorvio.h"
-#include "resource_watch.h"
-#include "signals.h"
+#include "life.h"
+#include "process.h"
+#include "quorvio/quorvio.hpp"
 #include "tests/support/private_network.h"
 #include "tests/support/wait.h"
-#include "visitor.h"
 
 namespace qvsoak {
 namespace {
 
 using namespace std::chrono_literals;
 
-constexpr std::size_t kVisitors = 3;
-constexpr std::size_t kListers = 8;
-constexpr std::size_t kFaultMakers = 2;
+constexpr auto kPatience = 90s;  ///< for one life
+constexpr int kHangs = 3;        ///< exit status
 
-std::vector<std::string> ChipNames() {
-  std::vector<std::string> names{kSteadyChip};
-  for (std::size_t number = 0; number < QV_IO_HANDLE_COUNT; ++number)
-    names.push_back(Conversation::chipName(number));
-  for (std::size_t number = 0; number < kVisitors; ++number) names.push_back(Visitor::chipName(number));
-  return names;
-}
+constexpr std::array kLives{Life{"USB conversations", 24, ConverseOverUsb},
+                            Life{"terminal conversations", 24, ConverseOverTerminal},
+                            Life{"TCP conversations", 24, ConverseOverTcp},
+                            Life{"visits", 3, Visit},
+                            Life{"opens by serial number", 1, OpenBySerialNumber},
+                            Life{"listings", 8, List},
+                            Life{"changes of a controller", 1, ChangeController},
+                            Life{"changes of the settings", 1, SwitchSettings},
+                            Life{"interface down and up", 1, SwitchInterface},
+                            Life{"pairs of signals", 1, SendSignals}};
 
-/// Everything that takes part, before the first thread starts.
-struct Scene {
-  Scene(Ledger& ledger, bool hasInterface) : life(ledger, hasInterface) {
-    SetChips(workshop, ChipNames());
-    for (std::size_t number = 0; number < QV_IO_HANDLE_COUNT; ++number)
-      conversations.emplace_back(kKinds.at(number % kKinds.size()), number, workshop, ledger, pace);
-    for (std::size_t number = 0; number < kVisitors; ++number)
-      visitors.emplace_back(number, workshop, ledger);
+/// A thread of the program and what it is doing.
+struct Runner {
+  const Life* life;
+  Place place;
+  std::atomic<Clock::time_point> began = Clock::now();
+  std::atomic<bool> hasEnded = false;
+  std::thread thread;
+
+  void run() {
+    auto& report = place.scene.report;
+    while (Clock::now() < place.end) {
+      began = Clock::now();
+      try {
+        life->live(place);
+        report.count(std::string("lives: ") + life->name);
+      } catch (const quorvio::Error& error) {
+        if (error.code() == quorvio::Errc::noFreeHandle)
+          report.count("opens without a free handle");
+        else
+          report.violation(std::string(life->name) + ": " + error.what());
+        place.pause(5ms, 20ms);
+      } catch (const std::exception& failure) {
+        report.violation(std::string(life->name) + ": " + failure.what());
+      }
+    }
+    hasEnded = true;
   }
-
-  Workshop workshop;
-  Pace pace;
-  NetworkLife life;
-  std::deque<Conversation> conversations;
-  std::deque<Visitor> visitors;
 };
 
-void MakeFaults(Worker& worker, std::deque<Conversation>& conversations) {
-  while (worker.again()) {
-    auto& random = worker.random();
-    auto& target = conversations.at(Draw<std::size_t>(random, 0, conversations.size() - 1));
-    worker.doing("makes a fault");
-    if (Draw(random, 0, 2) != 0) {
-      target.makeFault(random);
-    } else {
-      target.stall(true);
-      worker.pause(20ms, 200ms);
-      target.stall(false);
+void StartAll(std::deque<Runner>& runners, Scene& scene, Clock::time_point end) {
+  for (const auto& life : kLives) {
+    for (std::size_t i = 0; i < life.threads; ++i) {
+      const auto number = runners.size();
+      auto& runner = runners.emplace_back(
+          &life, Place{scene, number, end, std::minstd_rand(static_cast<unsigned>(number + 1))});
+      runner.thread = std::thread([&runner] { runner.run(); });
     }
-    worker.pause(10ms, 100ms);
   }
 }
 
-void StartAll(Workers& workers, Scene& scene, Ledger& ledger, ResourceWatch& watch) {
-  for (auto& conversation : scene.conversations)
-    workers.start("channel", [&](Worker& worker) { conversation.run(worker); });
-  for (auto& visitor : scene.visitors) workers.start("visitor", [&](Worker& worker) { visitor.run(worker); });
-  for (std::size_t number = 0; number < kListers; ++number)
-    workers.start("lister", [&, number](Worker& worker) { ListAllTheTime(worker, ledger, number); });
-  for (std::size_t number = 0; number < kFaultMakers; ++number)
-    workers.start("fault maker", [&](Worker& worker) { MakeFaults(worker, scene.conversations); });
-  workers.start("controllers", [&](Worker& worker) { scene.life.changeControllers(worker); });
-  workers.start("settings", [&](Worker& worker) { scene.life.switchSettings(worker); });
-  workers.start("interface", [&](Worker& worker) { scene.life.switchInterface(worker); });
-  workers.start("signals", [&](Worker& worker) { SendSignals(worker, workers, ledger); });
-  workers.start("resources", [&](Worker& worker) { watch.run(worker, scene.pace); });
+/// Ends the program if a life takes too long.
+void RequireProgress(const std::deque<Runner>& runners) {
+  const auto hangs = [](const Runner& runner) {
+    return !runner.hasEnded && Clock::now() - runner.began.load() > kPatience;
+  };
+  if (std::ranges::none_of(runners, hangs)) return;
+  for (const auto& runner : runners) {
+    if (hangs(runner)) std::printf("soak: one of the %s hangs\n", runner.life->name);
+  }
+  DescribeThreads();
+  std::_Exit(kHangs);
 }
 
-/// Makes what the stand-in driver and the library make but once.
+std::vector<Resources> WatchUntilEnd(std::deque<Runner>& runners) {
+  std::vector<Resources> samples;
+  const auto isRunning = [](const Runner& runner) { return !runner.hasEnded; };
+  while (std::ranges::any_of(runners, isRunning)) {
+    std::this_thread::sleep_for(1s);
+    RequireProgress(runners);
+    if (Clock::now() < runners.front().place.end) samples.push_back(Resources::now());
+  }
+  for (auto& runner : runners) runner.thread.join();
+  return samples;
+}
+
+void PlugInChips(const Scene& scene) {
+  std::vector<std::string> names{kSteadyChip};
+  for (const auto& life : kLives) {
+    for (std::size_t i = 0; i < life.threads; ++i) names.push_back(ChipName(names.size() - 1));
+  }
+  SetChips(scene.workshop, names);
+}
+
+/// Makes what the stand-in driver and the library make only once.
 void WarmUp(Scene& scene) {
-  uint32_t handle = 0;
-  const auto locator = "usb:sn:" + Visitor::chipName(0);
-  if (QV_IO_Open(&handle, locator.c_str(), "", nullptr, nullptr, nullptr) != QV_IO_OK)
-    throw std::runtime_error("a chip cannot be opened");
-  QV_IO_Close(handle, 1);
+  PlugInChips(scene);
+  const quorvio::Channel channel("usb:sn:" + ChipName(0));
   scene.workshop.loop.run([] {});
 }
 
-void RequireNothingLeft(const Scene& scene, const Resources& before, Ledger& ledger) {
+void RequireNothingLeft(Scene& scene, const Resources& before) {
   const auto openChips = scene.workshop.standIn.find<decltype(QVSIM_OpenHandles)>("QVSIM_OpenHandles");
   const auto isBack = [&] {
     const auto now = Resources::now();
@@ -102,32 +124,30 @@ void RequireNothingLeft(const Scene& scene, const Resources& before, Ledger& led
   const auto after = Resources::now();
   std::printf("  threads %zu before and %zu after, descriptors %zu and %zu, chips left open %zu\n",
               before.threads, after.threads, before.descriptors, after.descriptors, openChips());
-  if (!allGone) ledger.violation("something is left behind");
+  if (!allGone) scene.report.violation("something is left behind");
 }
 
 int Soak(double minutes) {
   CountSignals();
   const qvtest::PrivateNetwork network;
-  const bool hasInterface = network.entered() && qvtest::PrivateNetwork::addPair("qvsoak", "10.77.9.1");
-  if (!hasInterface) std::puts("soak: no private network to be had: without an interface that goes down");
-  Ledger ledger;
-  Scene scene(ledger, hasInterface);
+  const bool hasInterface =
+      network.entered() && qvtest::PrivateNetwork::addPair("qvsoak", NetworkSide::kAddress);
+  if (!hasInterface) std::puts("soak: no private network: without an interface that goes down");
+  Scene scene(hasInterface);
   WarmUp(scene);
-  ResourceWatch watch;
-  const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(minutes * 60s);
-  Workers workers(end);
   const auto before = Resources::now();
-  StartAll(workers, scene, ledger, watch);
-  workers.join();
-  scene.life.settle();
-  for (auto& conversation : scene.conversations) conversation.settle();
-  std::printf("%.2f minutes, %d channels\n", minutes, QV_IO_HANDLE_COUNT);
-  watch.judge(ledger);
-  RequireNothingLeft(scene, before, ledger);
-  if (const auto signals = UnexpectedSignals({SIGUSR1, SIGALRM, SIGCHLD}); !signals.empty())
-    ledger.violation("signals: " + signals);
-  ledger.print();
-  return ledger.violations() == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+  std::deque<Runner> runners;
+  StartAll(runners, scene, Clock::now() + std::chrono::duration_cast<Clock::duration>(minutes * 60s));
+  const auto samples = WatchUntilEnd(runners);
+  scene.network.settle();
+
+  std::printf("%.2f minutes, %zu threads\n", minutes, runners.size());
+  JudgeResources(samples, scene.report);
+  RequireNothingLeft(scene, before);
+  if (const auto signals = UnexpectedSignals(); !signals.empty())
+    scene.report.violation("signals: " + signals);
+  scene.report.print();
+  return scene.report.violations() == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 }  // namespace
