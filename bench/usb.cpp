@@ -1,45 +1,28 @@
-// USB through the stand-in driver, beside a hand-written receive thread over the same driver. To be run with
-// LD_LIBRARY_PATH=BUILD/lib/sim.
+// USB through the stand-in driver, beside a hand-written receive thread on the same driver.
 
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <chrono>
-#include <cstdlib>
 #include <string>
 #include <thread>
-#include <vector>
 
-#include "descriptor.h"
-#include "inbox.h"
+#include "contestants.h"
 #include "io/ftdi/driver.h"
 #include "io/ftdi/receive_event.h"
-#include "limit_table.h"
-#include "quorvio/quorvio.h"
-#include "sim/ftdi/stand_in.h"
+#include "sim/peer.h"
 
 namespace qvbench {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-using Microseconds = std::chrono::duration<double, std::micro>;
-
-constexpr std::size_t kMessage = 64;
-constexpr int kRounds = 61;
-constexpr int kPerRound = 500;
+constexpr int kRoundTrips = 500;
 constexpr std::size_t kChips = 64;
-
-void SetChips(const std::string& chips) {
-  const auto set = qvsim::StandIn().find<decltype(QVSIM_SetChips)>("QVSIM_SetChips");
-  Require(set(chips.c_str()) == 1, "QVSIM_SetChips");
-}
-
-uint64_t TotalCalls() { return qvsim::StandIn().find<decltype(QVSIM_TotalCalls)>("QVSIM_TotalCalls")(); }
+constexpr uint32_t kMessage = 64;
+using Message = std::array<uint8_t, kMessage>;
 
 /// What an application would write for itself: a thread that sleeps in the driver's event, asks, and reads.
-class HandWritten {
+class HandWrittenUsb {
  public:
-  HandWritten() {
+  HandWrittenUsb() {
     Require(driver_.ensureLoaded(), "driver");
     uint32_t count = 0;
     std::string serial = "OTHER";
@@ -50,9 +33,9 @@ class HandWritten {
             "FT_SetEventNotification");
     thread_ = std::thread([this] { run(); });
   }
-  HandWritten(const HandWritten&) = delete;
-  HandWritten& operator=(const HandWritten&) = delete;
-  ~HandWritten() {
+  HandWrittenUsb(const HandWrittenUsb&) = delete;
+  HandWrittenUsb& operator=(const HandWrittenUsb&) = delete;
+  ~HandWrittenUsb() {
     {
       const std::lock_guard lock(event_);
       ended_ = true;
@@ -62,11 +45,11 @@ class HandWritten {
     ft().FT_Close(chip_);
   }
 
-  void roundTrip(std::array<uint8_t, kMessage>& message) {
+  void send(Message& message) {
     uint32_t written = 0;
-    Require(ft().FT_Write(chip_, message.data(), kMessage, &written) == 0 && written == kMessage, "FT_Write");
-    inbox_.await(kMessage);
+    Require(ft().FT_Write(chip_, message.data(), kMessage, &written) == 0, "FT_Write");
   }
+  void receive(std::size_t bytes) { inbox_.await(bytes); }
 
  private:
   [[nodiscard]] const qvio::D2xxFunctions& ft() const { return driver_.functions(); }
@@ -101,92 +84,56 @@ class HandWritten {
   std::thread thread_;
 };
 
-class Library {
- public:
-  Library() {
-    Require(QV_IO_Open(&handle_, "usb:sn:ECHO", "", &inbox_, &Library::onReceive, nullptr) == QV_IO_OK,
-            "QV_IO_Open");
-  }
-  Library(const Library&) = delete;
-  Library& operator=(const Library&) = delete;
-  ~Library() { QV_IO_Close(handle_, 1); }
-
-  void roundTrip(std::array<uint8_t, kMessage>& message) {
-    Require(QV_IO_Send(handle_, message.data(), message.size()) == QV_IO_OK, "QV_IO_Send");
-    inbox_.await(kMessage);
-  }
-
- private:
-  static void onReceive(void* inbox, const uint8_t* /*data*/, std::size_t length) {
-    static_cast<Inbox*>(inbox)->add(length);
-  }
-
-  Inbox inbox_;
-  uint32_t handle_ = 0;
-};
-
-template <class Contestant>
-double Time(Contestant& contestant) {
-  std::array<uint8_t, kMessage> message{};
-  const auto begin = Clock::now();
-  for (int i = 0; i < kPerRound; ++i) contestant.roundTrip(message);
-  return Microseconds(Clock::now() - begin).count() / kPerRound;
-}
-
-double Median(std::vector<double>& times) {
-  std::ranges::sort(times);
-  return times[times.size() / 2];
-}
-
-void MeasureRoundTrips() {
-  SetChips("desc=\"Quorvi DRV-I\" serial=ECHO link=echo\ndesc=\"Quorvi DRV-I\" serial=OTHER link=echo\n");
-  Library library;
-  HandWritten handWritten;
-  std::vector<double> ours;
-  std::vector<double> theirs;
-  std::vector<double> ratios;
-  for (int round = 0; round < kRounds; ++round) {  // by turns, so that both meet the same machine
-    ours.push_back(Time(library));
-    theirs.push_back(Time(handWritten));
-    ratios.push_back(ours.back() / theirs.back());
-  }
-  PrintLimit("64-byte round trip, USB", Median(ours), -1, "us");
-  PrintLimit("64-byte round trip, USB, hand-written thread", Median(theirs), -1, "us");
-  PrintLimit("64-byte round trip, USB, against the hand-written thread", Median(ratios), 1.2, "of its time");
-}
-
-void MeasureListing() {
-  std::string chips;
-  for (std::size_t i = 0; i < kChips; ++i)
-    chips += "desc=\"Quorvi DRV2\" serial=BENCH-" + std::to_string(i) + "\n";
-  SetChips(chips);
-  std::array<char, 65536> text{};
-  const auto list = [&](const char* options) {
-    std::size_t size = text.size();
-    Require(QV_IO_EnumerateDevices(QV_IO_INTERFACE_ALL, options, text.data(), &size) == QV_IO_OK, "listing");
+void RoundTrips(benchmark::State& state) {
+  qvsim::Workshop workshop;
+  SetChips(workshop, std::array<std::string, 2>{"ECHO", "OTHER"});
+  Library library(*MakePeer(qvsim::Link::Usb, workshop, "ECHO"));
+  HandWrittenUsb handWritten;
+  Message message{};
+  const auto roundTrip = [&](auto& contestant) {
+    contestant.send(message);
+    contestant.receive(message.size());
   };
-  list("iface-type usb\nonly-locator\nforce-rescan");
-  const auto calls = TotalCalls();
-  const char* const kinds[] = {"iface-type usb\nonly-locator",
-                               "iface-type usb\ninclude-locator\ninclude-device-sn\ninclude-usb-desc"};
-  for (const auto* options : kinds) {
-    std::vector<double> times;
-    for (int i = 0; i < kRounds; ++i) {
-      const auto begin = Clock::now();
-      list(options);
-      times.push_back(Microseconds(Clock::now() - begin).count());
-    }
-    const auto what =
-        std::string("listing of 64 chips from the cache, ") + (options == kinds[0] ? "locators" : "records");
-    PrintLimit(what.c_str(), Median(times), 100, "us");
-  }
-  PrintLimit("driver calls in these listings", static_cast<double>(TotalCalls() - calls), 0, "");
+  CompareByTurns(
+      state, kRoundTrips, [&] { roundTrip(library); }, [&] { roundTrip(handWritten); });
 }
+
+void List(const std::string& options) {
+  std::array<char, 65536> text{};
+  std::size_t size = text.size();
+  Require(QV_IO_EnumerateDevices(QV_IO_INTERFACE_ALL, options.c_str(), text.data(), &size) == QV_IO_OK,
+          "listing");
+}
+
+void ListFromCache(benchmark::State& state, const std::string& options) {
+  qvsim::Workshop workshop;
+  std::vector<std::string> chips;
+  for (std::size_t i = 0; i < kChips; ++i) chips.push_back("BENCH-" + std::to_string(i));
+  SetChips(workshop, chips);
+  const auto calls = workshop.standIn.find<decltype(QVSIM_TotalCalls)>("QVSIM_TotalCalls");
+  List("iface-type usb\nonly-locator\nforce-rescan");
+  const auto before = calls();
+  for (auto _ : state) List(options);
+  state.counters["driver_calls"] = static_cast<double>(calls() - before);
+}
+
+[[maybe_unused]] const bool kRegistered = [] {
+  constexpr int kListings = 500;  // within the time for which the list is kept
+  benchmark::RegisterBenchmark("64-byte round trip, USB | hand-written thread", RoundTrips)
+      ->UseManualTime()
+      ->Unit(benchmark::kMicrosecond)
+      ->Iterations(kRoundTrips);
+  constexpr std::array<const char*, 2> kWhat{"only-locator",
+                                             "include-locator\ninclude-device-sn\ninclude-usb-desc"};
+  for (const std::string what : kWhat)
+    benchmark::RegisterBenchmark(
+        ("listing of 64 chips from the cache, " + what.substr(0, what.find('\n'))).c_str(),
+        [=](auto& state) { ListFromCache(state, "iface-type usb\n" + what); })
+        ->UseRealTime()
+        ->Unit(benchmark::kMicrosecond)
+        ->Iterations(kListings);
+  return true;
+}();
 
 }  // namespace
 }  // namespace qvbench
-
-int main() {
-  qvbench::MeasureRoundTrips();
-  qvbench::MeasureListing();
-}

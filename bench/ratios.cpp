@@ -1,0 +1,146 @@
+// The library beside other code that does the same.
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "contestants.h"
+#include "far_end.h"
+#include "quorvio/quorvio.hpp"
+
+namespace qvbench {
+namespace {
+
+constexpr std::size_t kLargeMessage = std::size_t{64} << 20U;
+constexpr int kRoundTrips = 500;  // short, so that a disturbance of the machine does not meet one side alone
+constexpr std::chrono::seconds kPatience{10};
+
+// One piece of work of each kind, for any contestant.
+
+template <class Contestant>
+void RoundTrip(Contestant& contestant) {
+  const std::array<uint8_t, 64> request{};
+  contestant.send(request);
+  contestant.receive(request.size());
+}
+
+template <class Contestant>
+void Receive(Contestant& contestant) {
+  contestant.send(std::array<uint8_t, 1>{});
+  contestant.receive(kBulk);
+}
+
+template <class Contestant>
+void Send(Contestant& contestant) {
+  static const std::vector<uint8_t> piece(kLargePiece);
+  for (std::size_t sent = 0; sent < kBulk; sent += piece.size()) contestant.send(piece);
+  contestant.receive(1);
+}
+
+/// All bytes in one send while they come back.
+template <class Contestant>
+void EchoLargeMessage(Contestant& contestant) {
+  static const std::vector<uint8_t> message(kLargeMessage);
+  contestant.send(message);
+  contestant.receive(message.size());
+}
+
+template <class Client>
+void Query(Client& client) {
+  static const std::string request = std::string(63, 'x') + '\n';
+  Require(client.ask(request).size() == 63, "whole answer");
+}
+
+/// A client that asks and waits, as applications write it: received text under a lock.
+template <class Transport>
+class LineClient {
+ public:
+  static constexpr const char* kName = Transport::kName;
+
+  explicit LineClient(const Address& address) : transport_(address, this, onReceive) {}
+
+  std::string ask(std::string_view request) {
+    std::unique_lock lock(mutex_);
+    received_.clear();
+    lock.unlock();
+    transport_.send({reinterpret_cast<const uint8_t*>(request.data()), request.size()});
+    lock.lock();
+    std::size_t end = 0;
+    const auto isComplete = [&] { return (end = received_.find('\n')) != std::string::npos; };
+    Require(arrived_.wait_for(lock, kPatience, isComplete), "answer");
+    return received_.substr(0, end);
+  }
+
+ private:
+  static void onReceive(void* self, const uint8_t* data, std::size_t length) {
+    auto& client = *static_cast<LineClient*>(self);
+    {
+      const std::lock_guard lock(client.mutex_);
+      client.received_.append(reinterpret_cast<const char*>(data), length);
+    }
+    client.arrived_.notify_one();
+  }
+
+  std::mutex mutex_;  ///< guards received_
+  std::condition_variable arrived_;
+  std::string received_;
+  Transport transport_;
+};
+
+/// quorvio.hpp.
+class QueryClient {
+ public:
+  explicit QueryClient(const Address& address)
+      : channel_(address.locator(), quorvio::Options::fromLines(address.options())) {}
+
+  std::string ask(std::string_view request) { return channel_.query(request, "\n", kPatience); }
+
+ private:
+  quorvio::Channel channel_;
+};
+
+template <class Contestant>
+using Work = void (*)(Contestant&);
+
+/// A row: the same work by both, each with a far end of its own.
+template <class Ours, class Theirs>
+void Register(const std::string& name, int count, Line line, FarEnd::Script script, Work<Ours> work,
+              Work<Theirs> theirWork) {
+  benchmark::RegisterBenchmark((name + " | " + Theirs::kName).c_str(),
+                               [=](benchmark::State& state) {
+                                 const FarEnd farEnd(line, script);
+                                 const FarEnd theirFarEnd(line, script);
+                                 Ours ours(farEnd.address());
+                                 Theirs theirs(theirFarEnd.address());
+                                 CompareByTurns(
+                                     state, count, [&] { work(ours); }, [&] { theirWork(theirs); });
+                               })
+      ->UseManualTime()
+      ->Iterations(count)
+      ->Unit(count == 1 ? benchmark::kMillisecond : benchmark::kMicrosecond);
+}
+
+template <class Other>
+void RegisterAgainst() {
+  Register<Library, Other>("64-byte round trip, TCP", kRoundTrips, Line::Tcp, Echo, RoundTrip, RoundTrip);
+  Register<Library, Other>("64-byte round trip, terminal", kRoundTrips, Line::Terminal, Echo, RoundTrip,
+                           RoundTrip);
+  Register<Library, Other>("receive 512 MiB, TCP", 1, Line::Tcp, Flood, Receive, Receive);
+  Register<Library, Other>("send 512 MiB in 64-KiB pieces, TCP", 1, Line::Tcp, Swallow, Send, Send);
+  Register<Library, Other>("64 MiB in one send and back, TCP", 1, Line::Tcp, Echo, EchoLargeMessage,
+                           EchoLargeMessage);
+}
+
+[[maybe_unused]] const bool kRegistered = [] {
+  RegisterAgainst<HandWritten>();
+  RegisterAgainst<AsioStream>();
+  const char* const query = "64-byte query, TCP";
+  Register<QueryClient, LineClient<HandWritten>>(query, kRoundTrips, Line::Tcp, Echo, Query, Query);
+  Register<QueryClient, LineClient<Library>>(query, kRoundTrips, Line::Tcp, Echo, Query, Query);
+  return true;
+}();
+
+}  // namespace
+}  // namespace qvbench
