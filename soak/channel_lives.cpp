@@ -218,22 +218,6 @@ constexpr std::array kEndings{
     Ending{"closed after the peer was lost", &Talk::losePeer, false},
     Ending{"closed, peer lost during a blocked send", &Talk::losePeerInBlockedSend, false}};
 
-/// A peer and the channels to it, one after the other.
-void Converse(Place& place, Link link) {
-  const auto peer = MakePeer(link, place.scene.workshop, ChipName(place.number));
-  const auto longest = place.number % 8 == 0 ? 20'000 : 3000;
-  bool hasPeer = true;
-  while (hasPeer && Clock::now() < place.end) {
-    Talk talk(place, link, *peer);
-    talk.exchangeUntil(
-        std::min(place.end, Clock::now() + std::chrono::milliseconds(place.draw(20, longest))));
-    const auto& ending = kEndings.at(place.draw<std::size_t>(0, kEndings.size() - 1));
-    std::invoke(ending.end, talk);
-    place.scene.report.count(NameOf(link) + ": " + ending.name);
-    hasPeer = ending.keepsPeer;
-  }
-}
-
 // Visits use the C functions: quorvio.hpp cannot close without wait, and drops callbacks that come after a
 // close, which must be noticed here.
 
@@ -298,9 +282,21 @@ void CloseInCallback(uint32_t handle, Witness& witness) {
 
 }  // namespace
 
-void ConverseOverUsb(Place& place) { Converse(place, Link::Usb); }
-void ConverseOverTerminal(Place& place) { Converse(place, Link::Terminal); }
-void ConverseOverTcp(Place& place) { Converse(place, Link::Tcp); }
+/// A peer and the channels to it, one after the other.
+void Converse(Place& place, Link link) {
+  const auto peer = MakePeer(link, place.scene.workshop, ChipName(place.number));
+  const auto longest = place.number % 8 == 0 ? 20'000 : 3000;
+  bool hasPeer = true;
+  while (hasPeer && Clock::now() < place.end) {
+    Talk talk(place, link, *peer);
+    talk.exchangeUntil(
+        std::min(place.end, Clock::now() + std::chrono::milliseconds(place.draw(20, longest))));
+    const auto& ending = kEndings.at(place.draw<std::size_t>(0, kEndings.size() - 1));
+    std::invoke(ending.end, talk);
+    place.scene.report.count(NameOf(link) + ": " + ending.name);
+    hasPeer = ending.keepsPeer;
+  }
+}
 
 /// Opens a device and closes it at once, in every way, with bytes on their way or not.
 void Visit(Place& place) {

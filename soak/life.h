@@ -1,19 +1,42 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstddef>
+#include <optional>
 #include <random>
 #include <string>
 #include <thread>
 
-#include "network_side.h"
 #include "report.h"
+#include "sim/controller.h"
+#include "sim/controller_group.h"
 #include "sim/peer.h"
 
 namespace qvsoak {
 
 using Clock = std::chrono::steady_clock;
+
+/// The controllers that discovery finds, and what the event callback needs.
+struct NetworkSide {
+  static constexpr int kControllers = 20;
+  static constexpr const char* kAddress = "10.77.9.1";
+
+  /// @param hasInterface  the interface qvsoak with kAddress exists, in a network of our own
+  NetworkSide(Report& report, bool hasInterface);
+
+  /// After all lives: nothing is watched, and all controllers are back.
+  void settle();
+
+  static std::string serialNumber(int number) { return "SOAK-NET-" + std::to_string(number); }
+
+  Report& report;
+  qvsim::EventLoop loop;  ///< not the one of the channels: answers must not wait for their traffic
+  qvsim::ControllerGroup onLoopback;
+  std::optional<qvsim::ControllerGroup> onInterface;
+  std::atomic<bool> expectsEvents = false;
+};
 
 /// What all lives share.
 struct Scene {
@@ -55,9 +78,7 @@ struct Life {
 inline std::string ChipName(std::size_t number) { return "SOAK-" + std::to_string(number); }
 
 // Lives of channels (channel_lives.cpp).
-void ConverseOverUsb(Place& place);
-void ConverseOverTerminal(Place& place);
-void ConverseOverTcp(Place& place);
+void Converse(Place& place, qvsim::Link link);
 void Visit(Place& place);
 
 // Lives around discovery (network_lives.cpp).

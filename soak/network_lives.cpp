@@ -4,7 +4,6 @@
 #include <system_error>
 
 #include "life.h"
-#include "network_side.h"
 #include "quorvio/quorvio.hpp"
 #include "tests/support/private_network.h"
 

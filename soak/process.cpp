@@ -22,9 +22,8 @@ namespace {
 using namespace std::chrono_literals;
 
 // A handler reaches only what is static.
-std::array<std::atomic<uint64_t>, NSIG> counts{};
-std::atomic<uint64_t> onLibraryThreads = 0;
-static_assert(std::atomic<uint64_t>::is_always_lock_free);
+std::atomic<int> lastUnexpected = 0;
+std::atomic<bool> metLibraryThread = false;
 
 /// Those that report a fault of the program, end it for the user, or belong to the terminal's job control.
 constexpr std::array kLeftAlone{SIGKILL, SIGSTOP, SIGSEGV, SIGBUS,  SIGFPE,  SIGILL,  SIGABRT,
@@ -32,11 +31,11 @@ constexpr std::array kLeftAlone{SIGKILL, SIGSTOP, SIGSEGV, SIGBUS,  SIGFPE,  SIG
 /// Those of SendSignals, and the end of a program that was run.
 constexpr std::array kExpected{SIGUSR1, SIGALRM, SIGCHLD};
 
-void Count(int number) {
-  ++counts[static_cast<std::size_t>(number)];  // NOLINT(*-constant-array-index): a signal's number
+void Note(int number) {
+  if (std::ranges::find(kExpected, number) == kExpected.end()) lastUnexpected = number;
   std::array<char, 16> name{};
   ::prctl(PR_GET_NAME, name.data());
-  if (std::string_view(name.data()).starts_with("qvio-")) ++onLibraryThreads;
+  if (std::string_view(name.data()).starts_with("qvio-")) metLibraryThread = true;
 }
 
 std::size_t ResidentKiB() {
@@ -54,12 +53,10 @@ struct Watched {
   const char* name;
   std::size_t Resources::*value;
   std::size_t growth;
-  std::size_t growthInShortRun;
 };
-constexpr std::array kWatched{Watched{"threads", &Resources::threads, 8, 16},
-                              Watched{"descriptors", &Resources::descriptors, 16, 48},
-                              Watched{"resident KiB", &Resources::residentKiB, 4096, 16384}};
-constexpr std::size_t kLongThird = 60;  // samples
+constexpr std::array kWatched{Watched{"threads", &Resources::threads, 16},
+                              Watched{"descriptors", &Resources::descriptors, 48},
+                              Watched{"resident KiB", &Resources::residentKiB, 16384}};
 
 /// Sanitizers keep what was freed for a while, and find leaks on their own.
 constexpr bool kJudgesMemory = !SOAK_SANITIZED;
@@ -80,23 +77,17 @@ std::string FirstLine(const std::string& task, const char* file) {
 
 }  // namespace
 
-void CountSignals() {
+void WatchSignals() {
   struct sigaction action {};
-  action.sa_handler = Count;  // without SA_RESTART
+  action.sa_handler = Note;  // without SA_RESTART
   for (int number = 1; number < NSIG; ++number) {
     if (std::ranges::find(kLeftAlone, number) == kLeftAlone.end()) ::sigaction(number, &action, nullptr);
   }
 }
 
-std::string UnexpectedSignals() {
-  std::string text;
-  for (int number = 1; number < NSIG; ++number) {
-    const auto count = counts.at(static_cast<std::size_t>(number)).load();
-    if (count != 0 && std::ranges::find(kExpected, number) == kExpected.end())
-      text += std::to_string(count) + " x signal " + std::to_string(number) + ' ';
-  }
-  if (onLibraryThreads != 0) text += std::to_string(onLibraryThreads) + " on threads of the library";
-  return text;
+void JudgeSignals(Report& report) {
+  if (lastUnexpected != 0) report.violation("signal " + std::to_string(lastUnexpected) + " was raised");
+  if (metLibraryThread) report.violation("a signal handler ran on a thread of the library");
 }
 
 /// To one thread, whichever it is, and to the process.
@@ -115,8 +106,7 @@ Resources Resources::now() {
 void JudgeResources(std::span<const Resources> samples, Report& report) {
   const auto third = samples.size() / 3;
   if (third == 0) return;
-  for (const auto& [name, value, growthInLongRun, growthInShortRun] : kWatched) {
-    const auto growth = third < kLongThird ? growthInShortRun : growthInLongRun;
+  for (const auto& [name, value, growth] : kWatched) {
     const auto second = Median(samples.subspan(third, third), value);
     const auto last = Median(samples.last(third), value);
     std::printf("  %-14s median of the second third %zu, of the last %zu (at most %zu more)\n", name, second,

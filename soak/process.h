@@ -1,19 +1,17 @@
 #pragma once
 
 #include <span>
-#include <string>
 
 #include "report.h"
 
 namespace qvsoak {
 
-/// Counts every signal from now on, but for those by which the user ends the program. System calls are
+/// Notes every signal from now on, but for those by which the user ends the program. System calls are
 /// interrupted by them.
-void CountSignals();
+void WatchSignals();
 
-/// Signals that were counted and are not those of SendSignals, and any on a thread of the library; empty
-/// when there were none.
-std::string UnexpectedSignals();
+/// Signals other than those of SendSignals are violations, and any on a thread of the library.
+void JudgeSignals(Report& report);
 
 /// Threads, descriptors and memory of this process at one moment.
 struct Resources {

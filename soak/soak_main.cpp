@@ -19,20 +19,22 @@ namespace qvsoak {
 namespace {
 
 using namespace std::chrono_literals;
+using qvsim::Link;
 
 constexpr auto kPatience = 90s;  ///< for one life
 constexpr int kHangs = 3;        ///< exit status
 
-constexpr std::array kLives{Life{"USB conversations", 24, ConverseOverUsb},
-                            Life{"terminal conversations", 24, ConverseOverTerminal},
-                            Life{"TCP conversations", 24, ConverseOverTcp},
-                            Life{"visits", 3, Visit},
-                            Life{"opens by serial number", 1, OpenBySerialNumber},
-                            Life{"listings", 8, List},
-                            Life{"changes of a controller", 1, ChangeController},
-                            Life{"changes of the settings", 1, SwitchSettings},
-                            Life{"interface down and up", 1, SwitchInterface},
-                            Life{"pairs of signals", 1, SendSignals}};
+constexpr std::array kLives{
+    Life{"USB conversations", 24, [](Place& place) { Converse(place, Link::Usb); }},
+    Life{"terminal conversations", 24, [](Place& place) { Converse(place, Link::Terminal); }},
+    Life{"TCP conversations", 24, [](Place& place) { Converse(place, Link::Tcp); }},
+    Life{"visits", 3, Visit},
+    Life{"opens by serial number", 1, OpenBySerialNumber},
+    Life{"listings", 8, List},
+    Life{"changes of a controller", 1, ChangeController},
+    Life{"changes of the settings", 1, SwitchSettings},
+    Life{"interface down and up", 1, SwitchInterface},
+    Life{"pairs of signals", 1, SendSignals}};
 
 /// A thread of the program and what it is doing.
 struct Runner {
@@ -128,7 +130,7 @@ void RequireNothingLeft(Scene& scene, const Resources& before) {
 }
 
 int Soak(double minutes) {
-  CountSignals();
+  WatchSignals();
   const qvtest::PrivateNetwork network;
   const bool hasInterface =
       network.entered() && qvtest::PrivateNetwork::addPair("qvsoak", NetworkSide::kAddress);
@@ -144,8 +146,7 @@ int Soak(double minutes) {
   std::printf("%.2f minutes, %zu threads\n", minutes, runners.size());
   JudgeResources(samples, scene.report);
   RequireNothingLeft(scene, before);
-  if (const auto signals = UnexpectedSignals(); !signals.empty())
-    scene.report.violation("signals: " + signals);
+  JudgeSignals(scene.report);
   scene.report.print();
   return scene.report.violations() == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }
