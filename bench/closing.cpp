@@ -145,10 +145,11 @@ void Measure(benchmark::State& state, Link link, const Row& row) {
   for (std::size_t i = 0; i < row.together; ++i) chips.push_back("CLOSE-" + std::to_string(i));
   SetChips(workshop, chips);
   std::vector<double> times;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     std::deque<Subject> subjects;
     for (const auto& chip : chips) row.enter(subjects.emplace_back(link, workshop, chip));
     std::vector<std::future<Milliseconds>> closes;
+    closes.reserve(subjects.size());
     for (auto& subject : subjects)
       closes.push_back(std::async(std::launch::async, [&] { return row.close(subject); }));
     for (auto& close : closes) times.push_back(close.get().count());

@@ -80,7 +80,7 @@ void ListControllers(benchmark::State& state) {
   std::size_t fewest = expected;
   double slowest = 0;
   double processor = 0;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     const auto processorBefore = ProcessorTime();
     const auto began = std::chrono::steady_clock::now();
     const auto devices = List(options);
@@ -100,7 +100,7 @@ void OpenBySerialNumber(benchmark::State& state) {
   const Controllers controllers(64);
   const auto iface = Options().add("iface", "network:127.0.0.1");
   Require(List(iface) == 64, "controllers");
-  for (auto _ : state) const quorvio::Channel channel("network:sn:BENCH-7", iface);
+  for ([[maybe_unused]] auto _ : state) const quorvio::Channel channel("network:sn:BENCH-7", iface);
 }
 
 /// A piece of work on each of a batch of datagrams.
@@ -142,7 +142,7 @@ void Filter(benchmark::State& state) {
     filter.onDiscoverInfo(answers.back());
   }
   std::size_t next = 0;
-  for (auto _ : state) filter.onDiscoverInfo(answers[next++ * 7919 % known]);
+  for ([[maybe_unused]] auto _ : state) filter.onDiscoverInfo(answers[next++ * 7919 % known]);
 }
 
 /// Datagrams that the system has dropped on the sockets of the multicast port.
@@ -182,7 +182,7 @@ void Flood(benchmark::State& state) {
   const auto peakBefore = UsedUntilNow().peakKiB;
   {
     const std::jthread flood(SendMalformed);
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
       host.discover(kAnyDeviceType, "");
       std::this_thread::sleep_for(kTimeout);
     }
@@ -214,11 +214,11 @@ void Flood(benchmark::State& state) {
   const auto datagram = EncodePacket(packet);
   benchmark::RegisterBenchmark("receive an answer, bare", ReceiveBare, datagram)->UseManualTime();
   benchmark::RegisterBenchmark("encode an answer", [=](auto& state) {
-    for (auto _ : state) benchmark::DoNotOptimize(EncodePacket(packet));
+    for ([[maybe_unused]] auto _ : state) benchmark::DoNotOptimize(EncodePacket(packet));
   });
   benchmark::RegisterBenchmark("decode an answer", [=](auto& state) {
     QV_ND_Packet decoded;
-    for (auto _ : state) Require(DecodePacket(datagram, decoded), "decode");
+    for ([[maybe_unused]] auto _ : state) Require(DecodePacket(datagram, decoded), "decode");
   });
   benchmark::RegisterBenchmark("filter an answer, devices known", Filter)
       ->RangeMultiplier(10)

@@ -53,7 +53,7 @@ void OpenChannels(benchmark::State& state) {
   Lines<kCount> lines;
   const auto before = Memory::now();
   const auto allocationsBefore = Allocations();
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     for (auto& line : lines) line.emplace();
   }
   const auto after = Memory::now();
@@ -67,7 +67,7 @@ void OpenChannels(benchmark::State& state) {
 void Sleep(benchmark::State& state, std::chrono::seconds time) {
   std::this_thread::sleep_for(500ms);  // until the last thread has gone to sleep
   const auto before = UsedUntilNow();
-  for (auto _ : state) std::this_thread::sleep_for(time);
+  for ([[maybe_unused]] auto _ : state) std::this_thread::sleep_for(time);
   const auto after = UsedUntilNow();
   state.counters["switches"] = after.switches - before.switches;
   state.counters["core_%"] = 100 * (after.processor - before.processor) / (after.seconds - before.seconds);

@@ -113,7 +113,7 @@ void ListFromCache(benchmark::State& state, const std::string& options) {
   const auto calls = workshop.standIn.find<decltype(QVSIM_TotalCalls)>("QVSIM_TotalCalls");
   List("iface-type usb\nonly-locator\nforce-rescan");
   const auto before = calls();
-  for (auto _ : state) List(options);
+  for ([[maybe_unused]] auto _ : state) List(options);
   state.counters["driver_calls"] = static_cast<double>(calls() - before);
 }
 

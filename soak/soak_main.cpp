@@ -38,6 +38,8 @@ constexpr std::array kLives{
 
 /// A thread of the program and what it is doing.
 struct Runner {
+  Runner(const Life& itsLife, Place itsPlace) : life(&itsLife), place(itsPlace) {}
+
   const Life* life;
   Place place;
   std::atomic<Clock::time_point> began = Clock::now();
@@ -70,7 +72,7 @@ void StartAll(std::deque<Runner>& runners, Scene& scene, Clock::time_point end) 
     for (std::size_t i = 0; i < life.threads; ++i) {
       const auto number = runners.size();
       auto& runner = runners.emplace_back(
-          &life, Place{scene, number, end, std::minstd_rand(static_cast<unsigned>(number + 1))});
+          life, Place{scene, number, end, std::minstd_rand(static_cast<unsigned>(number + 1))});
       runner.thread = std::thread([&runner] { runner.run(); });
     }
   }
