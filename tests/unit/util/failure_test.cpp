@@ -24,8 +24,10 @@ TEST(ResultOf, TurnsEveryExceptionIntoACode) {
 TEST(ResultOf, KeepsTheReasonOfTheCallingThreadsLastFailure) {
   const auto open = [](const char* locator, const char* options) {
     return [=] {
-      uint32_t handle = 0;
-      return QV_IO_Open(&handle, locator, options, nullptr, nullptr, nullptr);
+      uint32_t handle = 99;
+      const auto result = QV_IO_Open(&handle, locator, options, nullptr, nullptr, nullptr);
+      EXPECT_EQ(handle, 0U) << locator;
+      return result;
     };
   };
   const auto list = [](uint32_t type, const char* options, std::size_t room) {
@@ -39,11 +41,16 @@ TEST(ResultOf, KeepsTheReasonOfTheCallingThreadsLastFailure) {
   } rows[] = {
       {open("tty", ""), 2, "not a locator: \"tty\""},
       {open("serial:a:b", ""), 2, "not serial:PATH: serial:a:b"},
-      {open("serial:/dev/null", ""), 4, "baudrate is not given or 0"},
+      {open("serial:", "baudrate 9600"), 2, "not serial:PATH: serial:"},
+      {open("serial:/none", ""), 4, "baudrate is not given or 0"},
+      {open("serial:/none", "baudrate 0"), 4, "baudrate is not given or 0"},
+      {open("serial:/none", "baudrate 9600\nxonxoff maybe"), 4, "Conversion of xonxoff failed"},
       {open("serial:/dev/null", "baudrate fast"), 4, "Conversion of baudrate failed"},
       {open("serial:/dev/null", "strict\nconect-timeout 5"), 4, "Unknown option: conect-timeout"},
       {open("serial:/dev/null", "baudrate 9600"), 5, "/dev/null is not a serial port"},
-      {open("serial:/none", "baudrate 9600"), 5, "cannot open /none: No such file or directory"},
+      {open("serial:/none", "baudrate 9600\nspeed 1"), 5, "cannot open /none: No such file or directory"},
+      {open("network:", "port 1"), 2, "not network:HOST:PORT or network:sn:SERIAL: network:"},
+      {open("network:127.0.0.1:0", ""), 4, "no port is given for 127.0.0.1"},
       {open("network:a:b:c", ""), 2, "not network:HOST:PORT or network:sn:SERIAL: network:a:b:c"},
       {open("network:a:70000", ""), 4, "port 70000 is above 65535"},
       {open("network:a", "port 65536"), 4, "port 65536 is above 65535"},
