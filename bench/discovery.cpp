@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <asio.hpp>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
@@ -47,7 +46,7 @@ struct Controllers {
 /// Milliseconds of the process, without the threads that play controllers: between two listings, these are
 /// all but the calling one.
 double ProcessorTime() {
-  double milliseconds = UsedUntilNow().processor * 1e3;
+  double milliseconds = CostUntilNow().processor * 1e3;
   for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
     double nanoseconds = 0;
     if (task.path().filename() != std::to_string(::gettid()))
@@ -101,27 +100,6 @@ void OpenBySerialNumber(benchmark::State& state) {
   const auto iface = Options().add("iface", "network:127.0.0.1");
   Require(List(iface) == 64, "controllers");
   for ([[maybe_unused]] auto _ : state) const quorvio::Channel channel("network:sn:BENCH-7", iface);
-}
-
-/// A piece of work on each of a batch of datagrams.
-constexpr std::size_t kBatch = 500;
-
-/// What the system takes to receive an answer; the measure for the others.
-void ReceiveBare(benchmark::State& state, const Bytes& datagram) {
-  using asio::ip::udp;
-  asio::io_context context;
-  udp::socket receiver(context, {asio::ip::address_v4::loopback(), 0});
-  receiver.set_option(udp::socket::receive_buffer_size(4 << 20));
-  udp::socket sender(context, udp::v4());
-  std::array<uint8_t, 1024> buffer{};
-  udp::endpoint source;
-  while (state.KeepRunningBatch(kBatch)) {
-    for (std::size_t i = 0; i < kBatch; ++i)
-      sender.send_to(asio::buffer(datagram), receiver.local_endpoint());
-    const auto began = UsedUntilNow();
-    for (std::size_t i = 0; i < kBatch; ++i) receiver.receive_from(asio::buffer(buffer), source);
-    state.SetIterationTime(UsedUntilNow().seconds - began.seconds);
-  }
 }
 
 /// An answer of a known device, by how many devices are known.
@@ -179,7 +157,7 @@ void Flood(benchmark::State& state) {
   });
   host.start({{127, 0, 0, 1}});
   const auto dropsBefore = Drops();
-  const auto peakBefore = UsedUntilNow().peakKiB;
+  const auto peakBefore = static_cast<double>(Used().ru_maxrss);
   {
     const std::jthread flood(SendMalformed);
     for ([[maybe_unused]] auto _ : state) {
@@ -191,7 +169,7 @@ void Flood(benchmark::State& state) {
   // A request comes once by multicast; what comes by loopback's stand-in for broadcast is not answered.
   state.counters["answers_lost"] =
       static_cast<double>(kListings * kControllers) - static_cast<double>(answers.load());
-  state.counters["growth_KiB"] = UsedUntilNow().peakKiB - peakBefore;
+  state.counters["growth_KiB"] = static_cast<double>(Used().ru_maxrss) - peakBefore;
   state.counters["dropped_by_system"] = Drops() - dropsBefore;
 }
 
@@ -212,7 +190,6 @@ void Flood(benchmark::State& state) {
       ->Iterations(kListings);
   const auto packet = qvsim::DiscoverySide({.serialNumber = "BENCH-100000"}, {}).inform();
   const auto datagram = EncodePacket(packet);
-  benchmark::RegisterBenchmark("receive an answer, bare", ReceiveBare, datagram)->UseManualTime();
   benchmark::RegisterBenchmark("encode an answer", [=](auto& state) {
     for ([[maybe_unused]] auto _ : state) benchmark::DoNotOptimize(EncodePacket(packet));
   });

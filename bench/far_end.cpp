@@ -36,14 +36,6 @@ void RunOnProcessor(long number) {
   ::sched_setaffinity(0, sizeof only, &only);
 }
 
-/// A near end that is closed while the far end writes is an end of the line like any other.
-void BlockBrokenPipeSignal() {
-  sigset_t brokenPipe;
-  sigemptyset(&brokenPipe);
-  sigaddset(&brokenPipe, SIGPIPE);
-  pthread_sigmask(SIG_BLOCK, &brokenPipe, nullptr);
-}
-
 }  // namespace
 
 std::string Address::locator() const {
@@ -80,10 +72,10 @@ cppu::UniqueFd Listener::accept() {
 }
 
 FarEnd::FarEnd(Line line, Script script) : listener_(line) {
+  std::signal(SIGPIPE, SIG_IGN);  // a near end may close while the far end writes
   RunOnProcessor(0);
   thread_ = std::jthread([this, script] {
     RunOnProcessor(1);
-    BlockBrokenPipeSignal();
     const auto fd = listener_.accept();
     script(fd.get());
   });

@@ -66,9 +66,9 @@ void OpenChannels(benchmark::State& state) {
 /// What the process uses while the caller sleeps, which is one context switch.
 void Sleep(benchmark::State& state, std::chrono::seconds time) {
   std::this_thread::sleep_for(500ms);  // until the last thread has gone to sleep
-  const auto before = UsedUntilNow();
+  const auto before = CostUntilNow();
   for ([[maybe_unused]] auto _ : state) std::this_thread::sleep_for(time);
-  const auto after = UsedUntilNow();
+  const auto after = CostUntilNow();
   state.counters["switches"] = after.switches - before.switches;
   state.counters["core_%"] = 100 * (after.processor - before.processor) / (after.seconds - before.seconds);
 }

@@ -15,7 +15,6 @@ namespace qvbench {
 namespace {
 
 constexpr int kRoundTrips = 500;
-constexpr std::size_t kChips = 64;
 constexpr uint32_t kMessage = 64;
 using Message = std::array<uint8_t, kMessage>;
 
@@ -98,40 +97,11 @@ void RoundTrips(benchmark::State& state) {
       state, kRoundTrips, [&] { roundTrip(library); }, [&] { roundTrip(handWritten); });
 }
 
-void List(const std::string& options) {
-  std::array<char, 65536> text{};
-  std::size_t size = text.size();
-  Require(QV_IO_EnumerateDevices(QV_IO_INTERFACE_ALL, options.c_str(), text.data(), &size) == QV_IO_OK,
-          "listing");
-}
-
-void ListFromCache(benchmark::State& state, const std::string& options) {
-  qvsim::Workshop workshop;
-  std::vector<std::string> chips;
-  for (std::size_t i = 0; i < kChips; ++i) chips.push_back("BENCH-" + std::to_string(i));
-  SetChips(workshop, chips);
-  const auto calls = workshop.standIn.find<decltype(QVSIM_TotalCalls)>("QVSIM_TotalCalls");
-  List("iface-type usb\nonly-locator\nforce-rescan");
-  const auto before = calls();
-  for ([[maybe_unused]] auto _ : state) List(options);
-  state.counters["driver_calls"] = static_cast<double>(calls() - before);
-}
-
 [[maybe_unused]] const bool kRegistered = [] {
-  constexpr int kListings = 500;  // within the time for which the list is kept
   benchmark::RegisterBenchmark("64-byte round trip, USB | hand-written thread", RoundTrips)
       ->UseManualTime()
       ->Unit(benchmark::kMicrosecond)
       ->Iterations(kRoundTrips);
-  constexpr std::array<const char*, 2> kWhat{"only-locator",
-                                             "include-locator\ninclude-device-sn\ninclude-usb-desc"};
-  for (const std::string what : kWhat)
-    benchmark::RegisterBenchmark(
-        ("listing of 64 chips from the cache, " + what.substr(0, what.find('\n'))).c_str(),
-        [=](auto& state) { ListFromCache(state, "iface-type usb\n" + what); })
-        ->UseRealTime()
-        ->Unit(benchmark::kMicrosecond)
-        ->Iterations(kListings);
   return true;
 }();
 
