@@ -259,7 +259,7 @@ void OnReceive(void* user, const uint8_t* data, std::size_t length) {
 
 void OnError(void* user, uint32_t code) {
   auto& witness = *static_cast<Witness*>(user);
-  witness.report->violation("a visit was told " + std::to_string(code));
+  witness.report->violation("a visit got notice " + std::to_string(code));
 }
 
 uint32_t OpenForVisit(const qvsim::Peer& peer, Witness& witness) {
