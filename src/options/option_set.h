@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 #include <tuple>
+#include <type_traits>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -107,7 +108,31 @@ void ReadKey(const cppu::OptionsMap& options, const KeyFamily<Set, TableCount>& 
   }
 }
 
+/// Whether all of a number is digits: the readers ignore what follows them.
+template <class Set, class Value>
+bool IsExact(const cppu::OptionsMap::Item& item, const Key<Set, Value>& key) {
+  constexpr bool kIsNumber = std::is_same_v<Value, uint32_t> ||
+                             std::is_same_v<Value, std::optional<uint32_t>> ||
+                             std::is_same_v<Value, std::vector<uint32_t>>;
+  return !kIsNumber || item.key != key.name ||
+         item.value.find_first_not_of("0123456789") == std::string::npos;
+}
+
 }  // namespace detail
+
+/// Throws OptionsError for a text that people would not mean: an unknown key, or a number with something
+/// after its digits.
+template <class... Keys>
+void RequireExact(std::string_view text, const std::tuple<Keys...>& table) {
+  const cppu::OptionsMap options(text);
+  for (const auto& item : options.items()) {
+    const auto known = std::apply([&](const auto&... key) { return (key.knows(item.key) || ...); }, table);
+    const auto exact =
+        std::apply([&](const auto&... key) { return (detail::IsExact(item, key) && ...); }, table);
+    if (!known) throw OptionsError("Unknown option: " + item.key);
+    if (!exact) throw OptionsError("not a number: " + item.key + ' ' + item.value);
+  }
+}
 
 /// Reads an option text by the table of a set, in the table's order. Throws OptionsError when a value cannot
 /// be converted or, under `strict`, a key is unknown.

@@ -5,6 +5,7 @@
 #include <tuple>
 
 #include "options/option_set.h"
+#include "quorvio/quorvio.h"
 
 namespace qvio {
 namespace {
@@ -107,5 +108,11 @@ DeviceListOptions ReadDeviceListOptions(std::string_view text) {
 }
 
 EventOptions ReadEventOptions(std::string_view text) { return ReadOptions<EventOptions>(text, kEventKeys); }
+
+void CheckTypedOptions(uint32_t interfaceType, std::string_view text) {
+  if (interfaceType == QV_IO_INTERFACE_USB) RequireExact(text, kUsbKeys);
+  if (interfaceType == QV_IO_INTERFACE_NETWORK) RequireExact(text, kNetworkKeys);
+  if (interfaceType == QV_IO_INTERFACE_SERIAL) RequireExact(text, kSerialKeys);
+}
 
 }  // namespace qvio

@@ -106,4 +106,9 @@ struct EventOptions {
 };
 EventOptions ReadEventOptions(std::string_view text);
 
+/// For programs whose users type options: throws OptionsError for an unknown key and for a number with
+/// something after its digits, which the readers above accept.
+/// @param interfaceType  QV_IO_INTERFACE_…, of the link to open
+void CheckTypedOptions(uint32_t interfaceType, std::string_view text);
+
 }  // namespace qvio

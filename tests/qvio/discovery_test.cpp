@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -43,12 +44,14 @@ class QvioDiscovery : public testing::Test {
 TEST_F(QvioDiscovery, ListsDevicesForPeopleAndPrograms) {
   const auto table = run({"list", "--kind", "network", "--timeout", "300"});
   EXPECT_EQ(table.status, 0) << table.errors;
-  EXPECT_NE(table.output.find("network:sn:T-1  7     T-1"), std::string::npos) << table.output;
+  EXPECT_NE(table.output.find("network:sn:T-1  network  T-1            yes        7     127.0.0.1:"),
+            std::string::npos)
+      << table.output;
   EXPECT_NE(table.output.find("Left \\x1B[31m axis"), std::string::npos) << "no tricks with the terminal";
   EXPECT_EQ(table.output.find("T-2"), std::string::npos) << "not available";
-  EXPECT_NE(
-      run({"list", "--kind", "network", "--timeout", "300", "--all"}).output.find("no         Right axis"),
-      std::string::npos);
+  EXPECT_NE(run({"list", "--kind", "network", "--timeout", "300", "--all"})
+                .output.find("T-2            no         8"),
+            std::string::npos);
   EXPECT_EQ(run({"list", "--kind", "network", "--timeout", "300", "--locators"}).output, "network:sn:T-1\n");
 
   const auto json =
@@ -57,6 +60,10 @@ TEST_F(QvioDiscovery, ListsDevicesForPeopleAndPrograms) {
   EXPECT_EQ(json[0]["network-port"], firstPort_);
   EXPECT_EQ(json[0]["available"], true);
   EXPECT_EQ(json[0]["device-info"], "Left \x1b[31m axis");
+}
+
+TEST_F(QvioDiscovery, OpensWhatItLists) {
+  EXPECT_EQ(run({"send", "network:sn:T-1", "*IDN?"}).output, "QUORVI,DRV-SIM,T-1,1.0\r\n");
 }
 
 TEST_F(QvioDiscovery, FindsEveryDeviceAlthoughDatagramsGetLost) {
@@ -71,8 +78,8 @@ TEST_F(QvioDiscovery, SaysWhatIsWrongAndWhatHelps) {
   (*controllers_)->setFaults({.refusal = quorvind::ResultCode::PermissionDenied});
   const Expected rows[] = {
       {{"list", "--kind", "network", "--iface", "x"},
-       1,
-       "x is not an address of an interface; \"qvio ifaces\""},
+       2,
+       "x is not the address of an interface\nqvio: hint: \"qvio ifaces\""},
       {{"list", "--kind", "network", "--iface", "198.51.100.7"},
        1,
        "not a local address: 198.51.100.7\nqvio: hint: \"qvio ifaces\""},
@@ -90,13 +97,16 @@ TEST_F(QvioDiscovery, SaysWhatIsWrongAndWhatHelps) {
       {{"config", "set", "T-1", "--iface", kLoopback, "--yes"}, 2, "nothing to change"},
       {{"config", "set", "T-1", "--ip", "10.0.0.256", "--yes"}, 2, "is not an address"},
       {{"config", "set", "T-1", "--mask", "255.0.255.0", "--yes"}, 2, "is not a subnet mask"},
+      {{"config", "set", "T-1", "--mask", "33", "--yes"}, 2, "is not a subnet mask"},
       {{"config", "set", "T-1", "--ip", "10.0.0.5", "--mask", "255.255.255.0", "--gateway", "10.0.1.1",
         "--yes"},
        2,
        "outside the subnet"},
       {{"info", "set", "T-1", "tab\there", "--yes"}, 2, "not all printable"},
       {{"info", "set", "T-1", std::string(64, 'x'), "--yes"}, 2, "longer than 63"},
-      {{"send", "network:sn:T-9", "x"}, 1, "to search for it, give -o \"iface network:ADDRESS\""}};
+      {{"send", "network:sn:T-9", "x"},
+       1,
+       "T-9 is known, and no interface to search\nqvio: hint: \"qvio list\""}};
   for (const auto& row : rows) ExpectText(row);
   controllers_.reset();
   const auto nothing = run({"list", "--kind", "network", "--timeout", "30", "--json"});
@@ -110,9 +120,13 @@ TEST_F(QvioDiscovery, ConfiguresADevice) {
   const std::string preset =
       "ip       127.0.0.1\nmask     255.255.255.0\ngateway  127.0.0.254\ndhcp     off\n";
   EXPECT_EQ(configured(), preset);
-  EXPECT_EQ(run({"config", "set", "T-2", "--ip", "127.0.0.9", "--yes"}).status, 0);
-  EXPECT_EQ(configured(), "ip       127.0.0.9\nmask     255.255.255.0\ngateway  127.0.0.254\ndhcp     off\n");
+  EXPECT_EQ(run({"config", "set", "T-2", "--ip", "127.0.0.9", "--mask", "16", "--yes"}).status, 0);
+  EXPECT_EQ(configured(),
+            "ip       127.0.0.9\nmask     255.255.0.0\ngateway  127.0.0.254\ndhcp     off\n");
   EXPECT_EQ(run(patiently({"config", "set", "T-2", "--dhcp", "--yes"}, "8")).status, 0);
+  EXPECT_NE(
+      run(patiently({"config", "set", "T-2", "--ip", "127.0.0.9", "--yes"}, "8")).errors.find("DHCP is on"),
+      std::string::npos);
   const auto json = nlohmann::json::parse(run(patiently({"config", "get", "T-2", "--json"}, "8")).output);
   EXPECT_EQ(json["dhcp"], true);
   EXPECT_EQ(json["ip"], "127.0.0.9");
@@ -176,6 +190,8 @@ TEST_F(QvioDiscovery, KeepsQuietAboutWhatSettles) {
   controllers_->add("T-3");
   EXPECT_TRUE(terminal.shows(R"("device-sn":"T-3")"));
   EXPECT_EQ(terminal.screen().find(R"("event":"unavailable")"), std::string::npos) << terminal.screen();
+  const std::regex rfc3339(R"("time":"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}[+-]\d\d:\d\d")");
+  EXPECT_TRUE(std::regex_search(terminal.screen(), rfc3339)) << terminal.screen();
   ::kill(terminal.pid(), SIGTERM);
   EXPECT_EQ(terminal.waitForEnd(), 0);
 }

@@ -50,19 +50,19 @@ TEST_F(QvioLibraries, SaysWhichLibraryApplicationsLoad) {
 TEST_F(QvioLibraries, SaysWhatIsWrongAndWhatHelps) {
   const struct {
     const char* folder;
-    Words words;
-    const char* text;
+    Expected expected;
   } rows[] = {
-      {"/nowhere", {"list", "--kind", "usb"}, "note: usb: FTDI's driver cannot be used: libftd2xx.so: "},
-      {STAND_IN_FOLDER "/old", {"list", "--kind", "usb"}, "undefined symbol: "},
+      {"/nowhere", {{"list", "--kind", "usb"}, 1, "note: usb: FTDI's driver cannot be used: libftd2xx.so: "}},
+      {STAND_IN_FOLDER "/old", {{"list", "--kind", "usb"}, 1, "undefined symbol: "}},
       {STAND_IN_FOLDER,
-       {"send", "usb:sn:NOBODY", "x"},
-       "no available chip has the serial number NOBODY\nqvio: hint: another program"},
-      {STAND_IN_FOLDER, {"send", "usb:sn:QV100001", "x", "-o", "baudrate 0"}, "qvio: baudrate is 0\n"},
-      {STAND_IN_FOLDER, {"send", "usb:xx:1", "x"}, "a locator is"}};
+       {{"send", "usb:sn:NOBODY", "x"},
+        1,
+        "no available chip has the serial number NOBODY\nqvio: hint: another program"}},
+      {STAND_IN_FOLDER, {{"send", "usb:sn:QV100001", "x", "-o", "baudrate 0"}, 2, "qvio: baudrate is 0\n"}},
+      {STAND_IN_FOLDER, {{"send", "usb:xx:1", "x"}, 2, "a locator is"}}};
   for (const auto& row : rows) {
     findLibrariesIn(row.folder);
-    ExpectText({row.words, 1, row.text});
+    ExpectText(row.expected);
   }
 }
 

@@ -2,6 +2,8 @@
 
 #include <array>
 #include <bit>
+#include <charconv>
+#include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "commands/commands.h"
@@ -83,9 +85,20 @@ std::string AddressProblem(const std::string& text) {
   return IP4FromString(text) ? "" : OneLine(text) + " is not an address like 192.168.0.10";
 }
 
+/// "255.255.255.0", or its number of ones as in "24" or "/24".
+std::optional<IP4> ReadMask(std::string_view text) {
+  if (const auto mask = IP4FromString(text)) return IsContiguous(*mask) ? mask : std::nullopt;
+  if (text.starts_with('/')) text.remove_prefix(1);
+  unsigned ones = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), ones);
+  if (text.empty() || error != std::errc{} || end != text.data() + text.size() || ones > 32) return {};
+  IP4 mask{};
+  for (unsigned bit = 0; bit < ones; ++bit) mask.at(bit / 8) |= static_cast<uint8_t>(0x80U >> bit % 8);
+  return mask;
+}
+
 std::string MaskProblem(const std::string& text) {
-  const auto mask = IP4FromString(text);
-  return mask && IsContiguous(*mask) ? "" : OneLine(text) + " is not a subnet mask like 255.255.255.0";
+  return ReadMask(text) ? "" : OneLine(text) + " is not a subnet mask like 255.255.255.0 or 24";
 }
 
 /// Why a device with these addresses could not be reached; empty: it can. Gateway 0.0.0.0 means none.
@@ -115,7 +128,7 @@ DeviceConfig Changed(DeviceConfig config, const ConfigOptions& options) {
     if (!text.empty()) address = IP4FromString(text).value();
   };
   replace(config.IP, options.ip);
-  replace(config.SubnetMask, options.mask);
+  if (!options.mask.empty()) config.SubnetMask = ReadMask(options.mask).value();
   replace(config.Gateway, options.gateway);
   config.DHCP = options.dhcp.value_or(config.DHCP);
   return config;
@@ -126,10 +139,13 @@ void RequireSound(const DeviceConfig& config) {
   if (!problem.empty()) throw CommandFailure(problem + "; nothing was changed", WrongUsage);
 }
 
+bool HasAddress(const ConfigOptions& options) {
+  return !options.ip.empty() || !options.mask.empty() || !options.gateway.empty();
+}
+
 /// The checks that do not need the device's answer.
 void CheckArguments(const ConfigOptions& options) {
-  const bool hasAddress = !options.ip.empty() || !options.mask.empty() || !options.gateway.empty();
-  if (!hasAddress && !options.dhcp) {
+  if (!HasAddress(options) && !options.dhcp) {
     throw CommandFailure("nothing to change: give --ip, --mask, --gateway, --dhcp or --no-dhcp", WrongUsage);
   }
   const bool isComplete = !options.ip.empty() && !options.mask.empty() && !options.gateway.empty();
@@ -154,6 +170,10 @@ int Set(const ConfigOptions& options) {
   const auto before = requests.configuration();
   const auto after = Changed(before, options);
   if (!after.DHCP) RequireSound(after);  // with DHCP the device does not use them
+  if (after.DHCP && HasAddress(options))
+    std::fputs(
+        "qvio: note: DHCP is on, so the device does not use these addresses; --no-dhcp switches it off\n",
+        stderr);
   options.confirmation.ask(Summary(requests.name(), before, after));
   requests.setConfiguration(after);
   return Done;
@@ -183,7 +203,8 @@ void AddSet(CLI::App& group, Run& run) {
   auto& options = SetAction(*command, run, Set);
   options.target.addTo(*command);
   command->add_option("--ip", options.ip, "The device's address")->check(AddressProblem);
-  command->add_option("--mask", options.mask, "Its subnet mask")->check(MaskProblem);
+  command->add_option("--mask", options.mask, "Its subnet mask, or the number of its ones")
+      ->check(MaskProblem);
   command->add_option("--gateway", options.gateway, "Its gateway; 0.0.0.0: none")->check(AddressProblem);
   auto* const dhcp = command->add_flag_callback(
       "--dhcp", [&options] { options.dhcp = true; }, "Take the addresses from a DHCP server");

@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "commands/commands.h"
@@ -28,6 +29,7 @@ DeviceList FindAll(const ListOptions& options) {
   if (options.wants("network"))
     list.addNetworkDevices(options.discovery, std::chrono::milliseconds(options.timeoutMs), options.tries);
   if (options.wants("serial")) list.addSerialPorts();
+  std::ranges::sort(list.devices, {}, &ListedDevice::locator);  // by kind, too; answers come in any order
   return list;
 }
 

@@ -12,6 +12,7 @@
 #include "device/channel_use.h"
 #include "terminal/line_editor.h"
 #include "terminal/signals.h"
+#include "terminal/text.h"
 #include "util/system_call.h"
 
 namespace qvio_tool {
@@ -145,6 +146,7 @@ int Pipe(PolledChannel& channel, const OpenOptions& options) {
 }
 
 int Open(const OpenOptions& options) {
+  options.channel.requireSound();
   PolledChannel channel(options.channel);
   if (::isatty(STDIN_FILENO) == 0) return Pipe(channel, options);
   std::fprintf(stderr, "qvio: %s is open; Ctrl-] leaves\n", OneLine(options.channel.locator).c_str());

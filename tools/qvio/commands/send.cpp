@@ -4,6 +4,7 @@
 
 #include "commands/commands.h"
 #include "device/channel_use.h"
+#include "terminal/text.h"
 
 namespace qvio_tool {
 namespace {
@@ -42,6 +43,7 @@ int AwaitAnswer(Exchange& exchange, const SendOptions& options) {
 }
 
 int Send(const SendOptions& options) {
+  options.channel.requireSound();
   const auto request = Request(options);  // a wrong one opens nothing
   PolledChannel channel(options.channel);
   if (options.waitMs == 0)

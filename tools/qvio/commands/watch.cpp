@@ -99,8 +99,9 @@ std::string Line(const DeviceReport& report) {
 }
 
 std::string JsonLine(const DeviceReport& report) {
-  nlohmann::ordered_json object{{"time", LocalTime(report.time, "%FT%T.%3%z")},
-                                {"event", NameOf(report.change)}};
+  auto time = LocalTime(report.time, "%FT%T.%3%z");
+  time.insert(time.size() - 2, ":");  // "+0100" of strftime is "+01:00" in RFC 3339
+  nlohmann::ordered_json object{{"time", time}, {"event", NameOf(report.change)}};
   object.update(ToJson(report.device));
   return JsonText(object, -1);
 }

@@ -7,6 +7,7 @@
 #include "device/failure_text.h"
 #include "terminal/failure.h"
 #include "terminal/output.h"
+#include "terminal/text.h"
 #include "util/signals_blocked.h"
 
 namespace qvio_tool {
@@ -51,7 +52,7 @@ quorvio::Channel PolledChannel::open(const ChannelOptions& options) try {
   };
   return {options.locator, quorvio::Options::fromLines(options.text()), onReceive, onLost};
 } catch (const quorvio::Error& error) {
-  throw CommandFailure(OpenFailureText(static_cast<uint32_t>(error.code().value()), options));
+  throw OpenFailure(static_cast<uint32_t>(error.code().value()), options);
 }
 
 void PolledChannel::sendQueued() {

@@ -17,10 +17,6 @@
 namespace qvio_tool {
 namespace {
 
-constexpr const char* kLocatorForms =
-    "a locator is serial:PATH, network:HOST:PORT, network:sn:SERIAL, usb:sn:SERIAL, usb:id:NUMBER or "
-    "usb:ix:INDEX";
-
 bool IsUsb(const std::string& locator) { return locator.starts_with("usb:"); }
 
 std::string NameOf(const passwd* user, uid_t id) {
@@ -55,9 +51,9 @@ std::string NotFoundHint(const ChannelOptions& options) {
     return "another program may have opened it; \"qvio list --kind usb --all\" lists all chips";
   if (!options.locator.starts_with("network:sn:"))
     return "is the device switched on, and is the port correct?";
-  const std::string search =
-      options.value("iface") ? "" : "to search for it, give -o \"iface network:ADDRESS\"; ";
-  return search + "\"qvio list\" lists the devices that answer";
+  return "\"qvio list\" lists the devices that answer; --iface ADDRESS selects the interface, --timeout MS "
+         "waits "
+         "longer";
 }
 
 /// What to do next; empty where the reason says enough.
@@ -83,8 +79,9 @@ std::string HintFor(uint32_t result, const ChannelOptions& options) {
 
 std::string FailureText() { return OneLine(qvio::LastFailureReason()); }
 
-std::string OpenFailureText(uint32_t result, const ChannelOptions& options) {
-  return WithHint(FailureText(), HintFor(result, options));
+CommandFailure OpenFailure(uint32_t result, const ChannelOptions& options) {
+  const bool isUsage = result == QV_IO_ERROR_INVALID_LOCATOR || result == QV_IO_ERROR_INVALID_ARGUMENT;
+  return CommandFailure(WithHint(FailureText(), HintFor(result, options)), isUsage ? WrongUsage : Refused);
 }
 
 }  // namespace qvio_tool

@@ -34,8 +34,8 @@ std::vector<Device> Search(const DeviceSearch& search, std::chrono::milliseconds
 ListedDevice ListedNetworkDevice(const Device& device) {
   return {device.locator,
           device.available,
-          {device.locator, std::to_string(device.type), device.serialNumber, device.host,
-           std::to_string(device.port), device.available ? "yes" : "no", device.info},
+          {device.locator, "network", device.serialNumber, device.available ? "yes" : "no",
+           std::to_string(device.type), device.host + ':' + std::to_string(device.port), "", device.info},
           ToJson(device)};
 }
 
@@ -49,8 +49,8 @@ std::string UsbIds(unsigned vid, unsigned pid) {
 ListedDevice ListedUsbDevice(const Device& device) {
   return {device.locator,
           device.available,
-          {device.locator, "usb", device.serialNumber, UsbIds(device.vendorId, device.productId), "",
-           device.available ? "yes" : "no", device.info},
+          {device.locator, "usb", device.serialNumber, device.available ? "yes" : "no", "", "",
+           UsbIds(device.vendorId, device.productId), device.info},
           {{"iface-type", "usb"},
            {"locator", device.locator},
            {"device-sn", device.serialNumber},
@@ -76,7 +76,7 @@ ListedDevice ListedSerialPort(const sp_port* port) {
     json["usb-vid"] = vid;
     json["usb-pid"] = pid;
   }
-  return {locator, true, {locator, "serial", serialNumber, ids, "", "", description}, json};
+  return {locator, true, {locator, "serial", serialNumber, "", "", "", ids, description}, json};
 }
 
 }  // namespace

@@ -19,8 +19,8 @@ struct ListedDevice {
   nlohmann::ordered_json json;
 };
 
-inline const Table::Row kListHeadings{"LOCATOR", "TYPE",      "SERIAL NUMBER", "ADDRESS",
-                                      "PORT",    "AVAILABLE", "INFO"};
+inline const Table::Row kListHeadings{"LOCATOR", "KIND",    "SERIAL NUMBER", "AVAILABLE",
+                                      "TYPE",    "ADDRESS", "USB ID",        "INFO"};
 
 /// Devices, available or not, and the kinds that could not be listed.
 struct DeviceList {

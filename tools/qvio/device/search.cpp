@@ -30,17 +30,6 @@ std::string WithoutWord(const std::string& text) {
   return text.substr(text.starts_with(kNetworkWord) ? kNetworkWord.size() : 0);
 }
 
-/// "network:ADDRESS" or "network:all"; the command line may leave the word out.
-std::string InterfaceText(const std::string& given) {
-  const auto address = WithoutWord(given);
-  const auto ip4 = quorvind::IP4FromString(address);
-  if (address != "all" && (!ip4 || *ip4 == quorvind::IP4{})) {
-    throw CommandFailure("--iface " + OneLine(given) + " is not an address of an interface; " +
-                         kWhichAddresses);
-  }
-  return std::string(kNetworkWord) + address;
-}
-
 std::vector<std::string> InterfaceTexts(const quorvind::IP4Set& addresses) {
   std::vector<std::string> texts;
   for (const auto& address : addresses)
@@ -55,6 +44,16 @@ quorvio::DeviceWatch Watch(const quorvind::IP4Set& addresses) try {
 }
 
 }  // namespace
+
+std::string InterfaceText(const std::string& given) {
+  const auto address = WithoutWord(given);
+  const auto ip4 = quorvind::IP4FromString(address);
+  if (address != "all" && (!ip4 || *ip4 == quorvind::IP4{})) {
+    throw CommandFailure(WithHint(OneLine(given) + " is not the address of an interface", kWhichAddresses),
+                         WrongUsage);
+  }
+  return std::string(kNetworkWord) + address;
+}
 
 void DiscoveryOptions::addTo(CLI::App& command) {
   command.add_option("--iface", ifaces, "Address of a local interface, or all; may be repeated; default all")

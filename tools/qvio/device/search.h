@@ -40,6 +40,10 @@ struct DiscoveryOptions {
   [[nodiscard]] quorvind::IP4Set addresses() const;
 };
 
+/// "network:ADDRESS" or "network:all" of a text in which the word may be left out. Throws CommandFailure with
+/// WrongUsage for anything else.
+std::string InterfaceText(const std::string& given);
+
 /// The address alone of the interface on which a network device was heard.
 std::string IfaceAddress(const quorvio::Device& device);
 

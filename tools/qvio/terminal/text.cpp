@@ -26,7 +26,7 @@ char ByteOf(std::string_view digits) {
   const auto two = digits.substr(0, 2);
   const auto [end, error] = std::from_chars(two.data(), two.data() + two.size(), value, 16);
   if (two.size() != 2 || error != std::errc{} || end != two.data() + 2) {
-    throw CommandFailure("not hexadecimal: " + std::string(two));
+    throw CommandFailure("not hexadecimal: " + OneLine(two), WrongUsage);
   }
   return static_cast<char>(value);
 }
@@ -64,6 +64,7 @@ std::string FromHex(std::string_view text) {
       text.remove_prefix(1);
       continue;
     }
+    if (text.starts_with("0x") || text.starts_with("0X")) text.remove_prefix(2);
     bytes += ByteOf(text);
     text.remove_prefix(2);
   }
@@ -89,7 +90,8 @@ std::string FromEscaped(std::string_view text) {
     const char escape = text.size() > 1 ? text[1] : '\0';
     const auto* const known = cppu::Lookup(kEscapes, escape);
     if (known == nullptr && escape != 'x') {
-      throw CommandFailure("unknown escape in \"" + std::string(text) + R"("; use \n, \r, \t, \\ or \xNN)");
+      throw CommandFailure("unknown escape in \"" + OneLine(text) + R"("; use \n, \r, \t, \\ or \xNN)",
+                           WrongUsage);
     }
     plain += known == nullptr ? ByteOf(text.substr(2)) : *known;
     text.remove_prefix(known == nullptr ? 4 : 2);

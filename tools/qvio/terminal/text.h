@@ -11,13 +11,13 @@ namespace qvio_tool {
 inline const std::map<std::string, std::string> kLineEnds{
     {"none", ""}, {"lf", "\n"}, {"cr", "\r"}, {"crlf", "\r\n"}};
 
-/// Reads "48 65 6c" or "48656C". Throws CommandFailure for anything else.
+/// Reads "48 65 6c", "48656C" or "0x48 0x65 0x6C". Throws CommandFailure with WrongUsage for anything else.
 std::string FromHex(std::string_view text);
 
 /// Writes "48 65 6C".
 std::string ToHex(std::string_view bytes);
 
-/// Reads \n, \r, \t, \\ and \xNN; any other backslash is refused with CommandFailure.
+/// Reads \n, \r, \t, \\ and \xNN; any other backslash is CommandFailure with WrongUsage.
 std::string FromEscaped(std::string_view text);
 
 /// The bytes as a piece of one line that cannot harm a terminal: printable characters of the locale as they
