@@ -7,6 +7,9 @@
 
 #include <clocale>
 #include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -80,6 +83,8 @@ TEST_F(Qvio, SaysWhatIsWrongAndWhatHelps) {
       {{"send", net_, "x", "-o", "baudrate 9600"}, 2, "qvio: Unknown option: baudrate\n"},
       {{"send", net_, "x", "-o", "iface eth0"}, 2, "eth0 is not the address of an interface\nqvio: hint: "},
       {{"send", net_, "x", "-o", "iface 127.0.0.1"}, 2, "qvio: not network:ADDRESS: iface 127.0.0.1\n"},
+      {{"send", "/dev/null", "x", "-b", "9600"}, 1, "/dev/null is not a serial port\n"},
+      {{"send", "127.0.0.1:70000", "x"}, 2, "port 70000 is above 65535\n"},
       {{"send", "tty", "x"}, 2, "qvio: not a locator: \"tty\"\nqvio: hint: a locator is"},
       {{"send", tty_, "x"}, 2, "baudrate is not given or 0\nqvio: hint: give the speed"},
       {{"send", "network:127.0.0.1", "x"}, 2, "no port is given for 127.0.0.1\n"},
@@ -103,6 +108,26 @@ TEST_F(Qvio, SaysWhatIsWrongAndWhatHelps) {
   for (const auto& row : rows) ExpectText(row);
   for (const auto* command : {"open", "send", "list", "watch", "ifaces", "config", "info", "version"})
     ExpectText({{command, "--help"}, 0, "Example:"});
+}
+
+TEST_F(Qvio, KnowsDevicesByTheNamesInAFile) {
+  const auto folder = std::filesystem::temp_directory_path() / ("qvio-names-" + std::to_string(::getpid()));
+  std::filesystem::create_directory(folder);
+  ::setenv("XDG_CONFIG_HOME", folder.c_str(), 1);
+  std::ofstream(folder / "qvio.toml")
+      << "# mine\n[stage]\nlocator = \"" << stage_.path()
+      << "\"\noptions = [\"baudrate 115200\"]\n[net]\nlocator = '127.0.0.1:" << controller_.port()
+      << "'\neol = 'crlf'\n[typo]\nlocater = \"x\"\n";
+  const Expected rows[] = {{{"send", "stage", "*IDN?", "--wait", "20000"}, 0, "QUORVI,DRV-SIM,T-2,1.0\r\n"},
+                           {{"send", "net", "*IDN?"}, 0, "QUORVI,DRV-SIM,T-1,1.0\r\n"},
+                           {{"send", "net", "x", "-b", "9600"}, 2, "qvio: Unknown option: baudrate\n"},
+                           {{"send", "typo", "x"},
+                            2,
+                            "qvio.toml: [typo] cannot have locater: a device has locator, options and eol\n"},
+                           {{"send", "other", "x"}, 2, "qvio: not a locator: \"other\"\n"}};
+  for (const auto& row : rows) ExpectText(row);
+  ::unsetenv("XDG_CONFIG_HOME");
+  std::filesystem::remove_all(folder);
 }
 
 TEST_F(Qvio, NamesTheProcessThatHoldsTheSerialPort) {

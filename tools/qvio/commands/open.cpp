@@ -146,7 +146,6 @@ int Pipe(PolledChannel& channel, const OpenOptions& options) {
 }
 
 int Open(const OpenOptions& options) {
-  options.channel.requireSound();
   PolledChannel channel(options.channel);
   if (::isatty(STDIN_FILENO) == 0) return Pipe(channel, options);
   std::fprintf(stderr, "qvio: %s is open; Ctrl-] leaves\n", OneLine(options.channel.locator).c_str());

@@ -43,7 +43,6 @@ int AwaitAnswer(Exchange& exchange, const SendOptions& options) {
 }
 
 int Send(const SendOptions& options) {
-  options.channel.requireSound();
   const auto request = Request(options);  // a wrong one opens nothing
   PolledChannel channel(options.channel);
   if (options.waitMs == 0)
@@ -64,7 +63,7 @@ void AddSendCommand(CLI::App& app, Run& run) {
   options.channel.addTo(*command);
   command->add_option("text", options.text, R"(The request; \n, \r, \t, \\ and \xNN stand for bytes)")
       ->required();
-  command->add_option("--wait", options.waitMs, "Milliseconds to wait for the answer; 0: do not wait")
+  command->add_option("-w,--wait", options.waitMs, "Milliseconds to wait for the answer; 0: do not wait")
       ->capture_default_str();
   command
       ->add_option("--quiet-ms", options.quietMs,

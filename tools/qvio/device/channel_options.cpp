@@ -1,8 +1,7 @@
 #include "device/channel_options.h"
 
-#include <sstream>
-
 #include "device/failure_text.h"
+#include "device/named_devices.h"
 #include "device/search.h"
 #include "options/locator.h"
 #include "options/option_sets.h"
@@ -29,7 +28,31 @@ void RequireInterfaces(const std::string& text) {
   }
 }
 
+/// "/dev/ttyUSB0" for "serial:/dev/ttyUSB0", and "HOST:PORT" for "network:HOST:PORT".
+std::string WithInterfaceWord(const std::string& locator) {
+  if (locator.starts_with('/')) return std::string(kSerialWord) + locator;
+  const auto colon = locator.find(':');
+  const bool hasPort = colon != std::string::npos && colon > 0 && colon + 1 < locator.size() &&
+                       locator.find_first_not_of("0123456789", colon + 1) == std::string::npos;
+  uint32_t known = 0;
+  QV_IO_GetLocatorInterfaceType(&known, locator.c_str());
+  return hasPort && known == 0 ? "network:" + locator : locator;
+}
+
 }  // namespace
+
+/// The command line comes first: the first line with a key counts.
+void ChannelOptions::complete() {
+  if (!baud.empty()) lines.insert(lines.begin(), "baudrate " + baud);
+  if (const auto named = FindNamedDevice(locator)) {
+    locator = named->locator;
+    lines.insert(lines.end(), named->options.begin(), named->options.end());
+    if (eolWord.empty()) eolWord = named->eol;
+  }
+  if (!eolWord.empty()) eol = kLineEnds.at(eolWord);
+  locator = WithInterfaceWord(locator);
+  requireSound();
+}
 
 std::string ChannelOptions::text() const {
   auto text = Given(lines);
@@ -57,24 +80,29 @@ void ChannelOptions::requireSound() const try {
 }
 
 void ChannelOptions::addTo(CLI::App& command) {
-  command.add_option("locator", locator, "The device, as serial:PATH or network:HOST:PORT")->required();
+  command
+      .add_option("locator", locator,
+                  "The device: serial:PATH, network:HOST:PORT, network:sn:SERIAL or usb:sn:SERIAL; in short "
+                  "/dev/ttyUSB0 or HOST:PORT; or its name in qvio.toml")
+      ->required();
+  command.add_option("-b,--baud", baud, "Speed of a serial port or USB link, for -o \"baudrate N\"");
   command.add_option("-o,--option", lines, "Option for the library, as \"KEY VALUE\"; may be repeated")
       ->take_all()
       ->allow_extra_args(false);
   command
       .add_option(
-          "--iface", ifaces,
+          "-i,--iface", ifaces,
           "For network:sn:SERIAL: address of a local interface to search on; may be repeated; default all")
       ->take_all()
       ->allow_extra_args(false);
-  command.add_option("--timeout", searchMs, "Milliseconds for that search; it ends with the device's answer")
-      ->capture_default_str();
-  command.add_flag("--hex", hex, "Read and print bytes as hexadecimal");
   command
-      .add_option_function<std::string>(
-          "--eol", [this](const std::string& word) { eol = kLineEnds.at(word); },
-          "Line end to send after each line: none, lf, cr or crlf; default lf")
+      .add_option("-t,--timeout", searchMs, "Milliseconds for that search; it ends with the device's answer")
+      ->capture_default_str();
+  command.add_flag("-x,--hex", hex, "Read and print bytes as hexadecimal");
+  command
+      .add_option("-e,--eol", eolWord, "Line end to send after each line: none, lf, cr or crlf; default lf")
       ->check(CLI::IsMember(kLineEnds));
+  command.parse_complete_callback([this] { complete(); });
 }
 
 }  // namespace qvio_tool

@@ -18,6 +18,8 @@ struct ChannelOptions {
   uint32_t searchMs = 1000;         ///< for that search
   bool hex = false;
   std::string eol = "\n";  ///< the bytes
+  std::string eolWord;     ///< as given, empty: not given
+  std::string baud;        ///< short for the option baudrate; empty: not given
 
   [[nodiscard]] bool isSerial() const { return locator.starts_with(kSerialWord); }
 
@@ -30,11 +32,13 @@ struct ChannelOptions {
   /// The value of the first line "KEY VALUE" with this key; empty for a line with only the key.
   [[nodiscard]] std::optional<std::string> value(std::string_view key) const;
 
-  /// Throws CommandFailure with WrongUsage for a mistyped locator or option, which the library might take for
-  /// something else or ignore.
-  void requireSound() const;
-
+  /// Adds the arguments to a command. When they are parsed, names and short forms of devices are replaced,
+  /// and a mistyped locator or option, which the library might ignore, is CommandFailure with WrongUsage.
   void addTo(CLI::App& command);
+
+ private:
+  void complete();
+  void requireSound() const;
 };
 
 }  // namespace qvio_tool
