@@ -45,7 +45,7 @@ class Stream {
   }
 
   [[nodiscard]] std::size_t matching(std::string_view bytes, uint64_t position) const {
-    const auto wrong = std::ranges::find_if(bytes, [&](char byte) { return byte != at(position++); });
+    const auto* const wrong = std::ranges::find_if(bytes, [&](char byte) { return byte != at(position++); });
     return static_cast<std::size_t>(wrong - bytes.begin());
   }
 
