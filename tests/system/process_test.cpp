@@ -86,7 +86,8 @@ int UseAfresh(Parent& parent) {
   parent.watch.reset();
   if (Echoed(Open(parent.link), "child") == "child") holds |= 8;
   const quorvio::DeviceWatch watch({kLoopbackInterface});
-  const auto options = "only-locator\ndiscovery-timeout 500\nfind-only-available false\nfind-device-sn ";
+  const std::string options =
+      "only-locator\ndiscovery-timeout 500\nfind-only-available false\nfind-device-sn ";
   if (ListDevices(kLoopback, options + parent.serial).text == "network:sn:" + parent.serial) holds |= 16;
   return holds;
 }

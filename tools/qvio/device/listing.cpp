@@ -102,7 +102,10 @@ void DeviceList::addUsbDevices() try {
 
 void DeviceList::addSerialPorts() {
   sp_port** ports = nullptr;
-  if (sp_list_ports(&ports) != SP_OK) return notes.push_back("serial: the system does not list its ports");
+  if (sp_list_ports(&ports) != SP_OK) {
+    notes.emplace_back("serial: the system does not list its ports");
+    return;
+  }
   const std::unique_ptr<sp_port*, void (*)(sp_port**)> owner(ports, sp_free_port_list);
   for (; *ports != nullptr; ++ports) devices.push_back(ListedSerialPort(*ports));
 }
