@@ -5,11 +5,13 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <clocale>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -19,6 +21,8 @@
 #include "sim/event_loop.h"
 #include "sim/network_device.h"
 #include "sim/serial_device.h"
+#include "support/wait.h"
+#include "tools/qvio/terminal/received_text.h"
 #include "tools/qvio/terminal/text.h"
 #include "util/unique_fd.h"
 
@@ -138,20 +142,37 @@ TEST_F(Qvio, NamesTheProcessThatHoldsTheSerialPort) {
               "is in use by qvio_test (pid " + std::to_string(::getpid()) + ")"});
 }
 
-TEST_F(Qvio, ReportsALostConnectionOnceBesideTheLineBeingEdited) {
-  QvioTerminal terminal({"open", net_});
-  EXPECT_TRUE(terminal.shows("is open"));
-  terminal.type("POS?\n");
-  EXPECT_TRUE(terminal.shows("0.000"));
-  controller_.closeAll();
-  EXPECT_TRUE(terminal.shows("connection lost (result 7)"));
-  terminal.type("half a line");
-  EXPECT_TRUE(terminal.shows("half a line"));
-  terminal.type("\x1d");
-  EXPECT_EQ(terminal.waitForEnd(), 0) << terminal.screen();
-  EXPECT_EQ(terminal.screen().find("connection lost (result 7)\r\n", terminal.screen().find("half a line")),
-            std::string::npos)
-      << "reported once";
+TEST_F(Qvio, LeavesWhenTheDeviceIsGone) {
+  const struct {
+    std::string locator;
+    std::function<void()> remove;
+    std::string why;
+  } rows[] = {{net_, [&] { controller_.closeAll(); }, "connection lost (result 7)"},
+              {tty_, [&] { stage_.hangUp(); }, "receive failed (result 8)"}};
+  for (const auto& row : rows) {
+    QvioTerminal terminal({"open", row.locator, "-o", "baudrate 115200"});
+    EXPECT_TRUE(terminal.shows("is open"));
+    terminal.type("POS?\nhalf a line");
+    EXPECT_TRUE(terminal.shows("0.000"));
+    row.remove();
+    EXPECT_TRUE(terminal.shows("qvio: the device is gone: " + row.why)) << terminal.screen();
+    EXPECT_EQ(terminal.waitForEnd(), 1);
+    EXPECT_EQ(terminal.screen().find("gone"), terminal.screen().rfind("gone")) << "reported once";
+  }
+}
+
+TEST_F(Qvio, GivesTheBytesAsTheyAreWhereOutputIsRedirected) {
+  const auto output = FileOf("");
+  const auto errors = FileOf("");
+  QvioTerminal terminal({"open", echoing_, "--eol", "crlf"}, {output.get(), errors.get()});
+  EXPECT_TRUE(terminal.shows("> "));
+  terminal.type("a whole line\r\npasted\r\n\x16\x1b[31m\n");
+  EXPECT_TRUE(Eventually([&] { return ContentOf(output).ends_with("[31m\r\n"); })) << terminal.screen();
+  echo_.closeAll();
+  EXPECT_EQ(terminal.waitForEnd(), 1);
+  EXPECT_EQ(ContentOf(output), "a whole line\r\npasted\r\n\x1b[31m\r\n");
+  EXPECT_NE(ContentOf(errors).find("the device is gone"), std::string::npos);
+  EXPECT_NE(terminal.screen().find("> a whole line"), std::string::npos) << "the keys are echoed";
 }
 
 /// The characters that must not reach a terminal, and some that must.
@@ -176,13 +197,67 @@ TEST(Text, EscapesWhatCouldHarmATerminal) {
   std::setlocale(LC_CTYPE, "C");
 }
 
+TEST(ReceivedText, ShowsLinesAtTheirEndAndOthersInTime) {
+  constexpr auto kLimit = qvio_tool::ReceivedText::kWholeLine;
+  const struct {
+    std::vector<std::string> pieces;  ///< a quarter of the limit after another
+    std::string shown;                ///< with | for the end of each piece
+  } rows[] = {{{"a\nb\r\nc\r"}, "a\nb\nc\n|"},
+              {{"a\r", "\nb\r", "c\n"}, "a\n|b\n|c\n|"},
+              {{"\r\r\n\n"}, "\n\n\n|"},
+              {{"a", "b", "c", "d", "e", "f"}, "||||abcde\n||"},
+              {{"a", "", "", "", "", "\r", "\n", "\nb\n"}, "||||a\n|||\nb\n|"},
+              {{"a", "", "", "", "", "b\n"}, "||||a\n|b\n|"},
+              {{std::string(20000, 'x')}, std::string(20000, 'x') + "\n|"}};
+  for (const auto& row : rows) {
+    qvio_tool::ReceivedText text;
+    std::chrono::steady_clock::time_point now;
+    std::string shown;
+    for (const auto& piece : row.pieces) {
+      shown += text.add(piece, now);
+      if (text.due() && *text.due() <= now) shown += text.takeRest();
+      shown += '|';
+      now += kLimit / 4;
+    }
+    EXPECT_EQ(shown, row.shown);
+  }
+}
+
+TEST_F(Qvio, DrawsALineOfSeveralRowsAgainBelowWhatArrives) {
+  const std::string wide = "\xE7\x95\x8C";  // of two columns
+  const std::string control = "\x16\x01";   // shown as ^A
+  const auto of = [](int count, const std::string& text) {
+    std::string all;
+    for (int i = 0; i < count; ++i) all += text;
+    return all;
+  };
+  const struct {
+    std::string typed;  ///< and then Q, after the prompt of two columns; a row has 100
+    std::string up;     ///< from the cursor to the prompt
+  } rows[] = {{of(96, "x"), ""},
+              {of(97, "x"), "\x1b[1A"},
+              {of(296, "x"), "\x1b[2A"},
+              {of(297, "x"), "\x1b[3A"},
+              {"x" + of(98, wide), "\x1b[2A"},  // one that does not fit leaves a column free: 3 + 96, 100, 2
+              {of(49, control), "\x1b[1A"},
+              {of(250, "x") + "\x01", ""}};  // Ctrl-A: the cursor is in the first row
+  for (const auto& row : rows) {
+    QvioTerminal terminal({"open", net_});
+    EXPECT_TRUE(terminal.shows("> "));
+    terminal.type(row.typed + "Q");
+    EXPECT_TRUE(terminal.shows("Q"));
+    controller_.closeAll();
+    EXPECT_TRUE(terminal.shows("\r" + row.up + "\x1b[Jqvio: the device is gone")) << terminal.screen();
+  }
+}
+
 TEST_F(Qvio, EditsLinesAndShowsWhatArrivesHarmlessly) {
   QvioTerminal terminal({"open", echoing_});
   EXPECT_TRUE(terminal.shows("> "));
   terminal.type(
       "axx\x7f\x7f"
       "bc\n");  // rubbed out, and entered
-  EXPECT_TRUE(terminal.shows("\x1b[Kabc\r\n")) << "the echo" << terminal.screen();
+  EXPECT_TRUE(terminal.shows("\x1b[Jabc\r\n")) << "the echo" << terminal.screen();
   terminal.type("\x16\x1b[31m\n");  // Ctrl-V takes the escape as a character
   EXPECT_TRUE(terminal.shows("\\x1B[31m"));
   terminal.type("\x04");  // Ctrl-D on the empty line
@@ -190,16 +265,37 @@ TEST_F(Qvio, EditsLinesAndShowsWhatArrivesHarmlessly) {
 }
 
 TEST_F(Qvio, LeavesAtASignalOrAKeyWhateverTheDeviceDoes) {
-  for (const bool floods : {false, true}) {
-    echo_.setReading(qvsim::Reading::Answering);
-    QvioTerminal terminal({"open", echoing_});
+  enum class Trouble { Stalls, Floods, FloodsStoppedTerminal, FloodsUnreadPipe };
+  const struct {
+    Trouble trouble;
+    std::string keys;  ///< without: SIGTERM
+    int status;
+  } rows[] = {
+      {Trouble::Stalls, "", 128 + SIGTERM},
+      {Trouble::Floods, "\x1d", 0},
+      {Trouble::FloodsStoppedTerminal, "\x1d", 0},
+      {Trouble::FloodsStoppedTerminal, "\x03", 128 + SIGINT},
+      {Trouble::FloodsStoppedTerminal, "", 128 + SIGTERM},
+      {Trouble::FloodsUnreadPipe, "typed\x1d", 0},
+      {Trouble::FloodsUnreadPipe, "\x1b", 128 + SIGTERM}};  // also in the middle of a sequence of keys
+  for (const auto& row : rows) {
+    const auto pipe = MakePipe();
+    const bool piped = row.trouble == Trouble::FloodsUnreadPipe;
+    echo_.setReading(row.trouble == Trouble::Stalls ? qvsim::Reading::Stalled : qvsim::Reading::Answering);
+    QvioTerminal terminal({"open", echoing_}, {piped ? pipe[1].get() : -1});
     EXPECT_TRUE(terminal.shows("> "));
     terminal.type("x\n");
-    EXPECT_TRUE(terminal.shows("x\r\n"));
-    floods ? echo_.sendForever() : echo_.setReading(qvsim::Reading::Stalled);
-    EXPECT_TRUE(!floods || terminal.shows("...."));
-    floods ? terminal.type("\x1d") : void(::kill(terminal.pid(), SIGTERM));
-    EXPECT_EQ(terminal.waitForEnd(), floods ? 0 : 128 + SIGTERM);
+    EXPECT_TRUE(Eventually([&] { return echo_.connections() == 1; }));
+    if (row.trouble != Trouble::Stalls) echo_.sendForever();
+    EXPECT_TRUE(row.trouble == Trouble::Stalls || piped || terminal.shows("...."));
+    if (row.trouble == Trouble::FloodsStoppedTerminal) terminal.type("\x13");  // Ctrl-S
+    EXPECT_TRUE(row.trouble != Trouble::FloodsStoppedTerminal || BecomesFull(terminal.openScreen().get()));
+    EXPECT_TRUE(!piped || BecomesFull(pipe[1].get()));
+    terminal.type(row.keys);
+    if (row.status == 128 + SIGTERM) ::kill(terminal.pid(), SIGTERM);
+    EXPECT_EQ(terminal.waitForEnd(), row.status);
+    echo_.setReading(qvsim::Reading::Answering);
+    EXPECT_TRUE(Eventually([&] { return echo_.connections() == 0; }));
   }
 }
 

@@ -1,5 +1,6 @@
 #include "qvio/runner.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
@@ -7,13 +8,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <csignal>
+#include <cstdlib>
 #include <stdexcept>
 
 #include "support/wait.h"
 #include "util/system_call.h"
-#include "util/unique_fd.h"
 
 namespace qvtest {
 namespace {
@@ -38,7 +38,8 @@ bool HasEnded(int pid) {
          info.si_pid == pid;
 }
 
-/// A file in memory, at its beginning.
+}  // namespace
+
 cppu::UniqueFd FileOf(const std::string& content) {
   cppu::UniqueFd fd(::memfd_create("qvio", MFD_CLOEXEC));
   if (::pwrite(fd.get(), content.data(), content.size(), 0) != static_cast<ssize_t>(content.size()))
@@ -51,7 +52,16 @@ std::string ContentOf(const cppu::UniqueFd& fd) {
   return ::pread(fd.get(), text.data(), text.size(), 0) < 0 ? "cannot read" : text;
 }
 
-}  // namespace
+std::array<cppu::UniqueFd, 2> MakePipe() {
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+  return {cppu::UniqueFd(ends[0]), cppu::UniqueFd(ends[1])};
+}
+
+bool BecomesFull(int fd) {
+  pollfd entry{fd, POLLOUT, 0};
+  return Eventually([&] { return ::poll(&entry, 1, 0) == 0; });
+}
 
 Outcome RunQvio(const Words& words, const std::string& input) {
   const std::array files{FileOf(input), FileOf(""), FileOf("")};
@@ -71,12 +81,15 @@ void ExpectText(const Expected& expected) {
   EXPECT_NE(all.find(expected.text), std::string::npos) << expected.text << "\nis not in\n" << all;
 }
 
-QvioTerminal::QvioTerminal(const Words& arguments) {
+QvioTerminal::QvioTerminal(const Words& arguments, const Redirected& redirected) {
   const winsize size{30, 100, 0, 0};
   pid_ = ::forkpty(&master_, nullptr, nullptr, &size);
   if (pid_ == 0) {
     ::setenv("TERM", "xterm", 1);
+    ::setenv("LC_ALL", "C.UTF-8", 1);
     ::setenv("XDG_STATE_HOME", "/dev/null", 1);  // no history is kept
+    if (redirected.output >= 0) ::dup2(redirected.output, STDOUT_FILENO);
+    if (redirected.errors >= 0) ::dup2(redirected.errors, STDERR_FILENO);
     BecomeQvio(arguments);
   }
 }
@@ -121,6 +134,10 @@ int QvioTerminal::waitForEnd() {
   }
   if (!Eventually([&] { return HasEnded(pid_); })) ::kill(pid_, SIGKILL);
   return StatusOf(std::exchange(pid_, -1));
+}
+
+cppu::UniqueFd QvioTerminal::openScreen() const {
+  return cppu::UniqueFd(::open(::ptsname(master_), O_RDWR | O_NOCTTY | O_CLOEXEC));
 }
 
 }  // namespace qvtest

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <array>
 #include <string>
 #include <vector>
+
+#include "util/unique_fd.h"
 
 namespace qvtest {
 
@@ -24,10 +27,26 @@ struct Expected {
 };
 void ExpectText(const Expected& expected);
 
-/// qvio on a terminal of its own.
+/// A file in memory, at its beginning.
+cppu::UniqueFd FileOf(const std::string& content);
+std::string ContentOf(const cppu::UniqueFd& file);
+
+/// The reading and the writing end.
+std::array<cppu::UniqueFd, 2> MakePipe();
+
+/// Whether writing to the descriptor would block, within the generous limit.
+[[nodiscard]] bool BecomesFull(int fd);
+
+/// Descriptors in place of the terminal; below 0: the terminal.
+struct Redirected {
+  int output = -1;
+  int errors = -1;
+};
+
+/// qvio on a terminal of its own, 100 columns wide.
 class QvioTerminal {
  public:
-  explicit QvioTerminal(const Words& arguments);
+  explicit QvioTerminal(const Words& arguments, const Redirected& redirected = {});
   QvioTerminal(const QvioTerminal&) = delete;
   QvioTerminal& operator=(const QvioTerminal&) = delete;
   ~QvioTerminal();
@@ -39,6 +58,9 @@ class QvioTerminal {
 
   /// The exit status, once it has ended.
   [[nodiscard]] int waitForEnd();
+
+  /// What qvio prints to, as another descriptor.
+  [[nodiscard]] cppu::UniqueFd openScreen() const;
 
   [[nodiscard]] int pid() const { return pid_; }
   [[nodiscard]] const std::string& screen() const { return screen_; }

@@ -10,7 +10,7 @@
 #include "commands/commands.h"
 #include "device/event_settler.h"
 #include "device/listing.h"
-#include "terminal/output.h"
+#include "terminal/polled_output.h"
 #include "terminal/signals.h"
 #include "terminal/text.h"
 #include "terminal/waking_queue.h"
@@ -114,14 +114,18 @@ int Watch(const WatchOptions& options) {
   EventQueue events(search.events());
   const RepeatedSearch repeated(search, std::chrono::seconds(options.rescanSeconds));
   EventSettler settler{std::chrono::milliseconds(options.settleMs)};
-  LineOutput output;
+  PolledOutput output;
   for (;;) {
-    std::array<pollfd, 3> entries{{{signals.fd(), POLLIN, 0}, {events.readyFd(), POLLIN, 0}, output.entry()}};
-    cppu::PollUntil(entries, settler.nextDue());
-    if (LineOutput::isDead(entries[2])) return Done;
-    for (const auto& event : events.take()) settler.add(event);
-    for (const auto& report : settler.take(std::chrono::steady_clock::now())) {
-      output.add(options.json ? JsonLine(report) : Line(report));
+    const bool hasRoom = output.hasRoom();  // else events wait in the watch, which bounds them
+    const auto wanted = static_cast<short>(hasRoom ? POLLIN : 0);
+    std::array<pollfd, 3> entries{{{signals.fd(), POLLIN, 0}, {events.readyFd(), wanted, 0}, output.entry()}};
+    cppu::PollUntil(entries, hasRoom ? settler.nextDue() : cppu::Deadline{});
+    if (PolledOutput::isDead(entries[2])) return Done;
+    if (hasRoom) {
+      for (const auto& event : events.take()) settler.add(event);
+      for (const auto& report : settler.take(std::chrono::steady_clock::now())) {
+        output.add(options.json ? JsonLine(report) : Line(report));
+      }
     }
     output.write();
     if (signals.take() != 0) return Done;

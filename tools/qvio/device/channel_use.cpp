@@ -46,9 +46,11 @@ quorvio::Channel PolledChannel::open(const ChannelOptions& options) try {
   const auto onReceive = [this](std::string_view bytes) {
     inbox_.push({Arrival::Kind::Bytes, std::string(bytes)});
   };
-  const auto onLost = [this](std::error_code why) {
-    const bool isLost = why == quorvio::Errc::connectionLost;
-    inbox_.push({isLost ? Arrival::Kind::Lost : Arrival::Kind::Notice, TextOf(why)});
+  // An unplugged serial port shows as a receive that fails, again and again.
+  const auto onLost = [this, isSerial = options.isSerial()](std::error_code why) {
+    const bool isLost = isSerial || why == quorvio::Errc::connectionLost;
+    isLost ? inbox_.push({Arrival::Kind::Lost, "the device is gone: " + TextOf(why)})
+           : inbox_.push({Arrival::Kind::Notice, TextOf(why)});
   };
   return {options.locator, quorvio::Options::fromLines(options.text()), onReceive, onLost};
 } catch (const quorvio::Error& error) {

@@ -20,7 +20,7 @@ struct Arrival {
   enum class Kind {
     Bytes,
     Notice,      ///< receiving failed; reported once until bytes come again
-    Lost,        ///< as Notice: the peer has closed or reset the link
+    Lost,        ///< the peer has closed or reset the link, or a serial port is gone; more may follow
     Sent,        ///< all bytes of one send
     SendFailed,  ///< one send; its bytes may have been sent in part
   };
@@ -33,7 +33,7 @@ struct Arrival {
 class PolledChannel {
  public:
   /// Bytes of arrivals that one turn of a poll loop should handle, so that keys and signals have their turn.
-  static constexpr std::size_t kBytesInTurn = std::size_t{64} << 10U;
+  static constexpr std::size_t kBytesInTurn = std::size_t{16} << 10U;
 
   /// Locks a serial port, opens, and reports surprises on standard error. Throws CommandFailure.
   explicit PolledChannel(const ChannelOptions& options);
@@ -91,7 +91,7 @@ class Exchange {
   [[nodiscard]] uint64_t received() const { return received_; }
   [[nodiscard]] const std::string& answer() const { return answer_; }  ///< at least its last MiB
   [[nodiscard]] Clock::time_point lastByte() const { return lastByte_; }
-  [[nodiscard]] bool isLost() const { return lost_; }  ///< the peer has closed or reset the link
+  [[nodiscard]] bool isLost() const { return lost_; }  ///< as Arrival::Kind::Lost
 
  private:
   void handle(const Arrival& arrival);

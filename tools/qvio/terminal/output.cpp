@@ -2,21 +2,17 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 
 #include "terminal/failure.h"
 #include "terminal/text.h"
-#include "util/system_call.h"
 
 namespace qvio_tool {
-namespace {
 
-std::size_t Write(int fd, std::string_view bytes) {
+std::size_t WriteSome(int fd, std::string_view bytes) {
   const auto written = cppu::Uninterrupted([&] { return ::write(fd, bytes.data(), bytes.size()); });
   if (written < 0 && errno == EAGAIN) return 0;
   if (written < 0) throw CommandFailure(std::string("cannot write: ") + std::strerror(errno));
@@ -28,30 +24,13 @@ bool WaitWritable(int fd, cppu::Deadline deadline) {
   return cppu::PollUntil({&entry, 1}, deadline) > 0 && (entry.revents & POLLOUT) != 0;
 }
 
-}  // namespace
-
 void WriteAll(int fd, std::string_view bytes) {
   while (!bytes.empty()) {
-    const auto written = Write(fd, bytes);
+    const auto written = WriteSome(fd, bytes);
     if (written == 0) WaitWritable(fd, {});
     bytes.remove_prefix(written);
   }
 }
-
-void LineOutput::write() {
-  while (!waiting_.empty() && WaitWritable(STDOUT_FILENO, std::chrono::steady_clock::now())) {
-    const auto size = std::min<std::size_t>(waiting_.size(), PIPE_BUF);  // a writable pipe takes that at once
-    const auto written = Write(STDOUT_FILENO, std::string_view(waiting_).substr(0, size));
-    if (written == 0) return;
-    waiting_.erase(0, written);
-  }
-}
-
-pollfd LineOutput::entry() const {
-  return {STDOUT_FILENO, static_cast<short>(waiting_.empty() ? 0 : POLLOUT), 0};
-}
-
-bool LineOutput::isDead(const pollfd& entry) { return (entry.revents & (POLLERR | POLLHUP | POLLNVAL)) != 0; }
 
 Table::Table(const Row& headings) : table_(::scols_new_table(), ::scols_unref_table) {
   if (!table_) throw std::bad_alloc();

@@ -1,36 +1,25 @@
 #pragma once
 
 #include <libsmartcols.h>
-#include <poll.h>
 
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "util/system_call.h"
+
 namespace qvio_tool {
 
 /// Writes all to standard output or standard error. Throws CommandFailure when that fails.
 void WriteAll(int fd, std::string_view bytes);
 
-/// Standard output for a poll loop: lines are written as soon as it takes them, and a reader that has stopped
-/// reading does not stop the loop.
-class LineOutput {
- public:
-  void add(std::string_view line) { waiting_ += line; }
+/// Writes once, and returns how many bytes were taken; 0 if a non-blocking descriptor takes none now. Throws
+/// CommandFailure.
+std::size_t WriteSome(int fd, std::string_view bytes);
 
-  /// Writes as much as standard output takes now. Throws CommandFailure.
-  void write();
-
-  /// The entry for the poll.
-  [[nodiscard]] pollfd entry() const;
-
-  /// Whether the reader is gone, by the result of the poll.
-  [[nodiscard]] static bool isDead(const pollfd& entry);
-
- private:
-  std::string waiting_;
-};
+/// Waits until bytes can be written. False at the deadline, and when the reader is gone.
+bool WaitWritable(int fd, cppu::Deadline deadline);
 
 /// Rows in columns under a line of headings.
 class Table {

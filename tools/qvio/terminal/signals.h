@@ -65,7 +65,7 @@ class TerminalSignals {
   }
 
  private:
-  SignalDescriptor signals_{SIGINT, SIGTERM, SIGHUP, SIGWINCH, SIGCONT};
+  SignalDescriptor signals_{SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGWINCH, SIGCONT};
   int ending_ = 0;
 };
 
