@@ -270,14 +270,13 @@ TEST_F(Qvio, LeavesAtASignalOrAKeyWhateverTheDeviceDoes) {
     Trouble trouble;
     std::string keys;  ///< without: SIGTERM
     int status;
-  } rows[] = {
-      {Trouble::Stalls, "", 128 + SIGTERM},
-      {Trouble::Floods, "\x1d", 0},
-      {Trouble::FloodsStoppedTerminal, "\x1d", 0},
-      {Trouble::FloodsStoppedTerminal, "\x03", 128 + SIGINT},
-      {Trouble::FloodsStoppedTerminal, "", 128 + SIGTERM},
-      {Trouble::FloodsUnreadPipe, "typed\x1d", 0},
-      {Trouble::FloodsUnreadPipe, "\x1b", 128 + SIGTERM}};  // also in the middle of a sequence of keys
+  } rows[] = {{Trouble::Stalls, "", 128 + SIGTERM},
+              {Trouble::Floods, "\x1d", 0},
+              {Trouble::FloodsStoppedTerminal, "\x1d", 0},
+              {Trouble::FloodsStoppedTerminal, "\x03", 128 + SIGINT},
+              {Trouble::FloodsStoppedTerminal, "", 128 + SIGTERM},
+              {Trouble::FloodsUnreadPipe, "typed\x1d", 0},
+              {Trouble::FloodsUnreadPipe, "typed\x1b", 128 + SIGTERM}};  // within a sequence of keys
   for (const auto& row : rows) {
     const auto pipe = MakePipe();
     const bool piped = row.trouble == Trouble::FloodsUnreadPipe;
@@ -292,6 +291,7 @@ TEST_F(Qvio, LeavesAtASignalOrAKeyWhateverTheDeviceDoes) {
     EXPECT_TRUE(row.trouble != Trouble::FloodsStoppedTerminal || BecomesFull(terminal.openScreen().get()));
     EXPECT_TRUE(!piped || BecomesFull(pipe[1].get()));
     terminal.type(row.keys);
+    EXPECT_TRUE(row.keys != "typed\x1b" || (terminal.shows("typed") && terminal.takesAllKeys()));
     if (row.status == 128 + SIGTERM) ::kill(terminal.pid(), SIGTERM);
     EXPECT_EQ(terminal.waitForEnd(), row.status);
     echo_.setReading(qvsim::Reading::Answering);

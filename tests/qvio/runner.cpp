@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -134,6 +135,12 @@ int QvioTerminal::waitForEnd() {
   }
   if (!Eventually([&] { return HasEnded(pid_); })) ::kill(pid_, SIGKILL);
   return StatusOf(std::exchange(pid_, -1));
+}
+
+bool QvioTerminal::takesAllKeys() const {
+  const auto screen = openScreen();
+  int unread = 0;
+  return Eventually([&] { return ::ioctl(screen.get(), FIONREAD, &unread) == 0 && unread == 0; });
 }
 
 cppu::UniqueFd QvioTerminal::openScreen() const {

@@ -59,6 +59,9 @@ class QvioTerminal {
   /// The exit status, once it has ended.
   [[nodiscard]] int waitForEnd();
 
+  /// Whether qvio reads all that was typed, within the generous limit.
+  [[nodiscard]] bool takesAllKeys() const;
+
   /// What qvio prints to, as another descriptor.
   [[nodiscard]] cppu::UniqueFd openScreen() const;
 
