@@ -144,13 +144,13 @@ TEST_F(Qvio, NamesTheProcessThatHoldsTheSerialPort) {
 
 TEST_F(Qvio, LeavesWhenTheDeviceIsGone) {
   const struct {
-    std::string locator;
+    Words device;
     std::function<void()> remove;
     std::string why;
-  } rows[] = {{net_, [&] { controller_.closeAll(); }, "connection lost (result 7)"},
-              {tty_, [&] { stage_.hangUp(); }, "receive failed (result 8)"}};
+  } rows[] = {{{"open", net_}, [&] { controller_.closeAll(); }, "connection lost (result 7)"},
+              {{"open", tty_, "-b", "115200"}, [&] { stage_.hangUp(); }, "receive failed (result 8)"}};
   for (const auto& row : rows) {
-    QvioTerminal terminal({"open", row.locator, "-o", "baudrate 115200"});
+    QvioTerminal terminal(row.device);
     EXPECT_TRUE(terminal.shows("is open"));
     terminal.type("POS?\nhalf a line");
     EXPECT_TRUE(terminal.shows("0.000"));
