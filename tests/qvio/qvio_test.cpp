@@ -61,6 +61,7 @@ TEST_F(Qvio, AnswersEveryWayOfAsking) {
        0,
        "QUORVI,DRV-SIM,T-2,1.0\r\n"},
       {{"open", net_, "--quiet-ms", "200"}, "MOV 3\nPOS?\n", 0, "OK\r\n3.000\r\n"},
+      {{"open", net_, "--quiet-ms", "60000", "--for", "1"}, "POS?\n", 0, "3.000\r\n"},
       {{"open", echoing_, "--quiet-ms", "200"}, bytes, 0, bytes},
       {{"open", echoing_, "--quiet-ms", "200", "--hex"}, "00 ff\n0d", 0, "00 FF 0D\n"},
   };
@@ -69,6 +70,15 @@ TEST_F(Qvio, AnswersEveryWayOfAsking) {
     EXPECT_EQ(outcome.status, row.status) << testing::PrintToString(row.arguments) << outcome.errors;
     EXPECT_EQ(outcome.output, row.output) << testing::PrintToString(row.arguments);
   }
+}
+
+TEST_F(Qvio, BoundsASendThatTheDeviceDoesNotTake) {
+  stage_.setReading(qvsim::Reading::Stalled);
+  ExpectText({{"send", tty_, std::string(100000, 'x'), "-b", "115200", "--wait", "50"},
+              124,
+              "qvio: the device has not taken the whole request within 50 ms\n"});
+  echo_.setReading(qvsim::Reading::Stalled);
+  EXPECT_EQ(RunQvio({"open", echoing_, "--for", "1"}, std::string(16 << 20, 'x')).status, 124);
 }
 
 TEST_F(Qvio, SaysWhatIsWrongAndWhatHelps) {

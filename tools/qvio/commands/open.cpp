@@ -22,14 +22,15 @@ using std::chrono::milliseconds;
 struct OpenOptions {
   ChannelOptions channel;
   uint32_t quietMs = 500;
+  uint32_t seconds = 0;  ///< overall limit with a pipe; 0: none
 };
 
-/// Sends standard input as it is until its end, and prints answers.
-void SendInput(PolledChannel& channel, Exchange& exchange, bool hex) {
+/// Sends standard input as it is until its end, and prints answers. False when the limit comes first.
+bool SendInput(PolledChannel& channel, Exchange& exchange, bool hex, cppu::Deadline limit) {
   std::array<pollfd, 2> entries{{{STDIN_FILENO, POLLIN, 0}, {channel.readyFd(), POLLIN, 0}}};
   std::string hexText;
   while (!exchange.isLost()) {
-    cppu::PollUntil(entries, {});
+    if (cppu::PollUntil(entries, limit) == 0) return false;
     if (entries[1].revents != 0) exchange.receiveUntil(Clock::now());
     if (entries[0].revents == 0) continue;
     std::array<char, 65536> buffer;  // NOLINT(cppcoreguidelines-pro-type-member-init): written by read
@@ -37,21 +38,35 @@ void SendInput(PolledChannel& channel, Exchange& exchange, bool hex) {
     if (got < 0) throw CommandFailure(std::string("standard input: ") + std::strerror(errno));
     if (got == 0) break;
     const std::string bytes(buffer.data(), static_cast<std::size_t>(got));
-    hex ? void(hexText += bytes) : void(exchange.send(bytes));
+    if (hex) {
+      hexText += bytes;
+    } else if (!exchange.send(bytes, limit)) {
+      return exchange.isLost();
+    }
   }
-  if (hex) exchange.send(FromHex(hexText));
+  return !hex || exchange.send(FromHex(hexText), limit) || exchange.isLost();
+}
+
+cppu::Deadline Limited(Clock::time_point limit) {
+  return limit == Clock::time_point::max() ? cppu::Deadline{} : limit;
 }
 
 int Pipe(PolledChannel& channel, const OpenOptions& options) {
   Exchange exchange(channel, options.channel.hex);
-  SendInput(channel, exchange, options.channel.hex);
+  const auto limit =
+      options.seconds == 0 ? Clock::time_point::max() : Clock::now() + std::chrono::seconds(options.seconds);
+  const bool isSent = SendInput(channel, exchange, options.channel.hex, Limited(limit));
   const auto inputEnded = Clock::now();
   const auto quietAt = [&] {
     return std::max(exchange.lastByte(), inputEnded) + milliseconds(options.quietMs);
   };
-  while (!exchange.isLost() && exchange.receiveUntil(quietAt())) {
+  while (!exchange.isLost() && Clock::now() < limit && exchange.receiveUntil(std::min(quietAt(), limit))) {
   }
   exchange.finish();
+  if (!isSent) {
+    std::fprintf(stderr, "qvio: not all of the input was sent within %u s\n", options.seconds);
+    return TimedOut;
+  }
   return exchange.isLost() ? Refused : Done;
 }
 
@@ -71,6 +86,8 @@ void AddOpenCommand(CLI::App& app, Run& run) {
   options.channel.addTo(*command);
   command->add_option("--quiet-ms", options.quietMs, "With a pipe: end after this quiet, in milliseconds")
       ->capture_default_str();
+  command->add_option("--for", options.seconds,
+                      "With a pipe: end after this many seconds at the latest; 124 if not all was sent");
   command->footer(
       "At a terminal each line is sent with its line end (--eol); Ctrl-] or Ctrl-D leaves. Received control\n"
       "characters are shown as \\xNN; standard output that is not a terminal gets the bytes as they are.\n"

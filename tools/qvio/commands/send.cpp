@@ -26,10 +26,9 @@ std::string Request(const SendOptions& options) {
 }
 
 /// Receives until the bytes or the text have come; without either, any answer and then quiet.
-int AwaitAnswer(Exchange& exchange, const SendOptions& options) {
+int AwaitAnswer(Exchange& exchange, const SendOptions& options, Clock::time_point limit) {
   const auto until = FromEscaped(options.until);
   const bool exact = options.bytes > 0 || !until.empty();
-  const auto limit = Clock::now() + milliseconds(options.waitMs);
   for (;;) {
     const bool answered = exchange.received() > 0;
     const bool enough = options.bytes > 0 && exchange.received() >= options.bytes;
@@ -42,17 +41,24 @@ int AwaitAnswer(Exchange& exchange, const SendOptions& options) {
   }
 }
 
+int ReportTimeOut(const char* what, const SendOptions& options) {
+  std::fprintf(stderr, "qvio: %s within %u ms\n", what, options.waitMs);
+  return TimedOut;
+}
+
 int Send(const SendOptions& options) {
   const auto request = Request(options);  // a wrong one opens nothing
   PolledChannel channel(options.channel);
   if (options.waitMs == 0)
     return Exchange(channel, options.channel.hex, Exchange::Answer::Dropped).send(request) ? Done : Refused;
   Exchange exchange(channel, options.channel.hex);
-  exchange.send(request);
-  const int status = AwaitAnswer(exchange, options);
+  const auto limit = Clock::now() + milliseconds(options.waitMs);
+  const bool isSent = exchange.send(request, limit);
+  if (!isSent && !exchange.isLost())
+    return ReportTimeOut("the device has not taken the whole request", options);
+  const int status = AwaitAnswer(exchange, options, limit);
   exchange.finish();
-  if (status == TimedOut) std::fprintf(stderr, "qvio: no complete answer within %u ms\n", options.waitMs);
-  return status;
+  return status == TimedOut ? ReportTimeOut("no complete answer", options) : status;
 }
 
 }  // namespace
@@ -63,7 +69,9 @@ void AddSendCommand(CLI::App& app, Run& run) {
   options.channel.addTo(*command);
   command->add_option("text", options.text, R"(The request; \n, \r, \t, \\ and \xNN stand for bytes)")
       ->required();
-  command->add_option("-w,--wait", options.waitMs, "Milliseconds to wait for the answer; 0: do not wait")
+  command
+      ->add_option("-w,--wait", options.waitMs,
+                   "Milliseconds for the request and its answer together; 0: no limit, and no answer")
       ->capture_default_str();
   command
       ->add_option("--quiet-ms", options.quietMs,

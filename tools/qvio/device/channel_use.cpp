@@ -70,10 +70,11 @@ void PolledChannel::sendOne(const std::string& bytes) try {
   inbox_.push({Arrival::Kind::SendFailed, FailureText()});
 }
 
-bool Exchange::send(const std::string& bytes) {
+bool Exchange::send(const std::string& bytes, cppu::Deadline deadline) {
   if (!channel_.send(bytes)) throw CommandFailure("too many sends are waiting");
   sent_ = false;
-  while (!sent_ && !lost_) receiveUntil({});
+  while (!sent_ && !lost_ && receiveUntil(deadline)) {
+  }
   return sent_;
 }
 

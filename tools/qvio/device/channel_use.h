@@ -78,9 +78,9 @@ class Exchange {
   Exchange(PolledChannel& channel, bool hex, Answer print = Answer::Printed)
       : channel_(channel), hex_(hex), prints_(print == Answer::Printed) {}
 
-  /// Returns when all bytes are sent. False when the link was lost before. Throws CommandFailure when sending
-  /// fails.
-  bool send(const std::string& bytes);
+  /// Waits until all bytes are sent. False when the deadline has passed or the link is lost. Throws
+  /// CommandFailure when sending fails.
+  bool send(const std::string& bytes, cppu::Deadline deadline = {});
 
   /// Waits for an arrival until the deadline, and prints what has come. False at the deadline.
   bool receiveUntil(cppu::Deadline deadline);
