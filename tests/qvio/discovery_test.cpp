@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <nlohmann/json.hpp>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -189,8 +189,10 @@ TEST_F(QvioDiscovery, KeepsQuietAboutWhatSettles) {
   controllers_->add("T-3");
   EXPECT_TRUE(terminal.shows(R"("device-sn":"T-3")"));
   EXPECT_EQ(terminal.screen().find(R"("event":"unavailable")"), std::string::npos) << terminal.screen();
-  const std::regex rfc3339(R"("time":"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}[+-]\d\d:\d\d")");
-  EXPECT_TRUE(std::regex_search(terminal.screen(), rfc3339)) << terminal.screen();
+  auto time = terminal.screen().substr(terminal.screen().find(R"("time":")") + 8, 29);
+  std::ranges::replace_if(
+      time, [](char c) { return c >= '0' && c <= '9'; }, '0');
+  EXPECT_TRUE(time == "0000-00-00T00:00:00.000+00:00" || time == "0000-00-00T00:00:00.000-00:00") << time;
   ::kill(terminal.pid(), SIGTERM);
   EXPECT_EQ(terminal.waitForEnd(), 0);
 }
