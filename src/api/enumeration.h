@@ -10,9 +10,8 @@ namespace qvio {
 
 /// The texts of the listing functions; all throw Failure or OptionsError.
 
-/// @param interfaceType  QV_IO_INTERFACE_ALL: devices of the kinds that the options name, as records; one
-/// kind: its
-///                       devices as locator lines
+/// @param interfaceType  QV_IO_INTERFACE_ALL: records of devices, of the kinds that the options name;
+///                       one kind: the locators of its devices, one a line
 std::string ListDevices(uint32_t interfaceType, std::string_view options);
 
 std::string ListInterfaces(std::string_view options);

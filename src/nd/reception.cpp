@@ -62,7 +62,7 @@ void Reception::receiveOnce() {
   if (!connection_->Receive(networkId, sender, datagram.Data, kReceiveTimeoutMs)) return;
   QV_ND_Packet packet;
   const bool valid = DecodePacket(datagram.Data, packet);
-  // A lambda: with the log off, which is the rule, no text is built.
+  // A lambda, because the log is usually off and the text is not needed then.
   const auto origin = [&] { return connection_->NetworkName(networkId) + " from " + IP4ToString(sender); };
   if (IsLogged(LogCategory::RawDatagrams)) {
     Log(LogCategory::RawDatagrams, std::string("Host got ") + (valid ? "valid " : "invalid ") +
