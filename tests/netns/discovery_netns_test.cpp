@@ -257,7 +257,8 @@ TEST_F(DiscoveryInterfaces, AreWatchedOnAfterTheyWereDownOrReplaced) {
       (*controllers)->setAvailable("AWAY", true);
     }
     EXPECT_TRUE(Eventually([&] { return listed() == "network-port=" + std::to_string(port); }));
-    EXPECT_TRUE(Eventually([&] { return recorder.events().size() == known + 2; })) << "lost and found";
+    // Or more: an announcement comes on two networks, of which the second may bring the older one later.
+    EXPECT_TRUE(Eventually([&] { return recorder.events().size() >= known + 2; })) << "lost and found";
   }
 }
 

@@ -48,14 +48,13 @@ std::string UsageText(const CLI::App& app, const CLI::ParseError& error, const s
   const auto commands = app.get_subcommands([](const CLI::App*) { return true; });
   const auto isNamed = [&](const CLI::App* command) { return command->get_name() == word; };
   if (word.empty() || word.starts_with('-') || std::ranges::any_of(commands, isNamed))
-    return WithHint(error.what(),
-                    "\"qvio --help\" lists the commands, \"qvio COMMAND --help\" their options");
+    return WithHint(error.what(), R"("qvio --help" lists the commands, "qvio COMMAND --help" their options)");
   const auto* const nearest = *std::ranges::min_element(
       commands, {}, [&](const CLI::App* command) { return Distance(word, command->get_name()); });
   const bool isNear = Distance(word, nearest->get_name()) <= 2;
   return WithHint(
       "no command \"" + OneLine(word) + "\"",
-      isNear ? "did you mean \"qvio " + nearest->get_name() + "\"?" : "\"qvio --help\" lists the commands");
+      isNear ? "did you mean \"qvio " + nearest->get_name() + "\"?" : R"("qvio --help" lists the commands)");
 }
 
 }  // namespace
