@@ -41,7 +41,8 @@ void Reason::append(std::string_view text) noexcept {
 }
 
 void Reason::appendValue(const ReasonValue& value) noexcept {
-  if (value.text_ != nullptr) return append(std::string_view(value.text_, value.sizeOrNumber_));
+  if (value.text_ != nullptr)
+    return append(std::string_view(value.text_, static_cast<std::size_t>(value.sizeOrNumber_)));
   std::array<char, std::numeric_limits<uint64_t>::digits10 + 1> digits{};
   const auto* const end =
       std::to_chars(digits.data(), digits.data() + digits.size(), value.sizeOrNumber_).ptr;
