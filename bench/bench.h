@@ -66,10 +66,11 @@ void Measure(Work work, int count, Cost& sum) {
   sum.add(CostUntilNow());
 }
 
-/// Lets the library and another contestant do the same work by turns, a few pieces at a time and each first
-/// in every other turn: whoever comes second is slower here by a quarter. The row shows the library's time;
-/// `ratio` is that time divided by the other's, `cpu_ratio` the same of the processor time; `switches` and
-/// `their_switches` are context switches for each piece of work, `allocations` the library's of the row.
+/// Lets the library and another contestant do the same work by turns of a few pieces, in the order library,
+/// other, other, library: measured one after the other, the second one was slower by a quarter. The row shows
+/// the library's time; `ratio` is that time divided by the other's, `cpu_ratio` the same of the processor
+/// time; `switches` and `their_switches` are context switches for each piece of work, `allocations` the
+/// library's of the row.
 template <class Library, class Other>
 void CompareByTurns(benchmark::State& state, int count, Library library, Other other) {
   const int turn = count > 10 ? 10 : 1;

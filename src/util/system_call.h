@@ -15,6 +15,10 @@ namespace cppu {
 /// A moment of the monotonic clock; none means without limit.
 using Deadline = std::optional<std::chrono::steady_clock::time_point>;
 
+inline bool HasPassed(const Deadline& deadline) {
+  return deadline && std::chrono::steady_clock::now() >= *deadline;
+}
+
 /// Repeats a system call while signals interrupt it; returns its result, errno as it left it.
 template <class Call>
 auto Uninterrupted(Call call) {

@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -72,11 +73,18 @@ TEST_F(Qvio, AnswersEveryWayOfAsking) {
   }
 }
 
-TEST_F(Qvio, BoundsASendThatTheDeviceDoesNotTake) {
+TEST_F(Qvio, EndsInTimeWhateverTheDeviceDoes) {
   stage_.setReading(qvsim::Reading::Stalled);
   ExpectText({{"send", tty_, std::string(100000, 'x'), "-b", "115200", "--wait", "50"},
               124,
               "qvio: the device has not taken the whole request within 50 ms\n"});
+  const Words floods[] = {{"send", echoing_, "x", "--until", "never", "--wait", "100"},
+                          {"send", echoing_, "x", "--wait", "100"}};
+  for (const auto& words : floods) {
+    auto run = std::async(std::launch::async, [&] { return RunQvio(words).status; });
+    while (run.wait_for(std::chrono::milliseconds(1)) == std::future_status::timeout) echo_.sendForever();
+    EXPECT_EQ(run.get(), 124) << testing::PrintToString(words);
+  }
   echo_.setReading(qvsim::Reading::Stalled);
   EXPECT_EQ(RunQvio({"open", echoing_, "--for", "1"}, std::string(16 << 20, 'x')).status, 124);
 }
@@ -96,6 +104,7 @@ TEST_F(Qvio, SaysWhatIsWrongAndWhatHelps) {
       {{"send", net_, "x", "-o", "connect-timeout 5s"}, 2, "qvio: not a number: connect-timeout 5s\n"},
       {{"send", net_, "x", "-o", "baudrate 9600"}, 2, "qvio: Unknown option: baudrate\n"},
       {{"send", net_, "x", "-o", "iface eth0"}, 2, "eth0 is not the address of an interface\nqvio: hint: "},
+      {{"send", net_, "x", "--iface", "eth0"}, 2, "eth0 is not the address of an interface\n"},
       {{"send", net_, "x", "-o", "iface 127.0.0.1"}, 2, "qvio: not network:ADDRESS: iface 127.0.0.1\n"},
       {{"send", "/dev/null", "x", "-b", "9600"}, 1, "/dev/null is not a serial port\n"},
       {{"send", "127.0.0.1:70000", "x"}, 2, "port 70000 is above 65535\n"},

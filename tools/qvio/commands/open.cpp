@@ -30,7 +30,7 @@ bool SendInput(PolledChannel& channel, Exchange& exchange, bool hex, cppu::Deadl
   std::array<pollfd, 2> entries{{{STDIN_FILENO, POLLIN, 0}, {channel.readyFd(), POLLIN, 0}}};
   std::string hexText;
   while (!exchange.isLost()) {
-    if (cppu::PollUntil(entries, limit) == 0) return false;
+    if (cppu::PollUntil(entries, limit) == 0 || cppu::HasPassed(limit)) return false;
     if (entries[1].revents != 0) exchange.receiveUntil(Clock::now());
     if (entries[0].revents == 0) continue;
     std::array<char, 65536> buffer;  // NOLINT(cppcoreguidelines-pro-type-member-init): written by read
@@ -47,20 +47,17 @@ bool SendInput(PolledChannel& channel, Exchange& exchange, bool hex, cppu::Deadl
   return !hex || exchange.send(FromHex(hexText), limit) || exchange.isLost();
 }
 
-cppu::Deadline Limited(Clock::time_point limit) {
-  return limit == Clock::time_point::max() ? cppu::Deadline{} : limit;
-}
-
 int Pipe(PolledChannel& channel, const OpenOptions& options) {
   Exchange exchange(channel, options.channel.hex);
-  const auto limit =
-      options.seconds == 0 ? Clock::time_point::max() : Clock::now() + std::chrono::seconds(options.seconds);
-  const bool isSent = SendInput(channel, exchange, options.channel.hex, Limited(limit));
+  cppu::Deadline limit;
+  if (options.seconds > 0) limit = Clock::now() + std::chrono::seconds(options.seconds);
+  const bool isSent = SendInput(channel, exchange, options.channel.hex, limit);
   const auto inputEnded = Clock::now();
   const auto quietAt = [&] {
-    return std::max(exchange.lastByte(), inputEnded) + milliseconds(options.quietMs);
+    const auto quiet = std::max(exchange.lastByte(), inputEnded) + milliseconds(options.quietMs);
+    return limit ? std::min(quiet, *limit) : quiet;
   };
-  while (!exchange.isLost() && Clock::now() < limit && exchange.receiveUntil(std::min(quietAt(), limit))) {
+  while (!exchange.isLost() && !cppu::HasPassed(limit) && exchange.receiveUntil(quietAt())) {
   }
   exchange.finish();
   if (!isSent) {

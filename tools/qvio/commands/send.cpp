@@ -36,7 +36,9 @@ int AwaitAnswer(Exchange& exchange, const SendOptions& options, Clock::time_poin
     if (enough || found) return Done;
     if (exchange.isLost()) return !exact && answered ? Done : Refused;
     const bool untilQuiet = !exact && answered;
-    const auto deadline = untilQuiet ? exchange.lastByte() + milliseconds(options.quietMs) : limit;
+    const milliseconds quiet(untilQuiet ? options.quietMs : 0);
+    if (Clock::now() >= limit + quiet) return TimedOut;  // the device goes on sending
+    const auto deadline = untilQuiet ? exchange.lastByte() + quiet : limit;
     if (!exchange.receiveUntil(deadline)) return untilQuiet ? Done : TimedOut;
   }
 }
@@ -71,7 +73,9 @@ void AddSendCommand(CLI::App& app, Run& run) {
       ->required();
   command
       ->add_option("-w,--wait", options.waitMs,
-                   "Milliseconds for the request and its answer together; 0: no limit, and no answer")
+                   "Milliseconds for the request and its answer together; 0: send without a limit, and do "
+                   "not wait for an "
+                   "answer")
       ->capture_default_str();
   command
       ->add_option("--quiet-ms", options.quietMs,

@@ -73,6 +73,7 @@ void ChannelOptions::requireSound() const try {
   const auto type = qvio::ReadLocator(locator).interfaceType;
   qvio::CheckTypedOptions(type, Given(lines));
   if (type == QV_IO_INTERFACE_NETWORK) RequireInterfaces(Given(lines));
+  for (const auto& iface : ifaces) InterfaceText(iface);
 } catch (const qvio::Failure& failure) {
   throw CommandFailure(WithHint(OneLine(failure.what()), kLocatorForms), WrongUsage);
 } catch (const qvio::OptionsError& error) {

@@ -73,7 +73,7 @@ void PolledChannel::sendOne(const std::string& bytes) try {
 bool Exchange::send(const std::string& bytes, cppu::Deadline deadline) {
   if (!channel_.send(bytes)) throw CommandFailure("too many sends are waiting");
   sent_ = false;
-  while (!sent_ && !lost_ && receiveUntil(deadline)) {
+  while (!sent_ && !lost_ && !cppu::HasPassed(deadline) && receiveUntil(deadline)) {
   }
   return sent_;
 }

@@ -82,7 +82,8 @@ class Exchange {
   /// CommandFailure when sending fails.
   bool send(const std::string& bytes, cppu::Deadline deadline = {});
 
-  /// Waits for an arrival until the deadline, and prints what has come. False at the deadline.
+  /// Waits for an arrival until the deadline, and prints what has come. False when nothing has come by then:
+  /// a device that floods always has something, so whoever must end looks at the clock too.
   bool receiveUntil(cppu::Deadline deadline);
 
   /// Ends the line of a hexadecimal answer.

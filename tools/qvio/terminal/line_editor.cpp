@@ -100,7 +100,7 @@ void LineEditor::setUp() {
   ::el_set(editor, EL_GETCFN, &LineEditor::readCharacter);
   ::el_source(editor, nullptr);
   ::el_set(editor, EL_SETTY, "-d", "-icrnl", "-inlcr", nullptr);  // to recognise a pasted CR LF
-  // Between two lines the editor leaves editing mode for a moment. What is pasted meanwhile must not change.
+  // Between two lines the editor leaves editing mode for a moment, in which pasted text must not change.
   ::el_set(editor, EL_SETTY, "-x", "-icrnl", "-inlcr", "-icanon", "-echo", nullptr);
   ::el_set(editor, EL_UNBUFFERED, 1);
 }
