@@ -25,7 +25,7 @@ class Guarded {
 
  private:
   mutable std::mutex mutex_;  ///< guards value_
-  T value_;
+  T value_{};
 };
 
 }  // namespace cppu

@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -44,9 +45,13 @@ class WatchState {
   static void onEvent(void* number, uint32_t type, const QV_IO_Event* event) noexcept {
     const auto state = Registry<WatchState>::find(number);
     if (!state || type == QV_IO_EVENT_ERROR) return;
-    state->add({type == QV_IO_EVENT_DEVICE_FOUND, textOut("event", [&](char* buffer, std::size_t* size) {
-                  return QV_IO_GetDiscoveryEventData(event, "include-all", buffer, size);
-                })});
+    try {
+      state->add({type == QV_IO_EVENT_DEVICE_FOUND, textOut("event", [&](char* buffer, std::size_t* size) {
+                    return QV_IO_GetDiscoveryEventData(event, "include-all", buffer, size);
+                  })});
+    } catch (const std::exception&) {  // no memory: the library's thread must go on
+      state->loseEvent();
+    }
   }
 
   void add(Event event) {
@@ -55,6 +60,14 @@ class WatchState {
       lost_ = lost_ || events_.size() == kMost;
       if (events_.size() == kMost) events_.pop_front();
       events_.push_back(std::move(event));
+    }
+    changed_.notify_all();
+  }
+
+  void loseEvent() {
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      lost_ = true;
     }
     changed_.notify_all();
   }
@@ -71,7 +84,7 @@ class WatchState {
 
   std::optional<Event> next(Duration timeout) {
     std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait_until(lock, deadlineAfter(timeout), [&] { return !events_.empty() || closed_; });
+    changed_.wait_until(lock, deadlineAfter(timeout), [&] { return !events_.empty() || lost_ || closed_; });
     if (closed_) throw Error(Errc::invalidHandle, "the watch is closed");
     if (std::exchange(lost_, false)) throw Error(Errc::eventsLost, "watch devices");
     if (events_.empty()) return {};
@@ -136,8 +149,8 @@ class DeviceWatch {
   ~DeviceWatch() { close(); }
 
   /** The next event, in the order in which they came; none after the time-out.
-   * @throws Error  Errc::eventsLost, once, when more than 16,384 events have waited: the oldest are gone,
-   * list the devices afresh; Errc::invalidHandle: the watch is closed */
+   * @throws Error  Errc::eventsLost, once, when more than 16,384 events have waited or memory was
+   * short: some are gone, list the devices afresh; Errc::invalidHandle: the watch is closed */
   [[nodiscard]] std::optional<DeviceEvent> next(Duration timeout) const {
     if (!state_ || !state_->isOfThisProcess()) throw Error(Errc::invalidHandle, "the watch is closed");
     const auto event = state_->next(timeout);
