@@ -41,8 +41,7 @@ std::optional<std::vector<IP4>> Read(std::span<const std::string> texts, std::st
   }
   // The same address under two texts must not be searched twice.
   std::ranges::sort(addresses);
-  const auto repeated = std::ranges::unique(addresses);
-  addresses.erase(repeated.begin(), repeated.end());
+  addresses.erase(std::unique(addresses.begin(), addresses.end()), addresses.end());
   return addresses;
 }
 

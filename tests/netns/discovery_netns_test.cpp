@@ -196,6 +196,7 @@ TEST_F(DiscoveryInterfaces, MayBeReplacedUnderRunningCalls) {
   const auto host = Connect(kFirst);
   std::atomic<bool> done = false;
   std::vector<std::thread> threads;
+  threads.reserve(2);
   for (int i = 0; i < 2; ++i) {
     threads.emplace_back([&] {
       while (!done) Next(*host);

@@ -48,9 +48,9 @@ cppu::UniqueFd FileOf(const std::string& content) {
   return fd;
 }
 
-std::string ContentOf(const cppu::UniqueFd& fd) {
-  std::string text(static_cast<std::size_t>(::lseek(fd.get(), 0, SEEK_END)), '\0');
-  return ::pread(fd.get(), text.data(), text.size(), 0) < 0 ? "cannot read" : text;
+std::string ContentOf(const cppu::UniqueFd& file) {
+  std::string text(static_cast<std::size_t>(::lseek(file.get(), 0, SEEK_END)), '\0');
+  return ::pread(file.get(), text.data(), text.size(), 0) < 0 ? "cannot read" : text;
 }
 
 std::array<cppu::UniqueFd, 2> MakePipe() {
