@@ -19,6 +19,12 @@ inline bool HasPassed(const Deadline& deadline) {
   return deadline && std::chrono::steady_clock::now() >= *deadline;
 }
 
+/// The one that passes first.
+inline Deadline Sooner(const Deadline& one, const Deadline& other) {
+  if (!one || !other) return one ? one : other;
+  return std::min(*one, *other);
+}
+
 /// Repeats a system call while signals interrupt it; returns its result, errno as it left it.
 template <class Call>
 auto Uninterrupted(Call call) {

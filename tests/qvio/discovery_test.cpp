@@ -181,6 +181,17 @@ TEST_F(QvioDiscovery, WatchesUntilInterrupted) {
   EXPECT_EQ(terminal.waitForEnd(), 0);
 }
 
+TEST_F(QvioDiscovery, KeepsATableUpToDate) {
+  QvioTerminal terminal({"watch", "--iface", kLoopback, "--rescan", "1", "--live"});
+  EXPECT_TRUE(terminal.shows("\x1b[H\x1b[J2 devices; Ctrl-C leaves\r\nSTATE"));
+  (*controllers_)->setAvailable("T-1", false);
+  EXPECT_TRUE(terminal.shows("\nunavailable"));
+  EXPECT_TRUE(terminal.shows("network:sn:T-1"));
+  ::kill(terminal.pid(), SIGINT);
+  EXPECT_EQ(terminal.waitForEnd(), 0);
+  EXPECT_EQ(RunQvio({"watch", "--live"}).status, 2) << "no terminal";
+}
+
 TEST_F(QvioDiscovery, KeepsQuietAboutWhatSettles) {
   QvioTerminal terminal({"watch", "--iface", kLoopback, "--rescan", "0", "--settle", "60000", "--json"});
   EXPECT_TRUE(terminal.shows(R"("device-sn":"T-1")"));

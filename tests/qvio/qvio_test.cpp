@@ -30,6 +30,36 @@
 namespace qvtest {
 namespace {
 
+/// The first row of a dump, sixteen bytes wide.
+std::string HexRow(std::string bytes, const std::string& characters) {
+  bytes.resize(16 * 3 - 1, ' ');
+  return "00000000  " + bytes + "  |" + characters + "|\n";
+}
+
+/// A folder that is removed with all that it holds.
+class Folder {
+ public:
+  Folder() {
+    std::string name = std::filesystem::temp_directory_path() / "qvio-XXXXXX";
+    path_ = ::mkdtemp(name.data());
+  }
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
+  ~Folder() { std::filesystem::remove_all(path_); }
+
+  [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+  [[nodiscard]] std::string read(const std::string& name) const {
+    std::ifstream file(path_ / name);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+  [[nodiscard]] auto count() const {
+    return std::distance(std::filesystem::directory_iterator(path_), std::filesystem::directory_iterator());
+  }
+
+ private:
+  std::filesystem::path path_;
+};
+
 class Qvio : public testing::Test {
  protected:
   qvsim::EventLoop loop_;
@@ -53,7 +83,7 @@ TEST_F(Qvio, AnswersEveryWayOfAsking) {
       {{"send", net_, "*IDN?"}, "", 0, "QUORVI,DRV-SIM,T-1,1.0\r\n"},
       {{"send", net_, "POS?", "--eol", "crlf", "--until", "\\r\\n"}, "", 0, "0.000\r\n"},
       {{"send", net_, "POS?\\x0a", "--eol", "none", "--bytes", "7"}, "", 0, "0.000\r\n"},
-      {{"send", net_, "50 4f53 0x3F 0x0a", "--hex"}, "", 0, "30 2E 30 30 30 0D 0A\n"},
+      {{"send", net_, "50 4f53 0x3F 0x0a", "--hex"}, "", 0, HexRow("30 2E 30 30 30 0D 0A", "0.000..")},
       {{"send", net_, "POS?", "--wait", "0"}, "", 0, ""},
       {{"send", net_, "POS?", "--until", "never", "--wait", "50"}, "", 124, "0.000\r\n"},
       {{"send", net_, "POS?", "--eol", "none", "--wait", "50"}, "", 124, ""},
@@ -64,7 +94,7 @@ TEST_F(Qvio, AnswersEveryWayOfAsking) {
       {{"open", net_, "--quiet-ms", "200"}, "MOV 3\nPOS?\n", 0, "OK\r\n3.000\r\n"},
       {{"open", net_, "--quiet-ms", "60000", "--for", "1"}, "POS?\n", 0, "3.000\r\n"},
       {{"open", echoing_, "--quiet-ms", "200"}, bytes, 0, bytes},
-      {{"open", echoing_, "--quiet-ms", "200", "--hex"}, "00 ff\n0d", 0, "00 FF 0D\n"},
+      {{"open", echoing_, "--quiet-ms", "200", "--hex"}, "00 ff\n0d", 0, HexRow("00 FF 0D", "...")},
   };
   for (const auto& row : rows) {
     const auto outcome = RunQvio(row.arguments, row.input);
@@ -96,7 +126,7 @@ TEST_F(Qvio, SaysWhatIsWrongAndWhatHelps) {
       {{"help", "send"}, 0, "Usage: qvio send"},
       {{"fly"}, 2, "qvio: no command \"fly\"\nqvio: hint: \"qvio --help\""},
       {{"sendd", net_}, 2, "qvio: no command \"sendd\"\nqvio: hint: did you mean \"qvio send\"?"},
-      {{"send", net_}, 2, "qvio: text is required\n"},
+      {{"send", net_}, 2, "qvio: text is required, or --file\n"},
       {{"send", net_, "x", "--eol", "tab"}, 2, "qvio: --eol"},
       {{"send", net_, "\\q"}, 2, "unknown escape"},
       {{"send", net_, "4x", "--hex"}, 2, "not hexadecimal: 4x"},
@@ -129,15 +159,15 @@ TEST_F(Qvio, SaysWhatIsWrongAndWhatHelps) {
        "xonxoff does not switch flow control on"},
   };
   for (const auto& row : rows) ExpectText(row);
-  for (const auto* command : {"open", "send", "list", "watch", "ifaces", "config", "info", "version"})
+  for (const auto* command :
+       {"open", "send", "list", "watch", "ifaces", "config", "info", "log", "ping", "version"})
     ExpectText({{command, "--help"}, 0, "Example:"});
 }
 
 TEST_F(Qvio, KnowsDevicesByTheNamesInAFile) {
-  const auto folder = std::filesystem::temp_directory_path() / ("qvio-names-" + std::to_string(::getpid()));
-  std::filesystem::create_directory(folder);
-  ::setenv("XDG_CONFIG_HOME", folder.c_str(), 1);
-  std::ofstream(folder / "qvio.toml")
+  const Folder folder;
+  ::setenv("XDG_CONFIG_HOME", folder.path().c_str(), 1);
+  std::ofstream(folder.path() / "qvio.toml")
       << "# mine\n[stage]\nlocator = \"" << stage_.path()
       << "\"\noptions = [\"baudrate 115200\"]\n[net]\nlocator = '127.0.0.1:" << controller_.port()
       << "'\neol = 'crlf'\n[typo]\nlocater = \"x\"\n";
@@ -150,7 +180,6 @@ TEST_F(Qvio, KnowsDevicesByTheNamesInAFile) {
                            {{"send", "other", "x"}, 2, "qvio: not a locator: \"other\"\n"}};
   for (const auto& row : rows) ExpectText(row);
   ::unsetenv("XDG_CONFIG_HOME");
-  std::filesystem::remove_all(folder);
 }
 
 TEST_F(Qvio, NamesTheProcessThatHoldsTheSerialPort) {
@@ -180,6 +209,78 @@ TEST_F(Qvio, LeavesWhenTheDeviceIsGone) {
   }
 }
 
+TEST_F(Qvio, WaitsForADeviceThatIsGone) {
+  const Folder folder;
+  auto peer = std::make_optional<qvsim::NetworkDevice>(loop_, "127.0.0.1", 0, qvsim::MakeEcho);
+  const auto port = peer->port();
+  peer.reset();
+  const auto log = (folder.path() / "session.log").string();
+  QvioTerminal terminal(
+      {"open", "127.0.0.1:" + std::to_string(port), "--reconnect", "--timestamp", "--log", log});
+  EXPECT_TRUE(terminal.shows("is being waited for"));
+  for (const auto* const state : {"there", "back"}) {
+    EXPECT_TRUE(terminal.shows("waiting for the device: the link ends at once")) << terminal.screen();
+    const auto line = std::string("typed before it is ") + state;
+    terminal.type(line + "\n");
+    peer.emplace(loop_, "127.0.0.1", port, qvsim::MakeEcho);
+    EXPECT_TRUE(terminal.shows(std::string("the device is ") + state + " after "));
+    EXPECT_TRUE(terminal.shows("\x1b[J20")) << "the time";
+    EXPECT_TRUE(terminal.shows(" " + line + "\r\n")) << terminal.screen();
+    peer.reset();
+    EXPECT_TRUE(terminal.shows("the device is gone: connection lost (result 7)"));
+  }
+  terminal.type("\x1d");
+  EXPECT_EQ(terminal.waitForEnd(), 0);
+  const auto text = folder.read("session.log");
+  for (const auto* const piece : {" > typed before it is there\n", " < typed before it is back\n",
+                                  " ! the device is gone: connection lost (result 7)\n"})
+    EXPECT_NE(text.find(piece), std::string::npos) << text;
+}
+
+TEST_F(Qvio, LogsSeveralDevicesIntoFiles) {
+  const Folder folder;
+  const auto port = std::to_string(controller_.port());
+  const auto outcome = RunQvio({"log", net_, "127.0.0.1:" + port, "--request", "*IDN?", "--every", "0.01",
+                                "--for", "1", "--folder", folder.path(), "--max-size", "1kb", "--keep", "2"});
+  EXPECT_EQ(outcome.status, 0) << outcome.errors;
+  EXPECT_EQ(folder.count(), 6) << "for each device a file and two old ones";
+  const auto text = folder.read("127.0.0.1_" + port + ".log");
+  EXPECT_LE(text.size(), 1000U);
+  EXPECT_NE(text.find(" < QUORVI,DRV-SIM,T-1,1.0\n"), std::string::npos) << text;
+  EXPECT_NE(text.find(" > *IDN?\n"), std::string::npos) << text;
+  const auto shown = RunQvio({"log", net_, "--request", "POS?", "--hex", "--for", "1"}).output;
+  EXPECT_NE(shown.find(" < " + HexRow("30 2E 30 30 30 0D 0A", "0.000..")), std::string::npos) << shown;
+  EXPECT_EQ(RunQvio({"log", net_, "--request", "POS?", "--raw", "--every", "60", "--for", "1"}).output,
+            "0.000\r\n");
+}
+
+TEST_F(Qvio, MeasuresRoundTrips) {
+  const auto answered = RunQvio({"ping", net_, "-c", "3", "--every", "0"});
+  EXPECT_EQ(answered.status, 0) << answered.errors;
+  EXPECT_NE(answered.output.find("\n3 asked, 3 answered, 0 lost\nmin 0."), std::string::npos)
+      << answered.output;
+  const auto late = RunQvio({"ping", net_, "-c", "2", "--until", "never", "--wait", "1"});
+  EXPECT_EQ(late.status, 1);
+  EXPECT_EQ(late.output, "1: no answer in time\n2: no answer in time\n2 asked, 0 answered, 2 lost\n");
+  stage_.setReading(qvsim::Reading::Stalled);
+  const auto stalled =
+      RunQvio({"ping", tty_, "-b", "115200", "--request", std::string(100000, 'x'), "-w", "1"});
+  EXPECT_EQ(stalled.output, "1: the device takes no bytes\n1 asked, 0 answered, 1 lost\n");
+}
+
+TEST_F(Qvio, SendsAFile) {
+  const Folder folder;
+  const auto file = folder.path() / "firmware";
+  std::string bytes;
+  for (int i = 0; i < 100000; ++i) bytes += static_cast<char>(i * i / 7);
+  std::ofstream(file) << bytes;
+  EXPECT_EQ(RunQvio({"send", echoing_, "--file", file, "--bytes", "100000"}).output, bytes);
+  QvioTerminal terminal({"send", echoing_, "--file", file, "--wait", "0"});
+  EXPECT_TRUE(terminal.shows("[##############################] 100 %  100.0 of 100.0 kB"))
+      << terminal.screen();
+  EXPECT_EQ(terminal.waitForEnd(), 0);
+}
+
 TEST_F(Qvio, GivesTheBytesAsTheyAreWhereOutputIsRedirected) {
   const auto output = FileOf("");
   const auto errors = FileOf("");
@@ -201,18 +302,16 @@ TEST(Text, EscapesWhatCouldHarmATerminal) {
     std::string bytes;
     std::string text;
   } rows[] = {{"Axis \xC3\xA9\xE2\x82\xAC", "Axis \xC3\xA9\xE2\x82\xAC"},
-              {std::string("\0\x1b[31m\x7f", 7), "\\x00\\x1B[31m\\x7F"},
-              {"\x9b\xC2\x9B", "\\x9B\\xC2\\x9B"},  // C1 as a byte and as UTF-8
-              {"\xC3(\xE2\x82", "\\xC3(\\xE2\\x82"},
-              {"a\xE2\x80\xAE"
-               "b\xE2\x81\xA6",
-               "a\\xE2\\x80\\xAE"
-               "b\\xE2\\x81\\xA6"}};
+              {std::string("\0\x1b[31m\x7f", 7), R"(\x00\x1B[31m\x7F)"},
+              {"\x9b\xC2\x9B", R"(\x9B\xC2\x9B)"},  // C1 as a byte and as UTF-8
+              {"\xC3(\xE2\x82", R"(\xC3(\xE2\x82)"},
+              {std::string("a\xE2\x80") + "\xAE" + "b\xE2\x81" + "\xA6", R"(a\xE2\x80\xAEb\xE2\x81\xA6)"}};
   for (const auto& row : rows) {
     EXPECT_EQ(qvio_tool::OneLine(row.bytes), row.text);
     EXPECT_EQ(qvio_tool::Printable("\t" + row.bytes + "\r\n\r"), "\t" + row.text + "\n\\x0D");
   }
-  EXPECT_EQ(qvio_tool::JsonText("\xC2\x9B\xE2\x80\xAE\xff", -1), "\"\\u009b\\u202e\\ufffd\"\n");
+  EXPECT_EQ(qvio_tool::JsonText(std::string("\xC2\x9B\xE2\x80") + "\xAE\xff", -1),
+            "\"\\u009b\\u202e\\ufffd\"\n");
   std::setlocale(LC_CTYPE, "C");
 }
 

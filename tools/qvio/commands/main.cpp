@@ -76,6 +76,8 @@ int main(int argc, char** argv) try {
   AddWatchCommand(app, run);
   AddOpenCommand(app, run);
   AddSendCommand(app, run);
+  AddLogCommand(app, run);
+  AddPingCommand(app, run);
   AddConfigCommand(app, run);
   AddInfoCommand(app, run);
   AddIfacesCommand(app, run);

@@ -10,7 +10,7 @@
 
 #include "commands/commands.h"
 #include "commands/open_terminal.h"
-#include "device/channel_use.h"
+#include "device/exchange.h"
 #include "terminal/text.h"
 #include "util/system_call.h"
 
@@ -19,8 +19,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-struct OpenOptions {
-  ChannelOptions channel;
+struct OpenOptions : OpenTerminal::Options {
   uint32_t quietMs = 500;
   uint32_t seconds = 0;  ///< overall limit with a pipe; 0: none
 };
@@ -54,8 +53,7 @@ int Pipe(PolledChannel& channel, const OpenOptions& options) {
   const bool isSent = SendInput(channel, exchange, options.channel.hex, limit);
   const auto inputEnded = Clock::now();
   const auto quietAt = [&] {
-    const auto quiet = std::max(exchange.lastByte(), inputEnded) + milliseconds(options.quietMs);
-    return limit ? std::min(quiet, *limit) : quiet;
+    return cppu::Sooner(std::max(exchange.lastByte(), inputEnded) + milliseconds(options.quietMs), limit);
   };
   while (!exchange.isLost() && !cppu::HasPassed(limit) && exchange.receiveUntil(quietAt())) {
   }
@@ -68,10 +66,15 @@ int Pipe(PolledChannel& channel, const OpenOptions& options) {
 }
 
 int Open(const OpenOptions& options) {
+  const bool isTerminal = ::isatty(STDIN_FILENO) != 0;
+  if (!isTerminal && (options.timestamps || !options.logFile.empty()))
+    throw CommandFailure("--timestamp and --log are for a terminal; \"qvio log\" captures without one",
+                         WrongUsage);
   PolledChannel channel(options.channel);
-  if (::isatty(STDIN_FILENO) == 0) return Pipe(channel, options);
-  std::fprintf(stderr, "qvio: %s is open; Ctrl-] leaves\n", OneLine(options.channel.locator).c_str());
-  return OpenTerminal(channel, options.channel).run();
+  if (!isTerminal) return Pipe(channel, options);
+  std::fprintf(stderr, "qvio: %s %s; Ctrl-] leaves\n", OneLine(options.channel.locator).c_str(),
+               channel.isOpen() ? "is open" : "is being waited for");
+  return OpenTerminal(channel, options).run();
 }
 
 }  // namespace
@@ -81,6 +84,11 @@ void AddOpenCommand(CLI::App& app, Run& run) {
       app.add_subcommand("open", "Talk to a device: a terminal, or standard input if it is a pipe");
   auto& options = SetAction(*command, run, Open);
   options.channel.addTo(*command);
+  options.channel.addReconnectTo(*command);
+  command->add_flag("-T,--timestamp", options.timestamps, "Begin each received line with its local time");
+  command->add_option(
+      "-l,--log", options.logFile,
+      "Append what is sent and received to a file, with times: > sent, < received, ! notices");
   command->add_option("--quiet-ms", options.quietMs, "With a pipe: end after this quiet, in milliseconds")
       ->capture_default_str();
   command->add_option("--for", options.seconds,
@@ -89,7 +97,9 @@ void AddOpenCommand(CLI::App& app, Run& run) {
       "At a terminal each line is sent with its line end (--eol); Ctrl-] or Ctrl-D leaves. Received control\n"
       "characters are shown as \\xNN; standard output that is not a terminal gets the bytes as they are.\n"
       "With a pipe as standard input bytes are sent and printed as they are.\n"
-      "Exit status: 1 when the device is gone.\n"
+      "Exit status: 1 when the device is gone, unless it is waited for (--reconnect): then lines that are "
+      "typed\n"
+      "wait as well, and a send that the loss has cut off is reported and not repeated.\n"
       "Example:\n  qvio open serial:/dev/ttyUSB0 -o \"baudrate 115200\" --eol crlf\n"
       "  echo \"POS?\" | qvio open network:192.168.0.10:5000");
 }

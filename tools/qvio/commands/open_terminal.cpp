@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "terminal/text.h"
+#include "terminal/time_text.h"
 #include "util/system_call.h"
 
 namespace qvio_tool {
@@ -17,16 +18,24 @@ namespace {
 constexpr std::chrono::milliseconds kLastBytes{500};
 constexpr int kNone = -1;  // a descriptor that poll ignores
 
+std::string LinePrefix() { return LocalTime(std::chrono::system_clock::now()) + ' '; }
+
 }  // namespace
 
-OpenTerminal::OpenTerminal(PolledChannel& channel, const ChannelOptions& options)
+OpenTerminal::OpenTerminal(PolledChannel& channel, const Options& options)
     : channel_(channel),
-      options_(options),
+      options_(options.channel),
+      asLines_(options.channel.hex || options.timestamps),
       editor_(signals_.fd()),
       showsBytes_(::isatty(STDOUT_FILENO) != 0),
       showsNotices_(::isatty(STDERR_FILENO) != 0),
       bytes_(showsBytes_ ? kNone : STDOUT_FILENO),
-      notices_(showsNotices_ ? kNone : STDERR_FILENO) {}
+      notices_(showsNotices_ ? kNone : STDERR_FILENO),
+      received_(options_.form(), options.timestamps ? LinePrefix : ReceivedText::Prefix()) {
+  if (options.logFile.empty()) return;
+  logFile_.emplace(options.logFile);
+  log_.emplace([this](std::string_view lines) { logFile_->append(lines); }, options_.form());
+}
 
 ExitStatus OpenTerminal::run() {
   std::optional<ExitStatus> status;
@@ -46,7 +55,7 @@ std::optional<ExitStatus> OpenTerminal::turn() {
                                  editor_.screen().entry(),
                                  bytes_.entry(),
                                  notices_.entry()}};
-  cppu::PollUntil(entries, receives ? received_.due() : cppu::Deadline{});
+  cppu::PollUntil(entries, receives ? due() : cppu::Deadline{});
   if (std::ranges::any_of(entries, PolledOutput::isDead)) return Done;
   if (entries[1].revents != 0 && !handleSignal()) return Done;
   if (entries[0].revents != 0 && !handleKey()) return Done;
@@ -71,8 +80,9 @@ bool OpenTerminal::handleKey() {
 }
 
 void OpenTerminal::send(const std::string& line) try {
-  if (!channel_.send(options_.hex ? FromHex(line) : line + options_.eol))
-    report("the device takes no bytes; this line is not sent");
+  const auto bytes = options_.hex ? FromHex(line) : line + options_.eol;
+  if (!channel_.send(bytes)) return report("the device takes no bytes; this line is not sent");
+  if (log_) log_->addSent(bytes);
 } catch (const CommandFailure& failure) {  // not hexadecimal
   report(failure.what());
 }
@@ -94,27 +104,32 @@ void OpenTerminal::receive() {
 /// Handles what is not bytes.
 void OpenTerminal::handle(const Arrival& arrival) {
   if (arrival.kind == Arrival::Kind::Sent) return;
-  if (arrival.kind == Arrival::Kind::Lost) {
-    lost_ = true;
-    print(received_.takeRest());
-  }
+  lost_ = arrival.kind == Arrival::Kind::Lost;
+  showLines(received_.takeRest());
   report(arrival.text);
 }
 
 void OpenTerminal::show(const std::string& bytes) {
   if (bytes.empty()) return;
-  const auto hexLine = options_.hex ? ToHex(bytes) + '\n' : "";
-  if (!showsBytes_) return bytes_.add(options_.hex ? hexLine : bytes);
-  print(options_.hex ? hexLine : received_.add(bytes, Clock::now()));
+  if (log_) log_->addReceived(bytes);
+  showsBytes_ || asLines_ ? showLines(received_.add(bytes, Clock::now())) : bytes_.add(bytes);
+}
+
+void OpenTerminal::showLines(const std::string& lines) { showsBytes_ ? print(lines) : bytes_.add(lines); }
+
+/// When unfinished lines are to be shown and logged.
+cppu::Deadline OpenTerminal::due() const {
+  return cppu::Sooner(received_.due(), log_ ? log_->due() : cppu::Deadline{});
 }
 
 void OpenTerminal::showUnfinishedIfDue() {
-  const auto due = received_.due();
-  if (due && Clock::now() >= *due) print(received_.takeRest());
+  if (cppu::HasPassed(received_.due())) showLines(received_.takeRest());
+  if (log_) log_->addDue();
 }
 
 /// Nobody may be reading: then a notice that has no room is dropped.
 void OpenTerminal::report(const std::string& text) {
+  if (log_) log_->addNotice(text);
   const auto line = "qvio: " + text + '\n';
   if (showsNotices_ && editor_.screen().hasRoom()) print(line);
   if (!showsNotices_ && notices_.hasRoom()) notices_.add(line);
@@ -136,7 +151,8 @@ bool OpenTerminal::isAllWritten() const {
 
 /// Shows what is left, and waits a short time for outputs that do not take it.
 void OpenTerminal::finish() {
-  print(received_.takeRest());
+  showLines(received_.takeRest());
+  if (log_) log_->addRest();
   const auto deadline = Clock::now() + kLastBytes;
   bytes_.writeUntil(deadline);
   notices_.writeUntil(deadline);

@@ -3,9 +3,11 @@
 #include <optional>
 #include <string>
 
-#include "device/channel_use.h"
+#include "device/device_log.h"
+#include "device/polled_channel.h"
 #include "terminal/failure.h"
 #include "terminal/line_editor.h"
+#include "terminal/log_file.h"
 #include "terminal/polled_output.h"
 #include "terminal/received_text.h"
 #include "terminal/signals.h"
@@ -13,10 +15,17 @@
 namespace qvio_tool {
 
 /// A terminal: lines typed go to the device, received bytes appear above the line that is being edited. Where
-/// standard output is not a terminal it gets the bytes as they are; standard error likewise the notices.
+/// standard output is not a terminal it gets the bytes as they are, unless lines are asked for; standard
+/// error likewise the notices.
 class OpenTerminal {
  public:
-  OpenTerminal(PolledChannel& channel, const ChannelOptions& options);
+  struct Options {
+    ChannelOptions channel;
+    bool timestamps = false;  ///< before each received line
+    std::string logFile;      ///< for what is sent and received; empty: none
+  };
+
+  OpenTerminal(PolledChannel& channel, const Options& options);
   OpenTerminal(const OpenTerminal&) = delete;
   OpenTerminal& operator=(const OpenTerminal&) = delete;
   ~OpenTerminal() { channel_.close(); }  // before a signal that was taken ends the program
@@ -32,7 +41,9 @@ class OpenTerminal {
   void receive();
   void handle(const Arrival& arrival);
   void showUnfinishedIfDue();
+  [[nodiscard]] cppu::Deadline due() const;
   void show(const std::string& bytes);
+  void showLines(const std::string& lines);
   void report(const std::string& text);
   void print(const std::string& lines);
   void write();
@@ -41,6 +52,7 @@ class OpenTerminal {
 
   PolledChannel& channel_;
   const ChannelOptions& options_;
+  const bool asLines_;  ///< also where standard output is not a terminal
   TerminalSignals signals_;
   LineEditor editor_;
   const bool showsBytes_;    ///< above the line
@@ -48,6 +60,8 @@ class OpenTerminal {
   PolledOutput bytes_;       ///< standard output, unless the bytes are shown
   PolledOutput notices_;     ///< standard error, unless the notices are shown
   ReceivedText received_;
+  std::optional<LogFile> logFile_;
+  std::optional<DeviceLog> log_;  ///< into logFile_
   bool lost_ = false;
 };
 

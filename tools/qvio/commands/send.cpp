@@ -1,9 +1,16 @@
+#include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <optional>
 #include <string>
 
 #include "commands/commands.h"
-#include "device/channel_use.h"
+#include "device/exchange.h"
+#include "terminal/progress.h"
 #include "terminal/text.h"
 
 namespace qvio_tool {
@@ -13,7 +20,8 @@ using std::chrono::milliseconds;
 
 struct SendOptions {
   ChannelOptions channel;
-  std::string text;
+  std::optional<std::string> text;
+  std::string file;  ///< instead of the text; empty: none
   uint32_t waitMs = 1000;
   uint32_t quietMs = 100;
   std::size_t bytes = 0;
@@ -21,8 +29,9 @@ struct SendOptions {
 };
 
 std::string Request(const SendOptions& options) {
-  if (options.channel.hex) return FromHex(options.text);
-  return FromEscaped(options.text) + options.channel.eol;
+  if (!options.text) throw CommandFailure("text is required, or --file", WrongUsage);
+  if (options.channel.hex) return FromHex(*options.text);
+  return FromEscaped(*options.text) + options.channel.eol;
 }
 
 /// Receives until the bytes or the text have come; without either, any answer and then quiet.
@@ -48,17 +57,43 @@ int ReportTimeOut(const char* what, const SendOptions& options) {
   return TimedOut;
 }
 
+cppu::Deadline LimitFrom(Clock::time_point begin, const SendOptions& options) {
+  return options.waitMs == 0 ? cppu::Deadline() : begin + milliseconds(options.waitMs);
+}
+
+/// Sends a file as it is. The limit holds for each piece, so that a stalled device is noticed however long
+/// the file is; at 9600 baud a piece takes half a second.
+bool SendFile(Exchange& exchange, const SendOptions& options) {
+  std::array<char, 512> piece;  // NOLINT(cppcoreguidelines-pro-type-member-init): written by read
+  std::ifstream file(options.file, std::ios::binary);
+  Progress progress(std::filesystem::file_size(options.file));
+  uint64_t sent = 0;
+  for (;;) {
+    file.read(piece.data(), piece.size());
+    const auto size = static_cast<std::size_t>(file.gcount());
+    if (file.bad()) throw CommandFailure(OneLine(options.file) + ": " + std::strerror(errno));
+    if (size == 0) return true;
+    if (!exchange.send({piece.data(), size}, LimitFrom(Clock::now(), options))) return false;
+    progress.set(sent += size);
+  }
+}
+
 int Send(const SendOptions& options) {
-  const auto request = Request(options);  // a wrong one opens nothing
+  const bool isFile = !options.file.empty();
+  const auto request = isFile ? "" : Request(options);  // a wrong one opens nothing
   PolledChannel channel(options.channel);
-  if (options.waitMs == 0)
-    return Exchange(channel, options.channel.hex, Exchange::Answer::Dropped).send(request) ? Done : Refused;
-  Exchange exchange(channel, options.channel.hex);
-  const auto limit = Clock::now() + milliseconds(options.waitMs);
-  const bool isSent = exchange.send(request, limit);
+  const bool awaits = options.waitMs != 0;
+  Exchange exchange(channel, options.channel.hex,
+                    awaits ? Exchange::Answer::Printed : Exchange::Answer::Dropped);
+  auto limit = LimitFrom(Clock::now(), options);
+  const bool isSent = isFile ? SendFile(exchange, options) : exchange.send(request, limit);
+  if (!awaits) return isSent ? Done : Refused;
   if (!isSent && !exchange.isLost())
-    return ReportTimeOut("the device has not taken the whole request", options);
-  const int status = AwaitAnswer(exchange, options, limit);
+    return ReportTimeOut(
+        isFile ? "the device has not taken the next piece" : "the device has not taken the whole request",
+        options);
+  if (isFile) limit = LimitFrom(Clock::now(), options);
+  const int status = AwaitAnswer(exchange, options, *limit);
   exchange.finish();
   return status == TimedOut ? ReportTimeOut("no complete answer", options) : status;
 }
@@ -66,11 +101,16 @@ int Send(const SendOptions& options) {
 }  // namespace
 
 void AddSendCommand(CLI::App& app, Run& run) {
-  auto* const command = app.add_subcommand("send", "Send one request and print the answer");
+  auto* const command = app.add_subcommand("send", "Send one request, or a file, and print the answer");
   auto& options = SetAction(*command, run, Send);
   options.channel.addTo(*command);
-  command->add_option("text", options.text, R"(The request; \n, \r, \t, \\ and \xNN stand for bytes)")
-      ->required();
+  auto* const text =
+      command->add_option("text", options.text, R"(The request; \n, \r, \t, \\ and \xNN stand for bytes)");
+  command
+      ->add_option("-f,--file", options.file,
+                   "Send this file as it is instead; --wait holds for each piece of it, and for the answer")
+      ->check(CLI::ExistingFile)
+      ->excludes(text);
   command
       ->add_option("-w,--wait", options.waitMs,
                    "Milliseconds for the request and its answer together; 0: send without a limit, and do "

@@ -1,18 +1,20 @@
+#include <poll.h>
+#include <unistd.h>
+
 #include <array>
 #include <csignal>
 #include <cstdio>
-#include <ctime>
-#include <iomanip>
-#include <sstream>
 #include <thread>
 #include <utility>
 
 #include "commands/commands.h"
+#include "commands/live_table.h"
 #include "device/event_settler.h"
 #include "device/listing.h"
 #include "terminal/polled_output.h"
 #include "terminal/signals.h"
 #include "terminal/text.h"
+#include "terminal/time_text.h"
 #include "terminal/waking_queue.h"
 #include "util/system_call.h"
 
@@ -24,20 +26,8 @@ struct WatchOptions {
   uint32_t settleMs = 0;
   uint32_t rescanSeconds = 5;
   bool json = false;
+  bool live = false;
 };
-
-/// @param format  as for strftime; %3 is replaced by the milliseconds
-std::string LocalTime(std::chrono::system_clock::time_point time, std::string format) {
-  const auto sinceEpoch = std::chrono::floor<std::chrono::milliseconds>(time.time_since_epoch());
-  const auto milliseconds = std::to_string(1000 + sinceEpoch.count() % 1000).substr(1);
-  format.replace(format.find("%3"), 2, milliseconds);
-  const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
-  std::tm local{};
-  ::localtime_r(&seconds, &local);
-  std::ostringstream text;
-  text << std::put_time(&local, format.c_str());
-  return text.str();
-}
 
 /// The events of a watch in a queue for a poll loop, moved there by a thread of its own.
 class EventQueue {
@@ -80,16 +70,11 @@ class EventQueue {
   std::thread thread_;
 };
 
-std::string NameOf(Change change) {
-  constexpr std::array<const char*, 3> kNames{"found", "unavailable", "lost"};
-  return kNames.at(static_cast<std::size_t>(change));
-}
-
 std::string Line(const DeviceReport& report) {
   const auto& device = report.device;
   auto change = NameOf(report.change);
   change.resize(NameOf(Change::Unavailable).size(), ' ');
-  std::string line = LocalTime(report.time, "%F %T.%3") + "  " + change;
+  std::string line = LocalTime(report.time) + "  " + change;
   const auto address = device.host + ':' + std::to_string(device.port);
   for (const auto& field :
        {device.locator, device.serialNumber, address, IfaceAddress(device), device.info}) {
@@ -99,22 +84,47 @@ std::string Line(const DeviceReport& report) {
 }
 
 std::string JsonLine(const DeviceReport& report) {
-  auto time = LocalTime(report.time, "%FT%T.%3%z");
-  time.insert(time.size() - 2, ":");  // "+0100" of strftime is "+01:00" in RFC 3339
-  nlohmann::ordered_json object{{"time", time}, {"event", NameOf(report.change)}};
+  nlohmann::ordered_json object{{"time", Rfc3339Time(report.time)}, {"event", NameOf(report.change)}};
   object.update(ToJson(report.device));
   return JsonText(object, -1);
 }
 
+/// What is printed for reports, in one of three forms.
+class Reports {
+ public:
+  explicit Reports(const WatchOptions& options) : json_(options.json), live_(options.live) {}
+
+  void add(const std::vector<DeviceReport>& reports, PolledOutput& output) {
+    for (const auto& report : reports) {
+      live_ ? table_.add(report) : output.add(json_ ? JsonLine(report) : Line(report));
+    }
+    if (!reports.empty()) draw(output);
+  }
+
+  /// For a terminal that may have another size now.
+  void draw(PolledOutput& output) const {
+    if (live_) output.add(table_.drawing());
+  }
+
+ private:
+  const bool json_;
+  const bool live_;
+  LiveTable table_;
+};
+
 int Watch(const WatchOptions& options) {
+  if (options.live && ::isatty(STDOUT_FILENO) == 0)
+    throw CommandFailure("--live needs a terminal", WrongUsage);
   options.discovery.startTrace();
   const auto addresses = options.discovery.addresses();
-  const SignalDescriptor signals{SIGINT, SIGTERM};  // before any thread starts
+  const SignalDescriptor signals{SIGINT, SIGTERM, SIGWINCH};  // before any thread starts
   DeviceSearch search(addresses);
   EventQueue events(search.events());
   const RepeatedSearch repeated(search, std::chrono::seconds(options.rescanSeconds));
   EventSettler settler{std::chrono::milliseconds(options.settleMs)};
   PolledOutput output;
+  Reports reports(options);
+  reports.draw(output);
   for (;;) {
     const bool hasRoom = output.hasRoom();  // else events wait in the watch, which bounds them
     const auto wanted = static_cast<short>(hasRoom ? POLLIN : 0);
@@ -123,12 +133,12 @@ int Watch(const WatchOptions& options) {
     if (PolledOutput::isDead(entries[2])) return Done;
     if (hasRoom) {
       for (const auto& event : events.take()) settler.add(event);
-      for (const auto& report : settler.take(std::chrono::steady_clock::now())) {
-        output.add(options.json ? JsonLine(report) : Line(report));
-      }
+      reports.add(settler.take(std::chrono::steady_clock::now()), output);
     }
+    const int signal = signals.take();
+    if (signal != 0 && signal != SIGWINCH) return Done;
+    if (signal == SIGWINCH && hasRoom) reports.draw(output);
     output.write();
-    if (signals.take() != 0) return Done;
   }
 }
 
@@ -149,7 +159,9 @@ void AddWatchCommand(CLI::App& app, Run& run) {
                    "Seconds between searches, which notice devices that vanish without a goodbye; 0: one "
                    "search at the start")
       ->capture_default_str();
-  command->add_flag("--json", options.json, "Print a JSON object a line");
+  auto* const json = command->add_flag("--json", options.json, "Print a JSON object a line");
+  command->add_flag("--live", options.live, "Show a table of all devices and keep it up to date")
+      ->excludes(json);
   command->footer(
       "Each line has the local time, found, unavailable (in use by another) or lost, and the device: "
       "locator,\n"

@@ -56,10 +56,11 @@ void ChannelOptions::complete() {
 
 std::string ChannelOptions::text() const {
   auto text = Given(lines);
+  // Leaving waits for the attempt to open. The first line with a key counts, so that one of --option wins.
+  if (reconnects && locator.starts_with("network:")) text += "connect-timeout 1000\n";
   if (!locator.starts_with("network:sn:")) return text;
   if (!value("iface") && ifaces.empty()) text += "iface network:all\n";
   for (const auto& iface : ifaces) text += "iface " + InterfaceText(iface) + '\n';
-  // The first line with a key counts, so that a discovery-timeout of --option wins.
   return text + "discovery-timeout " + std::to_string(searchMs) + '\n';
 }
 
@@ -81,11 +82,17 @@ void ChannelOptions::requireSound() const try {
 }
 
 void ChannelOptions::addTo(CLI::App& command) {
-  command
-      .add_option("locator", locator,
-                  "The device: serial:PATH, network:HOST:PORT, network:sn:SERIAL or usb:sn:SERIAL; in short "
-                  "/dev/ttyUSB0 or HOST:PORT; or its name in qvio.toml")
-      ->required();
+  command.add_option("locator", locator, kLocatorHelp)->required();
+  addLinkTo(command);
+  command.parse_complete_callback([this] { complete(); });
+}
+
+void ChannelOptions::addReconnectTo(CLI::App& command) {
+  command.add_flag("-r,--reconnect", reconnects,
+                   "Wait for a device that is gone or not there yet, and open it again");
+}
+
+void ChannelOptions::addLinkTo(CLI::App& command) {
   command.add_option("-b,--baud", baud, "Speed of a serial port or USB link, for -o \"baudrate N\"");
   command.add_option("-o,--option", lines, "Option for the library, as \"KEY VALUE\"; may be repeated")
       ->take_all()
@@ -103,7 +110,6 @@ void ChannelOptions::addTo(CLI::App& command) {
   command
       .add_option("-e,--eol", eolWord, "Line end to send after each line: none, lf, cr or crlf; default lf")
       ->check(CLI::IsMember(kLineEnds));
-  command.parse_complete_callback([this] { complete(); });
 }
 
 }  // namespace qvio_tool

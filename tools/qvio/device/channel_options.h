@@ -6,9 +6,15 @@
 #include <string_view>
 #include <vector>
 
+#include "terminal/received_text.h"
+
 namespace qvio_tool {
 
 inline constexpr std::string_view kSerialWord = "serial:";
+inline constexpr const char* kLocatorHelp =
+    "The device: serial:PATH, network:HOST:PORT, network:sn:SERIAL or usb:sn:SERIAL; in short /dev/ttyUSB0 "
+    "or "
+    "HOST:PORT; or its name in qvio.toml";
 
 /// The arguments of every command that opens a channel.
 struct ChannelOptions {
@@ -17,9 +23,12 @@ struct ChannelOptions {
   std::vector<std::string> ifaces;  ///< where a serial number is searched for; empty: everywhere
   uint32_t searchMs = 1000;         ///< for that search
   bool hex = false;
-  std::string eol = "\n";  ///< the bytes
-  std::string eolWord;     ///< as given, empty: not given
-  std::string baud;        ///< short for the option baudrate; empty: not given
+  std::string eol = "\n";   ///< the bytes
+  std::string eolWord;      ///< as given, empty: not given
+  std::string baud;         ///< short for the option baudrate; empty: not given
+  bool reconnects = false;  ///< a lost device is waited for
+
+  [[nodiscard]] Form form() const { return hex ? Form::Hex : Form::Text; }
 
   [[nodiscard]] bool isSerial() const { return locator.starts_with(kSerialWord); }
 
@@ -36,8 +45,17 @@ struct ChannelOptions {
   /// and a mistyped locator or option, which the library might ignore, is CommandFailure with WrongUsage.
   void addTo(CLI::App& command);
 
- private:
+  /// The same, for a command that lets the user choose the locators: without the locator, and completed by
+  /// `complete` for each.
+  void addLinkTo(CLI::App& command);
+
+  /// Adds --reconnect, for commands that are kept open.
+  void addReconnectTo(CLI::App& command);
+
+  /// What happens to each locator when the arguments are parsed. Throws CommandFailure.
   void complete();
+
+ private:
   void requireSound() const;
 };
 

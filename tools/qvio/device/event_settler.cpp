@@ -1,8 +1,15 @@
 #include "device/event_settler.h"
 
+#include <array>
+
 #include <utility>
 
 namespace qvio_tool {
+
+std::string NameOf(Change change) {
+  constexpr std::array<const char*, 3> kNames{"found", "unavailable", "lost"};
+  return kNames.at(static_cast<std::size_t>(change));
+}
 
 void EventSettler::add(const TimedEvent& timed) {
   release(timed.moment);

@@ -4,6 +4,7 @@
 #include <list>
 #include <map>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "device/identity.h"
@@ -18,6 +19,9 @@ struct TimedEvent {
 };
 
 enum class Change { Found, Unavailable, Lost };
+
+/// "found", "unavailable", "lost".
+std::string NameOf(Change change);
 
 /// One line of `watch`.
 struct DeviceReport {

@@ -48,12 +48,12 @@ void Table::add(const Row& cells) {
     if (::scols_line_set_data(line, i, OneLine(cells[i]).c_str()) != 0) throw std::bad_alloc();
 }
 
-void Table::print() const {
+std::string Table::text() const {
   if (::isatty(STDOUT_FILENO) != 0) ::scols_table_set_termforce(table_.get(), SCOLS_TERMFORCE_ALWAYS);
   char* text = nullptr;
   if (::scols_print_table_to_string(table_.get(), &text) != 0) throw std::bad_alloc();
   const std::unique_ptr<char, void (*)(void*)> owner(text, std::free);
-  WriteAll(STDOUT_FILENO, std::string(text) + '\n');
+  return std::string(text) + '\n';
 }
 
 }  // namespace qvio_tool

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <libsmartcols.h>
+#include <unistd.h>
 
 #include <memory>
 #include <string>
@@ -31,9 +32,11 @@ class Table {
   /// The cells may hold any bytes; they are printed as OneLine gives them.
   void add(const Row& cells);
 
-  /// Prints on standard output. On a terminal the last column is cut at the right edge. Throws
-  /// CommandFailure.
-  void print() const;
+  /// Each row with a line feed. Where standard output is a terminal the last column is cut at its right edge.
+  [[nodiscard]] std::string text() const;
+
+  /// Prints on standard output. Throws CommandFailure.
+  void print() const { WriteAll(STDOUT_FILENO, text()); }
 
  private:
   std::unique_ptr<libscols_table, void (*)(libscols_table*)> table_;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cinttypes>
 #include <cstdio>
 #include <cwchar>
 #include <nlohmann/json.hpp>
@@ -71,10 +72,15 @@ std::string FromHex(std::string_view text) {
   return bytes;
 }
 
-std::string ToHex(std::string_view bytes) {
-  std::string text;
-  for (const char byte : bytes) text += (text.empty() ? "" : " ") + HexByte(byte);
-  return text;
+std::string HexRow(uint64_t offset, std::string_view bytes, std::size_t bytesInRow) {
+  std::array<char, 24> begin{};
+  std::snprintf(begin.data(), begin.size(), "%08" PRIX64 " ", offset);
+  std::string row = begin.data();
+  for (const char byte : bytes) row += ' ' + HexByte(byte);
+  row.append((bytesInRow - bytes.size()) * 3 + 2, ' ');
+  row += '|';
+  for (const char byte : bytes) row += byte >= ' ' && byte <= '~' ? byte : '.';
+  return row + '|';
 }
 
 std::string FromEscaped(std::string_view text) {

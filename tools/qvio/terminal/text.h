@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <map>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
@@ -14,8 +16,9 @@ inline const std::map<std::string, std::string> kLineEnds{
 /// Reads "48 65 6c", "48656C" or "0x48 0x65 0x6C". Throws CommandFailure with WrongUsage for anything else.
 std::string FromHex(std::string_view text);
 
-/// Writes "48 65 6C".
-std::string ToHex(std::string_view bytes);
+/// Writes "00000000  48 65 6C 0A              |Hel.|" for rows of eight bytes.
+/// @param offset  of the first byte
+std::string HexRow(uint64_t offset, std::string_view bytes, std::size_t bytesInRow);
 
 /// Reads \n, \r, \t, \\ and \xNN; any other backslash is CommandFailure with WrongUsage.
 std::string FromEscaped(std::string_view text);

@@ -1,8 +1,11 @@
 #pragma once
 
 #include <chrono>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -19,9 +22,9 @@ using Clock = std::chrono::steady_clock;
 struct Arrival {
   enum class Kind {
     Bytes,
-    Notice,      ///< receiving failed; reported once until bytes come again
-    Lost,        ///< the peer has closed or reset the link, or a serial port is gone; more may follow
-    Sent,        ///< all bytes of one send
+    Notice,  ///< receiving failed, reported once until bytes come again; or the device is being waited for
+    Lost,    ///< the peer has closed or reset the link, or a serial port is gone; more may follow
+    Sent,    ///< all bytes of one send
     SendFailed,  ///< one send; its bytes may have been sent in part
   };
   Kind kind;
@@ -30,6 +33,9 @@ struct Arrival {
 
 /// An open channel for a poll loop. Receiving and sending happen on threads of their own, so that neither a
 /// device that takes no bytes nor one that floods stops the loop: beyond a bound, receiving waits for take().
+///
+/// With `reconnects` a device that is lost, or not there yet, is waited for and opened (again). What is to be
+/// sent waits as well; a send that a loss cuts off is not repeated.
 class PolledChannel {
  public:
   /// Bytes of arrivals that one turn of a poll loop should handle, so that keys and signals have their turn.
@@ -42,11 +48,15 @@ class PolledChannel {
 
   ~PolledChannel() { close(); }
 
-  /// Closes the channel, also while a send is stuck. A second time does nothing.
+  /// Closes the channel, also while a send is stuck. A second time does nothing. An attempt to open a device
+  /// that is being waited for comes to its end first, at most a second for each address of a host.
   void close();
 
   /// Sends the bytes later. False when too many sends are waiting already.
   [[nodiscard]] bool send(std::string bytes) { return outbox_.tryPush(std::move(bytes)); }
+
+  /// Whether the device is there.
+  [[nodiscard]] bool isOpen() const { return link() != nullptr; }
 
   /// Readable while there are arrivals.
   [[nodiscard]] int readyFd() const { return inbox_.readyFd(); }
@@ -58,53 +68,34 @@ class PolledChannel {
   [[nodiscard]] std::vector<Arrival> take() { return inbox_.take(kBytesInTurn / QV_IO_RECEIVE_CHUNK); }
 
  private:
-  quorvio::Channel open(const ChannelOptions& options);
-  void sendQueued();
-  void sendOne(const std::string& bytes);
+  /// The open device. A serial port is free again for others, and for its return, once this is destroyed.
+  struct Link {
+    SerialPortLock lock;
+    quorvio::Channel channel;
+    Clock::time_point since = Clock::now();
+  };
 
-  SerialPortLock lock_;
+  void openFirst();
+  void openLasting();
+  void open();
+  void onLost(std::error_code why);
+  void serve();
+  void sendOne(const std::string& bytes);
+  void awaitDevice();
+  bool dropLink();
+  [[nodiscard]] bool tryOpen(std::string& lastReason);
+  [[nodiscard]] std::shared_ptr<Link> link() const;
+
+  static constexpr std::chrono::milliseconds kFirstDelay{100};
+
+  const ChannelOptions options_;
   WakingQueue<Arrival> inbox_;
   WakingQueue<std::string> outbox_;
-  quorvio::Channel channel_;
-  std::thread sender_;
-};
-
-/// One request, or a stream of them, and the answer, which is printed as it comes. Notices are written to
-/// standard error.
-class Exchange {
- public:
-  enum class Answer { Printed, Dropped };
-
-  Exchange(PolledChannel& channel, bool hex, Answer print = Answer::Printed)
-      : channel_(channel), hex_(hex), prints_(print == Answer::Printed) {}
-
-  /// Waits until all bytes are sent. False when the deadline has passed or the link is lost. Throws
-  /// CommandFailure when sending fails.
-  bool send(const std::string& bytes, cppu::Deadline deadline = {});
-
-  /// Waits for an arrival until the deadline, and prints what has come. False when nothing has come by then:
-  /// a device that floods always has something, so whoever must end looks at the clock too.
-  bool receiveUntil(cppu::Deadline deadline);
-
-  /// Ends the line of a hexadecimal answer.
-  void finish() const;
-
-  [[nodiscard]] uint64_t received() const { return received_; }
-  [[nodiscard]] const std::string& answer() const { return answer_; }  ///< at least its last MiB
-  [[nodiscard]] Clock::time_point lastByte() const { return lastByte_; }
-  [[nodiscard]] bool isLost() const { return lost_; }  ///< as Arrival::Kind::Lost
-
- private:
-  void handle(const Arrival& arrival);
-
-  PolledChannel& channel_;
-  const bool hex_;
-  const bool prints_;
-  uint64_t received_ = 0;
-  std::string answer_;
-  Clock::time_point lastByte_ = Clock::now();
-  bool sent_ = false;
-  bool lost_ = false;
+  WakingQueue<std::string> losses_{1};             ///< why the open link is lost, for serve()
+  mutable std::mutex mutex_;                       ///< guards link_; no other lock is taken under it
+  std::shared_ptr<Link> link_;                     ///< none: the device is being waited for
+  std::chrono::milliseconds delay_ = kFirstDelay;  ///< before the next attempt to open
+  std::thread thread_;                             ///< sends, and opens again
 };
 
 }  // namespace qvio_tool
