@@ -42,14 +42,9 @@ struct Cost {
 /// Calls of malloc and its kin by the whole process, the shared library included.
 double Allocations();
 
-inline rusage Used() {
+inline Cost CostUntilNow() {
   rusage used{};
   Require(::getrusage(RUSAGE_SELF, &used) == 0, "getrusage");
-  return used;
-}
-
-inline Cost CostUntilNow() {
-  const auto used = Used();
   const auto seconds = [](const timeval& time) {
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
   };

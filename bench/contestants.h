@@ -59,8 +59,6 @@ class Inbox {
 /// at most 1024 at a time.
 class HandWritten {
  public:
-  static constexpr const char* kName = "hand-written thread";
-
   explicit HandWritten(const Address& address) : HandWritten(address, &inbox_, Inbox::count) {}
   HandWritten(const Address& address, void* user, QV_IO_ReceiveCallback callback)
       : fd_(address.open()), user_(user), callback_(callback), thread_([this](const auto& stop) {
@@ -96,8 +94,6 @@ class HandWritten {
 /// Standalone Asio: one thread runs the context, reads are asynchronous and large.
 class AsioStream {
  public:
-  static constexpr const char* kName = "Asio";
-
   explicit AsioStream(const Address& address) : stream_(context_, address.open().release()) {
     readSome();
     thread_ = std::jthread([this] { context_.run(); });
@@ -130,8 +126,6 @@ class AsioStream {
 /// A channel of the library by its C functions: quorvio.hpp would be measured as well.
 class Library {
  public:
-  static constexpr const char* kName = "C functions";
-
   template <class Address>
   explicit Library(const Address& address) : Library(address, &inbox_, Inbox::count) {}
   template <class Address>

@@ -50,7 +50,7 @@ cppu::UniqueFd Address::open() const {
   return cppu::UniqueFd(socket.release());
 }
 
-Listener::Listener(Line line) : line_(line) {
+Listener::Listener(Line line) {
   if (line == Line::Tcp) {
     asio::io_context context;
     tcp::acceptor acceptor(context, {asio::ip::address_v4::loopback(), 0});
@@ -67,7 +67,7 @@ Listener::Listener(Line line) : line_(line) {
 }
 
 cppu::UniqueFd Listener::accept() {
-  if (line_ == Line::Terminal) return std::move(fd_);
+  if (!address_.path.empty()) return std::move(fd_);
   return Opened(::accept4(fd_.get(), nullptr, nullptr, SOCK_CLOEXEC), "accept");
 }
 

@@ -35,7 +35,6 @@ class Listener {
   [[nodiscard]] cppu::UniqueFd accept();
 
  private:
-  Line line_;
   Address address_;
   cppu::UniqueFd fd_;
 };

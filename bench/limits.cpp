@@ -28,9 +28,6 @@ struct OpenLine {
   cppu::UniqueFd farEnd;
 };
 
-template <std::size_t Count>
-using Lines = std::array<std::optional<OpenLine>, Count>;
-
 /// In KiB.
 struct Memory {
   double heap;
@@ -50,7 +47,7 @@ struct Memory {
 void OpenChannels(benchmark::State& state) {
   constexpr std::size_t kCount = QV_IO_HANDLE_COUNT - 1;
   const OpenLine first;  // what the process needs only once is there before the count begins
-  Lines<kCount> lines;
+  std::array<std::optional<OpenLine>, kCount> lines;
   const auto before = Memory::now();
   const auto allocationsBefore = Allocations();
   for ([[maybe_unused]] auto _ : state) {
@@ -74,7 +71,7 @@ void Sleep(benchmark::State& state, std::chrono::seconds time) {
 }
 
 void IdleChannels(benchmark::State& state) {
-  Lines<QV_IO_HANDLE_COUNT> lines;
+  std::array<std::optional<OpenLine>, QV_IO_HANDLE_COUNT> lines;
   for (auto& line : lines) line.emplace();
   Sleep(state, 5s);
 }

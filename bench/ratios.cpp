@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "contestants.h"
-#include "far_end.h"
 #include "quorvio/quorvio.hpp"
 
 namespace qvbench {
@@ -48,8 +47,6 @@ void Query(Client& client) {
 template <class Transport>
 class LineClient {
  public:
-  static constexpr const char* kName = Transport::kName;
-
   explicit LineClient(const Address& address) : transport_(address, this, onReceive) {}
 
   std::string ask(std::string_view request) {
@@ -99,7 +96,7 @@ using Work = void (*)(Contestant&);
 template <class Ours, class Theirs>
 void Register(const std::string& name, int count, Line line, FarEnd::Script script, Work<Ours> work,
               Work<Theirs> theirWork) {
-  benchmark::RegisterBenchmark((name + " | " + Theirs::kName).c_str(),
+  benchmark::RegisterBenchmark(name.c_str(),
                                [=](benchmark::State& state) {
                                  const FarEnd farEnd(line, script);
                                  const FarEnd theirFarEnd(line, script);
@@ -114,20 +111,23 @@ void Register(const std::string& name, int count, Line line, FarEnd::Script scri
 }
 
 template <class Other>
-void RegisterAgainst() {
-  Register<Library, Other>("64-byte round trip, TCP", kRoundTrips, Line::Tcp, Echo, RoundTrip, RoundTrip);
-  Register<Library, Other>("64-byte round trip, terminal", kRoundTrips, Line::Terminal, Echo, RoundTrip,
+void RegisterAgainst(const std::string& other) {
+  Register<Library, Other>("64-byte round trip, TCP" + other, kRoundTrips, Line::Tcp, Echo, RoundTrip,
                            RoundTrip);
-  Register<Library, Other>("receive 512 MiB, TCP", 2, Line::Tcp, Flood, Receive, Receive);
-  Register<Library, Other>("send 512 MiB in 64-KiB pieces, TCP", 2, Line::Tcp, Swallow, Send, Send);
+  Register<Library, Other>("64-byte round trip, terminal" + other, kRoundTrips, Line::Terminal, Echo,
+                           RoundTrip, RoundTrip);
+  Register<Library, Other>("receive 512 MiB, TCP" + other, 2, Line::Tcp, Flood, Receive, Receive);
+  Register<Library, Other>("send 512 MiB in 64-KiB pieces, TCP" + other, 2, Line::Tcp, Swallow, Send, Send);
 }
 
 [[maybe_unused]] const bool kRegistered = [] {
-  RegisterAgainst<HandWritten>();
-  RegisterAgainst<AsioStream>();
-  const char* const query = "64-byte query, TCP";
-  Register<QueryClient, LineClient<HandWritten>>(query, kRoundTrips, Line::Tcp, Echo, Query, Query);
-  Register<QueryClient, LineClient<Library>>(query, kRoundTrips, Line::Tcp, Echo, Query, Query);
+  RegisterAgainst<HandWritten>(" | hand-written thread");
+  RegisterAgainst<AsioStream>(" | Asio");
+  const std::string query = "64-byte query, TCP | ";
+  Register<QueryClient, LineClient<HandWritten>>(query + "hand-written thread", kRoundTrips, Line::Tcp, Echo,
+                                                 Query, Query);
+  Register<QueryClient, LineClient<Library>>(query + "C functions", kRoundTrips, Line::Tcp, Echo, Query,
+                                             Query);
   return true;
 }();
 
