@@ -229,7 +229,7 @@ TEST_F(Qvio, WaitsForADeviceThatIsGone) {
     peer.reset();
     EXPECT_TRUE(terminal.shows("the device is gone: connection lost (result 7)"));
   }
-  terminal.type("\x1d");
+  terminal.type("never sent\n\x1d");
   EXPECT_EQ(terminal.waitForEnd(), 0);
   const auto text = folder.read("session.log");
   for (const auto* const piece : {" > typed before it is there\n", " < typed before it is back\n",

@@ -13,7 +13,6 @@
 #include "device/failure_text.h"
 #include "device/serial_port.h"
 #include "quorvio/quorvio.hpp"
-#include "terminal/output.h"
 #include "terminal/signals.h"
 #include "terminal/text.h"
 #include "terminal/waking_queue.h"
@@ -53,6 +52,7 @@ class Asker {
         wait_(options.waitMs),
         lock_(options.channel),
         channel_(open(options.channel)) {
+    lock_.reportSurprises(options.channel);
     const cppu::AllSignalsBlocked inherited;
     thread_ = std::thread([this] { run(); });
   }

@@ -105,7 +105,10 @@ void PolledChannel::serve() {
   while (!outbox_.isClosed()) {
     const auto losses = losses_.take();
     for (const auto& text : losses) inbox_.push({Arrival::Kind::Notice, text});
-    if (!losses.empty() || !isOpen()) awaitDevice();
+    if (!losses.empty() || !isOpen()) {
+      awaitDevice();
+      continue;  // without a link at the end
+    }
     for (const auto& bytes : outbox_.take(1)) sendOne(bytes);
     std::array<pollfd, 2> entries{{{outbox_.readyFd(), POLLIN, 0}, {losses_.readyFd(), POLLIN, 0}}};
     cppu::PollUntil(entries, {});
