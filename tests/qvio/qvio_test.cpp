@@ -151,6 +151,9 @@ TEST_F(Qvio, SaysWhatIsWrongAndWhatHelps) {
       {{"send", "network:sn:NOBODY", "x", "--iface", "127.0.0.1", "--timeout", "1"},
        1,
        "no device with serial number NOBODY answered on 127.0.0.1\nqvio: hint: \"qvio list\""},
+      {{"complete", "--", "pi"}, 0, "ping\tMeasure how long"},
+      {{"complete", "--", "send", "x", "-e", "c"}, 0, "cr\t\ncrlf\t\n"},
+      {{"complete", "--", "config", "s"}, 0, "set\tChange"},
       {{"send", tty_, "POS?", "-o", "baudrate 500000", "--wait", "0"},
        0,
        "runs at 230400 baud, not at 500000"},
@@ -177,6 +180,7 @@ TEST_F(Qvio, KnowsDevicesByTheNamesInAFile) {
                            {{"send", "typo", "x"},
                             2,
                             "qvio.toml: [typo] cannot have locater: a device has locator, options and eol\n"},
+                           {{"complete", "--", "send", "-x", "ne"}, 0, "net\ta device of "},
                            {{"send", "other", "x"}, 2, "qvio: not a locator: \"other\"\n"}};
   for (const auto& row : rows) ExpectText(row);
   ::unsetenv("XDG_CONFIG_HOME");

@@ -82,6 +82,8 @@ int main(int argc, char** argv) try {
   AddInfoCommand(app, run);
   AddIfacesCommand(app, run);
   AddVersionCommand(app, run);
+  AddCompleteCommand(app, run);
+  AddManualCommand(app, run);
   try {
     app.parse(Arguments(argc, argv));
   } catch (const CLI::ParseError& error) {

@@ -36,6 +36,14 @@ std::string DevicesFile() {
   return home != nullptr ? std::string(home) + "/.config/qvio.toml" : "";
 }
 
+std::set<std::string> DeviceNames() {
+  std::ifstream file(DevicesFile());
+  std::set<std::string> names;
+  for (const auto& item : CLI::ConfigTOML().from_config(file))
+    if (item.parents.size() == 1) names.insert(item.parents.front());
+  return names;
+}
+
 std::optional<NamedDevice> FindNamedDevice(const std::string& name) {
   std::ifstream file(DevicesFile());
   std::optional<NamedDevice> device;

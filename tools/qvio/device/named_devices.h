@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,9 @@ struct NamedDevice {
 
 /// The file: $XDG_CONFIG_HOME/qvio.toml, or ~/.config/qvio.toml.
 std::string DevicesFile();
+
+/// All names in the file.
+std::set<std::string> DeviceNames();
 
 /// The device with this name; none if the file, or the name in it, does not exist. Throws CommandFailure with
 /// WrongUsage for a table that cannot be read.
