@@ -16,11 +16,6 @@
 namespace quorvind {
 namespace {
 
-// The protocol's addresses; devices use the same.
-constexpr uint16_t kBroadcastPort = 65111;
-constexpr uint16_t kMulticastPort = 65110;
-constexpr IP4 kMulticastGroup{239, 1, 1, 21};
-
 constexpr std::size_t kLargestDatagram = 1024;
 constexpr int kReceiveBuffer = 4 * 1024 * 1024;  // a thousand devices may answer at once
 

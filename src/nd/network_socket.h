@@ -11,6 +11,11 @@ namespace quorvind {
 
 using cppu::Bytes;
 
+/// The protocol's addresses; devices use the same.
+inline constexpr uint16_t kBroadcastPort = 65111;
+inline constexpr uint16_t kMulticastPort = 65110;
+inline constexpr IP4 kMulticastGroup{239, 1, 1, 21};
+
 /// One socket of discovery: a way of reaching the devices of one interface. Does not change; any thread.
 struct NetworkSocket {
   cppu::UniqueFd descriptor;

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <string_view>
+#include <vector>
+
 #include "io/ftdi/d2xx.h"
 #include "util/failure.h"
 
@@ -36,6 +39,17 @@ struct D2xxFunctions {
   Api::FTID_GetNumDevices* FTID_GetNumDevices = nullptr;
   Api::FTID_GetChipIDFromHandle* FTID_GetChipIDFromHandle = nullptr;
 };
+
+/// FTDI's two libraries.
+enum class FtdiLibrary { Driver, ChipId };
+
+/// The file that the system is asked for.
+constexpr const char* FileName(FtdiLibrary library) {
+  return library == FtdiLibrary::Driver ? "libftd2xx.so" : "libftchipid.so";
+}
+
+/// The names of the functions that the library must have.
+std::vector<std::string_view> NeededFunctions(FtdiLibrary library);
 
 /// Throws Failure with the name of the driver's function unless it has succeeded.
 void RequireDriver(uint32_t status, const char* function, uint32_t code = QV_IO_ERROR_DRIVER_FAILURE);

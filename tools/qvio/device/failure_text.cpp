@@ -26,15 +26,6 @@ std::string NameOf(const group* group, gid_t id) {
   return group != nullptr ? group->gr_name : std::to_string(id);
 }
 
-std::string ForbiddenHint(const std::string& path, const struct stat& file) {
-  std::array<char, 16> mode{};
-  std::snprintf(mode.data(), mode.size(), "%04o", file.st_mode & 07777U);
-  const auto groupName = NameOf(::getgrgid(file.st_gid), file.st_gid);
-  const bool groupMay = (file.st_mode & S_IRGRP) != 0 && (file.st_mode & S_IWGRP) != 0;
-  return path + " belongs to " + NameOf(::getpwuid(file.st_uid), file.st_uid) + ":" + groupName + ", mode " +
-         mode.data() + (groupMay ? "; add yourself to " + groupName : "; ask its owner for access");
-}
-
 std::string SerialPortHint(const std::string& path) {
   struct stat file {};
   if (::stat(path.c_str(), &file) != 0) return "is the device plugged in?";
@@ -76,6 +67,20 @@ std::string HintFor(uint32_t result, const ChannelOptions& options) {
 }
 
 }  // namespace
+
+std::string GroupOf(const struct stat& file) { return NameOf(::getgrgid(file.st_gid), file.st_gid); }
+
+bool GroupMayUse(const struct stat& file) {
+  return (file.st_mode & S_IRGRP) != 0 && (file.st_mode & S_IWGRP) != 0;
+}
+
+std::string ForbiddenHint(const std::string& path, const struct stat& file) {
+  std::array<char, 16> mode{};
+  std::snprintf(mode.data(), mode.size(), "%04o", file.st_mode & 07777U);
+  const auto groupName = GroupOf(file);
+  return path + " belongs to " + NameOf(::getpwuid(file.st_uid), file.st_uid) + ":" + groupName + ", mode " +
+         mode.data() + (GroupMayUse(file) ? "; add yourself to " + groupName : "; ask its owner for access");
+}
 
 std::string FailureText() { return OneLine(qvio::LastFailureReason()); }
 

@@ -17,20 +17,6 @@ namespace {
 
 using quorvio::Device;
 
-/// Every device that has answered once, in the order of first appearance, in its last state.
-std::vector<Device> Search(const DeviceSearch& search, std::chrono::milliseconds each, uint32_t tries) {
-  std::vector<Device> devices;
-  std::map<Device, std::size_t, DeviceOrder> positions;
-  for (uint32_t asked = 0; asked < tries; ++asked) {
-    for (auto& device : search.ask(each)) {
-      const auto [known, isNew] = positions.try_emplace(device, devices.size());
-      if (isNew) devices.emplace_back();
-      devices[known->second] = std::move(device);
-    }
-  }
-  return devices;
-}
-
 ListedDevice ListedNetworkDevice(const Device& device) {
   return {device.locator,
           device.available,
@@ -81,11 +67,26 @@ ListedDevice ListedSerialPort(const sp_port* port) {
 
 }  // namespace
 
+std::vector<Device> AskRepeatedly(const DeviceSearch& search, std::chrono::milliseconds each,
+                                  uint32_t tries) {
+  std::vector<Device> devices;
+  std::map<Device, std::size_t, DeviceOrder> positions;
+  for (uint32_t asked = 0; asked < tries; ++asked) {
+    for (auto& device : search.ask(each)) {
+      const auto [known, isNew] = positions.try_emplace(device, devices.size());
+      if (isNew) devices.emplace_back();
+      devices[known->second] = std::move(device);
+    }
+  }
+  return devices;
+}
+
 void DeviceList::addNetworkDevices(const DiscoveryOptions& options, std::chrono::milliseconds time,
                                    uint32_t tries) try {
   const DeviceSearch search(options.addresses());
   const auto each = std::max(time / tries, std::chrono::milliseconds(1));
-  for (const auto& device : Search(search, each, tries)) devices.push_back(ListedNetworkDevice(device));
+  for (const auto& device : AskRepeatedly(search, each, tries))
+    devices.push_back(ListedNetworkDevice(device));
 } catch (const CommandFailure& failure) {
   if (!options.ifaces.empty()) throw;
   notes.push_back(std::string("network: ") + failure.what());

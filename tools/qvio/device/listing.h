@@ -38,6 +38,11 @@ struct DeviceList {
   void addSerialPorts();
 };
 
+/// Every network device that answers one of the searches, in the order of first appearance, in its last
+/// state.
+std::vector<quorvio::Device> AskRepeatedly(const DeviceSearch& search, std::chrono::milliseconds each,
+                                           uint32_t tries);
+
 /// An object with the keys of the property record; numbers are numbers and `available` is a bool.
 nlohmann::ordered_json ToJson(const quorvio::Device& networkDevice);
 

@@ -5,50 +5,22 @@
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
-#include <fstream>
 #include <optional>
-#include <sstream>
 
+#include "device/processes.h"
 #include "terminal/failure.h"
 
 namespace qvio_tool {
 namespace {
 
-/// The device and inode of a file as /proc/locks writes them.
-std::string LockName(int fd) {
+std::string HolderOf(int fd) {
   struct stat file {};
   ::fstat(fd, &file);
-  std::array<char, 64> name{};
-  std::snprintf(name.data(), name.size(), "%02x:%02x:%lu", major(file.st_dev), minor(file.st_dev),
-                file.st_ino);
-  return name.data();
-}
-
-/// Lines look like "1: FLOCK  ADVISORY  WRITE 4711 00:17:5 0 EOF".
-std::string HolderOf(int fd) {
-  const auto wanted = LockName(fd);
-  std::ifstream locks("/proc/locks");
-  for (std::string line; std::getline(locks, line);) {
-    std::istringstream words(line);
-    std::string number;
-    std::string type;
-    std::string advisory;
-    std::string access;
-    std::string pid;
-    std::string name;
-    words >> number >> type >> advisory >> access >> pid >> name;
-    if (type != "FLOCK" || name != wanted) continue;
-    std::string command = "a process";
-    std::ifstream comm("/proc/" + pid + "/comm");
-    std::getline(comm, command);
-    return command.append(" (pid ").append(pid).append(")");
-  }
-  return "another process";
+  const auto holder = LockHolder(file);
+  return holder ? holder->text() : "another process";
 }
 
 std::optional<unsigned> RealSpeed(int fd) {
