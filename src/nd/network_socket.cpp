@@ -17,7 +17,6 @@ namespace quorvind {
 namespace {
 
 constexpr std::size_t kLargestDatagram = 1024;
-constexpr int kReceiveBuffer = 4 * 1024 * 1024;  // a thousand devices may answer at once
 
 /// Room for the one control message of a datagram.
 struct alignas(cmsghdr) PacketInfoMessage {

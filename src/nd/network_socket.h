@@ -16,6 +16,9 @@ inline constexpr uint16_t kBroadcastPort = 65111;
 inline constexpr uint16_t kMulticastPort = 65110;
 inline constexpr IP4 kMulticastGroup{239, 1, 1, 21};
 
+/// Bytes that a socket asks for: a thousand devices may answer at once.
+inline constexpr int kReceiveBuffer = 4 * 1024 * 1024;
+
 /// One socket of discovery: a way of reaching the devices of one interface. Does not change; any thread.
 struct NetworkSocket {
   cppu::UniqueFd descriptor;

@@ -22,6 +22,7 @@ Options& SetAction(CLI::App& command, Run& run, int (*action)(const Options&)) {
 /// Each adds one command with its options, help and example, and stores in `run` what to do if it is given.
 void AddCompleteCommand(CLI::App& app, Run& run);
 void AddConfigCommand(CLI::App& app, Run& run);
+void AddDoctorCommand(CLI::App& app, Run& run);
 void AddIfacesCommand(CLI::App& app, Run& run);
 void AddInfoCommand(CLI::App& app, Run& run);
 void AddListCommand(CLI::App& app, Run& run);

@@ -81,6 +81,7 @@ int main(int argc, char** argv) try {
   AddConfigCommand(app, run);
   AddInfoCommand(app, run);
   AddIfacesCommand(app, run);
+  AddDoctorCommand(app, run);
   AddVersionCommand(app, run);
   AddCompleteCommand(app, run);
   AddManualCommand(app, run);

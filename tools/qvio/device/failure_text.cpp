@@ -1,14 +1,11 @@
 #include "device/failure_text.h"
 
-#include <grp.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
-#include <cstdio>
 
+#include "device/permissions.h"
 #include "quorvio/quorvio.h"
 #include "terminal/failure.h"
 #include "terminal/text.h"
@@ -18,13 +15,6 @@ namespace qvio_tool {
 namespace {
 
 bool IsUsb(const std::string& locator) { return locator.starts_with("usb:"); }
-
-std::string NameOf(const passwd* user, uid_t id) {
-  return user != nullptr ? user->pw_name : std::to_string(id);
-}
-std::string NameOf(const group* group, gid_t id) {
-  return group != nullptr ? group->gr_name : std::to_string(id);
-}
 
 std::string SerialPortHint(const std::string& path) {
   struct stat file {};
@@ -67,20 +57,6 @@ std::string HintFor(uint32_t result, const ChannelOptions& options) {
 }
 
 }  // namespace
-
-std::string GroupOf(const struct stat& file) { return NameOf(::getgrgid(file.st_gid), file.st_gid); }
-
-bool GroupMayUse(const struct stat& file) {
-  return (file.st_mode & S_IRGRP) != 0 && (file.st_mode & S_IWGRP) != 0;
-}
-
-std::string ForbiddenHint(const std::string& path, const struct stat& file) {
-  std::array<char, 16> mode{};
-  std::snprintf(mode.data(), mode.size(), "%04o", file.st_mode & 07777U);
-  const auto groupName = GroupOf(file);
-  return path + " belongs to " + NameOf(::getpwuid(file.st_uid), file.st_uid) + ":" + groupName + ", mode " +
-         mode.data() + (GroupMayUse(file) ? "; add yourself to " + groupName : "; ask its owner for access");
-}
 
 std::string FailureText() { return OneLine(qvio::LastFailureReason()); }
 
