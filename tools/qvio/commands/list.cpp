@@ -58,7 +58,7 @@ void ReportNothingFound(std::size_t hidden, bool searched) {
     std::fprintf(
         stderr,
         "qvio: no device has answered: %s; --iface ADDRESS selects the interface, --timeout MS waits "
-        "longer, --all lists unavailable devices too\n",
+        "longer, --all lists unavailable devices too; \"qvio doctor\" looks for the cause\n",
         kWhatToCheck);
   } else {
     std::fputs("qvio: no device was found; is it plugged in?\n", stderr);

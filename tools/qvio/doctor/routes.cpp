@@ -1,11 +1,12 @@
 #include <algorithm>
 #include <fstream>
+#include <map>
+#include <optional>
 #include <sstream>
 
 #include "device/search.h"
 #include "doctor/checks.h"
 #include "doctor/subnet.h"
-#include "util/text.h"
 
 namespace qvio_tool {
 namespace {
@@ -66,65 +67,67 @@ const Interface* InterfaceOf(const Machine& machine, const Device& device) {
   return found != machine.interfaces.end() ? &*found : nullptr;
 }
 
-/// An address in the subnet that neither this machine nor a device has; other devices may have it.
-std::optional<IP4> UnusedAddress(const Machine& machine, const Interface& interface) {
-  const auto isUsed = [&](const IP4& address) {
-    return address == interface.address || std::ranges::any_of(machine.devices, [&](const Device& device) {
-             return device.host == IP4ToString(address);
-           });
-  };
-  const auto broadcast = BroadcastOf(interface);
-  auto address = std::bit_cast<IP4>(Bits(interface.address) & Bits(interface.subnetMask));
-  for (unsigned last = address[3] + 10U; last < broadcast[3]; ++last) {
-    address[3] = static_cast<unsigned char>(last);
-    if (!isUsed(address)) return address;
+/// Checks one device after the other.
+class DeviceCheck {
+ public:
+  explicit DeviceCheck(const Machine& machine) : machine_(machine), routes_(ReadRoutes(machine)) {
+    for (const auto& interface : machine.interfaces) used_.insert(interface.address);
+    for (const auto& device : machine.devices) used_.insert(AddressOf(device));
   }
-  return {};
-}
 
-/// The command that gives the device an address in the subnet on which it was heard.
-std::string Configure(const Machine& machine, const Device& device) {
-  const auto* const interface = InterfaceOf(machine, device);
-  if (interface == nullptr) return {};
-  const auto address = UnusedAddress(machine, *interface);
-  if (!address) return {};
-  return "qvio config set " + ShellWord(device.serialNumber) + " --type " + std::to_string(device.type) +
-         " --iface " + IP4ToString(interface->address) + " --ip " + IP4ToString(*address) + " --mask " +
-         IP4ToString(interface->subnetMask) + " --gateway 0.0.0.0 --no-dhcp";
-}
+  Finding check(const Device& device) {
+    const auto place = device.host + ':' + std::to_string(device.port);
+    const auto* const interface = InterfaceOf(machine_, device);
+    const auto needsAddress = [&](const std::string& text) {
+      return Finding{device.serialNumber, State::Fault, text, configure(device, interface)};
+    };
+    if (AddressOf(device) == IP4{}) return needsAddress("has no address");
+    const auto [twin, isFirst] = owners_.try_emplace(place, device.serialNumber);
+    if (!isFirst && twin->second != device.serialNumber)
+      return needsAddress(place + " is the address of device " + twin->second + " too");
+    const auto* const route = RouteTo(AddressOf(device), routes_);
+    if (route == nullptr) return needsAddress("there is no route to " + place);
+    if (route->gateway != IP4{})
+      return needsAddress("the route to " + place + " leads over the gateway " + IP4ToString(route->gateway) +
+                          ", but the device is on this side of it");
+    if (interface != nullptr && interface->name != route->interface)
+      return {device.serialNumber, State::Fault,
+              "the route to " + place + " leads over " + route->interface + ", but the device is on " +
+                  interface->name,
+              "sudo ip route add " + device.host + " dev " + ShellWord(interface->name)};
+    if (!device.available) return {device.serialNumber, State::Note, place + " is in use by another program"};
+    return {device.serialNumber, State::Ok, place + " is on " + route->interface};
+  }
 
-bool HasTwin(const Machine& machine, const Device& device) {
-  return std::ranges::any_of(machine.devices, [&](const Device& other) {
-    return other.host == device.host && other.port == device.port &&
-           other.serialNumber != device.serialNumber;
-  });
-}
+ private:
+  static IP4 AddressOf(const Device& device) { return quorvind::IP4FromString(device.host).value_or(IP4{}); }
 
-Finding CheckDevice(const Machine& machine, const Device& device, const std::vector<Route>& routes) {
-  const auto place = device.host + ':' + std::to_string(device.port);
-  const auto* const interface = InterfaceOf(machine, device);
-  const auto address = quorvind::IP4FromString(device.host).value_or(IP4{});
-  const auto fault = [&](const std::string& text, const std::string& fix) {
-    return Finding{device.serialNumber, State::Fault, text, fix};
-  };
-  if (address == IP4{}) return fault("has no address", Configure(machine, device));
-  if (HasTwin(machine, device))
-    return fault("another device has the same address " + place, Configure(machine, device));
-  const auto* const route = RouteTo(address, routes);
-  if (route == nullptr) return fault("there is no route to " + place, Configure(machine, device));
-  if (route->gateway != IP4{})
-    return fault(place +
-                     " is outside the subnet of the interface that hears the device, and is looked for "
-                     "behind the gateway " +
-                     IP4ToString(route->gateway),
-                 Configure(machine, device));
-  if (interface != nullptr && interface->name != route->interface)
-    return fault(
-        place + " is looked for on " + route->interface + ", but the device is on " + interface->name,
-        "sudo ip route add " + device.host + " dev " + ShellWord(interface->name));
-  if (!device.available) return {device.serialNumber, State::Note, place + " is in use by another program"};
-  return {device.serialNumber, State::Ok, place + " is on " + route->interface};
-}
+  /// An address in the subnet that nobody known has; a device that is switched off may have it.
+  std::optional<IP4> takeUnused(const Interface& interface) {
+    constexpr unsigned kFirst = 10;  // routers like the lower ones
+    auto address = std::bit_cast<IP4>(Bits(interface.address) & Bits(interface.subnetMask));
+    const auto end = BroadcastOf(interface)[3];
+    for (unsigned last = address[3] + kFirst; last < end; ++last) {
+      address[3] = static_cast<unsigned char>(last);
+      if (used_.insert(address).second) return address;
+    }
+    return {};
+  }
+
+  /// The command that gives the device an address in the subnet on which it was heard.
+  std::string configure(const Device& device, const Interface* interface) {
+    const auto address = interface != nullptr ? takeUnused(*interface) : std::nullopt;
+    if (!address) return {};
+    return "qvio config set " + ShellWord(device.serialNumber) + " --type " + std::to_string(device.type) +
+           " --iface " + IP4ToString(interface->address) + " --ip " + IP4ToString(*address) + " --mask " +
+           IP4ToString(interface->subnetMask) + " --gateway 0.0.0.0 --no-dhcp";
+  }
+
+  const Machine& machine_;
+  const std::vector<Route> routes_;
+  quorvind::IP4Set used_;
+  std::map<std::string, std::string> owners_;  ///< serial numbers by address and port
+};
 
 }  // namespace
 
@@ -133,9 +136,9 @@ Findings CheckRoutes(const Machine& machine) {
     return {{"network devices", State::Unknown, "not searched for: " + machine.searchProblem}};
   if (machine.devices.empty())
     return {{"network devices", State::Note, std::string("none has answered: ") + kWhatToCheck}};
-  const auto routes = ReadRoutes(machine);
+  DeviceCheck check(machine);
   Findings findings;
-  for (const auto& device : machine.devices) findings.push_back(CheckDevice(machine, device, routes));
+  for (const auto& device : machine.devices) findings.push_back(check.check(device));
   return findings;
 }
 

@@ -1,9 +1,8 @@
 #include <dlfcn.h>
 #include <link.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
-#include <array>
+#include <cstddef>
 #include <cstdlib>
 #include <memory>
 
@@ -27,7 +26,7 @@ constexpr milliseconds kProgramLimit{500};
 constexpr milliseconds kSearchTime{300};
 constexpr uint32_t kSearches = 3;
 
-/// The folders that the loader knows by itself. Those of LD_LIBRARY_PATH come first and are no different.
+/// The folders that the loader searches without its cache, those of LD_LIBRARY_PATH included.
 std::vector<std::string> LoaderFolders() {
   Dl_serinfo size{};
   void* const program = ::dlopen(nullptr, RTLD_LAZY);
