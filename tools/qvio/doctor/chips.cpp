@@ -19,9 +19,11 @@ constexpr const char* kAllowEveryone =
     "&& sudo udevadm control --reload && sudo udevadm trigger";
 
 std::string NodeOf(const Machine& machine, const std::string& folder) {
-  const auto number = [&](const char* file) { return std::atoi(machine.line(folder + file).c_str()); };
+  const auto number = [&](const char* file) {
+    return std::strtoul(machine.line(folder + file).c_str(), nullptr, 10);
+  };
   std::array<char, 64> path{};
-  std::snprintf(path.data(), path.size(), "/dev/bus/usb/%03d/%03d", number("/busnum"), number("/devnum"));
+  std::snprintf(path.data(), path.size(), "/dev/bus/usb/%03lu/%03lu", number("/busnum"), number("/devnum"));
   return path.data();
 }
 

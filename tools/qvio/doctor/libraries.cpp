@@ -24,7 +24,8 @@ enum class Fit {
 
 struct Found {
   Fit fit = Fit::Missing;
-  std::string path;
+  std::string path{};
+  std::string kind{};  ///< of a foreign one
 };
 
 /// Lines of the cache look like "\tlibz.so.1 (libc6,x86-64) => /usr/lib/libz.so.1".
@@ -59,7 +60,7 @@ Found Find(const Machine& machine, const std::string& name) {
     const auto kind = KindOf(machine.at(path));
     if (!kind) return {Fit::Damaged, path};
     if (kind == machine.kind) return {Fit::Loadable, path};
-    if (found.fit == Fit::Missing) found = {Fit::Foreign, path};
+    if (found.fit == Fit::Missing) found = {Fit::Foreign, path, kind->text()};
   }
   return found;
 }
@@ -84,26 +85,27 @@ std::string MissingFunctions(const Machine& machine, FtdiLibrary library, const 
 
 Finding CheckFtdiLibrary(const Machine& machine, FtdiLibrary library) {
   const std::string name = qvio::FileName(library);
-  const auto install =
-      "sudo install -m 755 " + name + ' ' + std::string(kFolderOfAdmins) + " && sudo ldconfig";
   const auto found = Find(machine, name);
+  const auto installAt = [&](const std::string& place) {
+    return "sudo install -m 755 " + name + ' ' + ShellWord(place) + " && sudo ldconfig";
+  };
   switch (found.fit) {
     case Fit::Missing:
       return {name, State::Fault, "the loader does not find it; USB devices need FTDI's libraries",
-              FixMissing(machine, name, install)};
+              FixMissing(machine, name, installAt(std::string(kFolderOfAdmins)))};
     case Fit::Foreign:
       return {name, State::Fault,
-              found.path + " is for another machine (" + KindOf(machine.at(found.path))->text() +
-                  "); this program needs " + (machine.kind ? machine.kind->text() : "its own kind"),
-              install};
+              found.path + " is for another machine (" + found.kind + "); this program needs " +
+                  (machine.kind ? machine.kind->text() : "its own kind"),
+              installAt(found.path)};
     case Fit::Damaged:
-      return {name, State::Fault, found.path + " is not a library", install};
+      return {name, State::Fault, found.path + " is not a library", installAt(found.path)};
     case Fit::Loadable:
       break;
   }
   const auto missing = MissingFunctions(machine, library, found.path);
   if (missing.empty()) return {name, State::Ok, found.path};
-  return {name, State::Fault, found.path + " is too old, it lacks " + missing, install};
+  return {name, State::Fault, found.path + " is too old, it lacks " + missing, installAt(found.path)};
 }
 
 }  // namespace

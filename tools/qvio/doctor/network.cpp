@@ -1,9 +1,10 @@
 // Interfaces, UDP ports, multicast and receive buffers: what discovery needs.
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
+#include <map>
 #include <sstream>
 
 #include "device/search.h"
@@ -56,11 +57,10 @@ struct UdpSocket {
 };
 
 /// Lines look like "5: 00000000:FE57 00000000:0000 07 00000000:00000000 00:00000000 00000000 0 0 4711 2 ...".
-std::vector<UdpSocket> UdpSockets(const Machine& machine) {
+void ReadUdpSockets(const std::filesystem::path& path, std::vector<UdpSocket>& sockets) {
   constexpr std::size_t kLocal = 1;
   constexpr std::size_t kInode = 9;
-  std::vector<UdpSocket> sockets;
-  std::ifstream file(machine.at("/proc/net/udp"));
+  std::ifstream file(path);
   std::string line;
   for (std::getline(file, line); std::getline(file, line);) {
     std::istringstream in(line);
@@ -69,16 +69,19 @@ std::vector<UdpSocket> UdpSockets(const Machine& machine) {
     const auto port = words[kLocal].substr(std::min(words[kLocal].size(), words[kLocal].find(':') + 1));
     sockets.push_back({std::strtoul(port.c_str(), nullptr, 16), words[kInode]});
   }
-  return sockets;
 }
 
-/// Programs that have the port open; those of other users may stay unknown.
-std::vector<Process> HoldersOf(const Machine& machine, uint16_t port) {
-  std::vector<Process> holders;
-  for (const auto& socket : UdpSockets(machine)) {
+/// Programs that have the port open, by process id; those of other users may stay unknown. A socket of IPv6
+/// can hold the port of IPv4 too.
+std::map<std::string, Process> HoldersOf(const Machine& machine, uint16_t port) {
+  std::vector<UdpSocket> sockets;
+  for (const auto* const file : {"/proc/net/udp", "/proc/net/udp6"})
+    ReadUdpSockets(machine.at(file), sockets);
+  std::map<std::string, Process> holders;
+  for (const auto& socket : sockets) {
     if (socket.port != port) continue;
     if (const auto holder = OpenerOf("socket:[" + socket.inode + "]", machine.at("/proc")))
-      holders.push_back(*holder);
+      holders.try_emplace(holder->id, *holder);
   }
   return holders;
 }
@@ -87,12 +90,13 @@ Finding CheckPort(const Machine& machine, uint16_t port) {
   const auto subject = "UDP " + std::to_string(port);
   const auto problem = machine.bindProblem(port);
   const auto holders = HoldersOf(machine, port);
-  const auto holder = holders.empty() ? "" : ": " + holders.front().text();
+  std::string names;
+  for (const auto& [id, holder] : holders) names += (names.empty() ? ": " : ", ") + holder.text();
   if (problem.empty())
-    return {subject, State::Ok, holders.empty() ? "free" : "shared with other programs" + holder};
-  return {subject, State::Fault, problem + holder,
-          holders.empty() ? "sudo ss -ulpn 'sport = :" + std::to_string(port) + "' # shows who holds it"
-                          : "kill " + holders.front().id};
+    return {subject, State::Ok, holders.empty() ? "free" : "shared with other programs" + names};
+  return {subject, State::Fault, problem + names,
+          holders.size() == 1 ? "kill " + holders.begin()->first
+                              : "sudo ss -ulpn 'sport = :" + std::to_string(port) + "' # shows who holds it"};
 }
 
 }  // namespace

@@ -90,7 +90,8 @@ class DeviceCheck {
     if (route->gateway != IP4{})
       return needsAddress("the route to " + place + " leads over the gateway " + IP4ToString(route->gateway) +
                           ", but the device is on this side of it");
-    if (interface != nullptr && interface->name != route->interface)
+    const bool isOnRoute = interface == nullptr || interface->name == route->interface;
+    if (!isOnRoute && !isHeardOn(device, route->interface))
       return {device.serialNumber, State::Fault,
               "the route to " + place + " leads over " + route->interface + ", but the device is on " +
                   interface->name,
@@ -101,6 +102,14 @@ class DeviceCheck {
 
  private:
   static IP4 AddressOf(const Device& device) { return quorvind::IP4FromString(device.host).value_or(IP4{}); }
+
+  /// A device may be heard on several interfaces.
+  [[nodiscard]] bool isHeardOn(const Device& device, const std::string& name) const {
+    return std::ranges::any_of(machine_.devices, [&](const Device& heard) {
+      const auto* const interface = InterfaceOf(machine_, heard);
+      return heard.serialNumber == device.serialNumber && interface != nullptr && interface->name == name;
+    });
+  }
 
   /// An address in the subnet that nobody known has; a device that is switched off may have it.
   std::optional<IP4> takeUnused(const Interface& interface) {
