@@ -163,7 +163,7 @@ TEST_F(Qvio, SaysWhatIsWrongAndWhatHelps) {
   };
   for (const auto& row : rows) ExpectText(row);
   for (const auto* command :
-       {"open", "send", "list", "watch", "ifaces", "config", "info", "log", "ping", "version"})
+       {"open", "send", "list", "watch", "ifaces", "config", "info", "log", "ping", "doctor", "version"})
     ExpectText({{command, "--help"}, 0, "Example:"});
 }
 

@@ -63,13 +63,9 @@ void AddDoctorCommand(CLI::App& app, Run& run) {
   auto& options = SetAction(*command, run, Doctor);
   command->add_flag("--json", options.json, "Print a JSON array of objects");
   command->footer(
-      "Checks the libraries, USB chips, serial ports and the network, and changes nothing. Each finding is "
-      "ok, a\n"
-      "note, a fault or unknown, with the command that repairs it. Root sees more: the firewall rules, and "
-      "the\n"
-      "programs of other users that hold a device.\n"
-      "Objects of --json: check, subject, state (ok, note, fault, unknown), text, fix (a command; may be "
-      "empty).\n"
+      "Checks the libraries, USB chips, serial ports and the network, and changes nothing. Each finding\n"
+      "is ok, a note, a fault or unknown, with the command that repairs it. Root sees more: the firewall\n"
+      "rules, and the programs of other users that hold a device.\n"
       "Exit status: 0 no fault, 1 faults, 2 wrong usage.\nExample:\n  qvio doctor");
 }
 
