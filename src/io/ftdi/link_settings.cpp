@@ -1,24 +1,14 @@
 #include "io/ftdi/link_settings.h"
 
 #include <algorithm>
-#include <array>
 
 #include "io/ftdi/d2xx.h"
+#include "io/ftdi/products.h"
 
 namespace qvio {
 namespace {
 
 constexpr std::string_view kMakersMark = "QVIO";
-
-struct ProductRule {
-  std::string_view description;
-  LinkSettings settings;
-};
-
-/// Products that came before the configuration in the EEPROM. Any other has no speed of its own.
-constexpr std::array<ProductRule, 3> kProductRules{{{"Quorvi DRV-I", {500000, d2xx::kFlowNone}},
-                                                    {"Quorvi DRV2", {12000000, d2xx::kFlowRtsCts}},
-                                                    {"Quorvi AXU-3D", {500000, d2xx::kFlowNone}}}};
 
 /// None: the configuration leaves it to the chip and the product.
 std::optional<LinkSettings> ByConfiguration(std::span<const uint8_t> userArea) {
@@ -36,8 +26,8 @@ std::optional<LinkSettings> ByConfiguration(std::span<const uint8_t> userArea) {
 }
 
 LinkSettings ByProduct(std::string_view description) {
-  const auto* const rule = std::ranges::find(kProductRules, description, &ProductRule::description);
-  return rule != kProductRules.end() ? rule->settings : LinkSettings{};
+  const auto* const product = std::ranges::find(kProducts, description, &Product::description);
+  return product != kProducts.end() ? product->settings : LinkSettings{};
 }
 
 }  // namespace
