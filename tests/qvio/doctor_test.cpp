@@ -177,7 +177,13 @@ const Row kRows[] = {
      [](auto& m) { m.link("/sys/bus/usb/devices/1-2:1.0/driver", "../../drivers/ftdi_sio"); }},
     {"usb-chips", State::Fault, "ModemManager (pid 4999999)", "kill 4999999",
      [](auto& m) { m.open("/dev/bus/usb/001/004"); }},
-    {"usb-chips", State::Fault, "belongs to", "udev", [](auto& m) { m.forbidden = "/dev/bus/usb/001/004"; }},
+    {"usb-chips", State::Fault, "belongs to", "70-ftdi.rules",
+     [](auto& m) { m.forbidden = "/dev/bus/usb/001/004"; }},
+    {"usb-chips", State::Fault, "belongs to", "sudo cmake --install",
+     [](auto& m) {
+       m.forbidden = "/dev/bus/usb/001/004";
+       m.write("/sys/bus/usb/devices/1-2/product", "Quorvi DRV2\n");
+     }},
     {"usb-chips", State::Fault, "does not exist", "udevadm", [](auto& m) { m.remove("/dev/bus/usb"); }},
     {"usb-chips", State::Unknown, "no USB bus", "", [](auto& m) { m.remove("/sys/bus"); }},
     {"serial-ports", State::Fault, "belongs to", "sudo", [](auto& m) { m.forbidden = "/dev/ttyUSB0"; }},

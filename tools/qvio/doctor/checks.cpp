@@ -4,6 +4,8 @@
 #include <cctype>
 #include <iterator>
 
+#include "device/permissions.h"
+
 namespace qvio_tool {
 namespace {
 
@@ -29,6 +31,12 @@ Findings Diagnose(const Machine& machine) {
     std::ranges::move(findings, std::back_inserter(all));
   }
   return all;
+}
+
+Finding Forbidden(const std::string& subject, const std::string& path, const struct stat& file,
+                  const std::string& fix) {
+  const auto joinGroup = "sudo usermod -aG " + ShellWord(GroupOf(file)) + " \"$USER\" # then log in again";
+  return {subject, State::Fault, ForbiddenHint(path, file), GroupMayUse(file) ? joinGroup : fix};
 }
 
 std::string ShellWord(const std::string& text) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/stat.h>
+
 #include <array>
 #include <string>
 #include <vector>
@@ -34,6 +36,10 @@ Findings CheckReceiveBuffer(const Machine& machine);
 
 /// The findings of all checks, in their order.
 Findings Diagnose(const Machine& machine);
+
+/// The finding that the user may not use a file. `fix` is for a file that its group may not use either.
+Finding Forbidden(const std::string& subject, const std::string& path, const struct stat& file,
+                  const std::string& fix);
 
 /// A text as one word of a shell command. Serial numbers come from the network.
 std::string ShellWord(const std::string& text);

@@ -1,11 +1,12 @@
 #include "doctor/chips.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 
-#include "device/permissions.h"
 #include "doctor/checks.h"
+#include "io/ftdi/products.h"
 #include "util/text.h"
 
 namespace qvio_tool {
@@ -14,9 +15,16 @@ namespace {
 constexpr const char* kDevices = "/sys/bus/usb/devices";
 constexpr const char* kVendor = "0403";
 
+constexpr const char* kReloadRules = " && sudo udevadm control --reload && sudo udevadm trigger";
+constexpr const char* kOurRules = "sudo cmake --install build --component system";
 constexpr const char* kAllowEveryone =
-    R"(echo 'SUBSYSTEM=="usb", ATTR{idVendor}=="0403", MODE="0666"' | sudo tee /etc/udev/rules.d/70-ftdi.rules )"
-    "&& sudo udevadm control --reload && sudo udevadm trigger";
+    R"(echo 'SUBSYSTEM=="usb", ATTR{idVendor}=="0403", MODE="0666"' | sudo tee /etc/udev/rules.d/70-ftdi.rules)";
+
+/// The command that gives users access. The rules are for the products that the library knows.
+std::string AllowUsers(const UsbChip& chip) {
+  const bool isKnown = std::ranges::count(qvio::kProducts, chip.product, &qvio::Product::description) != 0;
+  return std::string(isKnown ? kOurRules : kAllowEveryone) + kReloadRules;
+}
 
 std::string NodeOf(const Machine& machine, const std::string& folder) {
   const auto number = [&](const char* file) {
@@ -57,8 +65,7 @@ Finding CheckChip(const Machine& machine, const UsbChip& chip) {
   struct stat file {};
   if (::stat(machine.at(chip.node).c_str(), &file) != 0)
     return {chip.text, State::Fault, chip.node + " does not exist", "sudo udevadm trigger --action=add"};
-  if (!machine.mayUse(chip.node))
-    return {chip.text, State::Fault, ForbiddenHint(chip.node, file), kAllowEveryone};
+  if (!machine.mayUse(chip.node)) return Forbidden(chip.text, chip.node, file, AllowUsers(chip));
   if (const auto holder = OpenerOf(chip.node, machine.at("/proc")))
     return {chip.text, State::Fault, holder->text() + " has it open", "kill " + holder->id};
   return {chip.text, State::Ok, "free"};
@@ -71,8 +78,9 @@ std::vector<UsbChip> ChipsOf(const Machine& machine) {
   for (const auto& name : machine.entries(kDevices)) {
     const auto folder = std::string(kDevices) + '/' + name;
     if (machine.line(folder + "/idVendor") != kVendor) continue;
-    const auto text = name + ' ' + machine.line(folder + "/product") + ' ' + machine.line(folder + "/serial");
-    chips.push_back({name, std::string(cppu::Trim(text)), NodeOf(machine, folder),
+    const auto product = machine.line(folder + "/product");
+    const auto text = name + ' ' + product + ' ' + machine.line(folder + "/serial");
+    chips.push_back({name, std::string(cppu::Trim(text)), product, NodeOf(machine, folder),
                      InterfacesHeldByKernel(machine, name)});
   }
   return chips;

@@ -11,6 +11,7 @@ namespace qvio_tool {
 struct UsbChip {
   std::string name;                     ///< of its folder, "1-2" for example
   std::string text;                     ///< for people: name, product, serial number
+  std::string product;                  ///< as the chip names it
   std::string node;                     ///< its file below /dev/bus/usb
   std::vector<std::string> kernelHeld;  ///< its interfaces that ftdi_sio makes serial ports of
 

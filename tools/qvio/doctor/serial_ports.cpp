@@ -4,7 +4,6 @@
 #include <array>
 #include <fstream>
 
-#include "device/permissions.h"
 #include "doctor/checks.h"
 
 namespace qvio_tool {
@@ -31,11 +30,7 @@ Finding CheckPort(const Machine& machine, const std::string& node) {
   if (::stat(machine.at(node).c_str(), &file) != 0)
     return {node, State::Fault, "the kernel has the port, but the file is missing",
             "sudo udevadm trigger --action=add"};
-  if (!machine.mayUse(node))
-    return {node, State::Fault, ForbiddenHint(node, file),
-            GroupMayUse(file)
-                ? "sudo usermod -aG " + ShellWord(GroupOf(file)) + " \"$USER\" # then log in again"
-                : "sudo chmod a+rw " + ShellWord(node)};
+  if (!machine.mayUse(node)) return Forbidden(node, node, file, "sudo chmod a+rw " + ShellWord(node));
   if (const auto holder = HolderOf(machine, node, file))
     return {node, State::Fault, holder->text() + " has it open", "kill " + holder->id};
   return {node, State::Ok, "free"};
