@@ -39,6 +39,12 @@ Finding Forbidden(const std::string& subject, const std::string& path, const str
   return {subject, State::Fault, ForbiddenHint(path, file), GroupMayUse(file) ? joinGroup : fix};
 }
 
+Finding Held(const std::string& subject, const Process& holder) {
+  return {subject, State::Fault, holder.text() + " has it open", EndOf(holder)};
+}
+
+std::string EndOf(const Process& process) { return process.id == "1" ? "" : "kill " + process.id; }
+
 std::string ShellWord(const std::string& text) {
   const auto isPlain = [](unsigned char c) {
     return c < 0x80 && (std::isalnum(c) != 0 ||

@@ -41,6 +41,12 @@ Findings Diagnose(const Machine& machine);
 Finding Forbidden(const std::string& subject, const std::string& path, const struct stat& file,
                   const std::string& fix);
 
+/// The finding that a process has something open.
+Finding Held(const std::string& subject, const Process& holder);
+
+/// The command that ends a process; empty for the first one, which is the system itself.
+std::string EndOf(const Process& process);
+
 /// A text as one word of a shell command. Serial numbers come from the network.
 std::string ShellWord(const std::string& text);
 

@@ -66,8 +66,7 @@ Finding CheckChip(const Machine& machine, const UsbChip& chip) {
   if (::stat(machine.at(chip.node).c_str(), &file) != 0)
     return {chip.text, State::Fault, chip.node + " does not exist", "sudo udevadm trigger --action=add"};
   if (!machine.mayUse(chip.node)) return Forbidden(chip.text, chip.node, file, AllowUsers(chip));
-  if (const auto holder = OpenerOf(chip.node, machine.at("/proc")))
-    return {chip.text, State::Fault, holder->text() + " has it open", "kill " + holder->id};
+  if (const auto holder = OpenerOf(chip.node, machine.at("/proc"))) return Held(chip.text, *holder);
   return {chip.text, State::Ok, "free"};
 }
 

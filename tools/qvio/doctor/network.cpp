@@ -95,7 +95,7 @@ Finding CheckPort(const Machine& machine, uint16_t port) {
   if (problem.empty())
     return {subject, State::Ok, holders.empty() ? "free" : "shared with other programs" + names};
   return {subject, State::Fault, problem + names,
-          holders.size() == 1 ? "kill " + holders.begin()->first
+          holders.size() == 1 ? EndOf(holders.begin()->second)
                               : "sudo ss -ulpn 'sport = :" + std::to_string(port) + "' # shows who holds it"};
 }
 

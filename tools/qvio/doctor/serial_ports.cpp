@@ -31,8 +31,7 @@ Finding CheckPort(const Machine& machine, const std::string& node) {
     return {node, State::Fault, "the kernel has the port, but the file is missing",
             "sudo udevadm trigger --action=add"};
   if (!machine.mayUse(node)) return Forbidden(node, node, file, "sudo chmod a+rw " + ShellWord(node));
-  if (const auto holder = HolderOf(machine, node, file))
-    return {node, State::Fault, holder->text() + " has it open", "kill " + holder->id};
+  if (const auto holder = HolderOf(machine, node, file)) return Held(node, *holder);
   return {node, State::Ok, "free"};
 }
 
