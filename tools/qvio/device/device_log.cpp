@@ -7,7 +7,7 @@
 
 namespace qvio_tool {
 
-DeviceLog::DeviceLog(Sink sink, Form form, std::string name)
+DeviceLog::DeviceLog(Sink sink, Form form, const std::string& name)
     : sink_(std::move(sink)),
       form_(form),
       name_(name.empty() ? name : OneLine(name) + ' '),

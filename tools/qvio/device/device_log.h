@@ -19,7 +19,7 @@ class DeviceLog {
   using Sink = std::function<void(std::string_view lines)>;
 
   /// @param name  goes before the direction; may be empty
-  DeviceLog(Sink sink, Form form, std::string name = {});
+  DeviceLog(Sink sink, Form form, const std::string& name = {});
 
   void addReceived(std::string_view bytes) { sink_(received_.add(bytes, Clock::now())); }
   void addSent(std::string_view bytes);

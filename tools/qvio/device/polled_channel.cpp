@@ -36,8 +36,8 @@ std::string SecondsSince(Clock::time_point begin) {
 
 }  // namespace
 
-PolledChannel::PolledChannel(const ChannelOptions& options)
-    : options_(options), inbox_(kInboxBytes / QV_IO_RECEIVE_CHUNK), outbox_(kWaitingSends) {
+PolledChannel::PolledChannel(ChannelOptions options)
+    : options_(std::move(options)), inbox_(kInboxBytes / QV_IO_RECEIVE_CHUNK), outbox_(kWaitingSends) {
   openFirst();
   const cppu::AllSignalsBlocked inherited;
   thread_ = std::thread([this] { serve(); });

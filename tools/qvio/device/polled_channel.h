@@ -42,7 +42,7 @@ class PolledChannel {
   static constexpr std::size_t kBytesInTurn = std::size_t{16} << 10U;
 
   /// Locks a serial port, opens, and reports surprises on standard error. Throws CommandFailure.
-  explicit PolledChannel(const ChannelOptions& options);
+  explicit PolledChannel(ChannelOptions options);
   PolledChannel(const PolledChannel&) = delete;
   PolledChannel& operator=(const PolledChannel&) = delete;
 
