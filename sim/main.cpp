@@ -22,6 +22,7 @@
 #include "sim/main_loop.h"
 #include "sim/network_device.h"
 #include "sim/serial_device.h"
+#include "sim/usb_program.h"
 
 namespace {
 
@@ -49,6 +50,9 @@ struct Settings {
   unsigned delayMs = 0;
   std::optional<uint16_t> refusal;
   qvsim::DiscoveryFaults faults;
+  // USB:
+  std::vector<std::string> program;
+  std::string chips;
 };
 
 /// A symbolic link that exists as long as the device.
@@ -216,6 +220,18 @@ CLI::App* AddNetworkCommand(CLI::App& app, Settings& settings) {
   return network;
 }
 
+CLI::App* AddUsbCommand(CLI::App& app, Settings& settings) {
+  auto* const usb = app.add_subcommand("usb", "Run a program that finds simulated FTDI chips");
+  usb->positionals_at_end();
+  usb->add_option("--chips", settings.chips, "File with other chips than one of each product")
+      ->check(CLI::ExistingFile);
+  usb->add_option("program", settings.program, "The program and its arguments, after \"--\"")->required();
+  usb->footer(
+      "The program loads a stand-in instead of FTDI's driver. Exit status: the program's; 126 or 127 if it\n"
+      "cannot be run.\nExample:\n  qvio-sim usb -- qvio list --kind usb");
+  return usb;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) try {
@@ -225,16 +241,18 @@ int main(int argc, char** argv) try {
   app.failure_message(UsageFailure);
   app.footer(
       "Examples:\n  qvio-sim serial --echo\n  qvio-sim network --port 5000\n"
-      "  qvio-sim network --iface 127.0.0.1 --count 3\n"
+      "  qvio-sim network --iface 127.0.0.1 --count 3\n  qvio-sim usb -- qvio list --kind usb\n"
       "\"qvio-sim COMMAND --help\" gives more help. Exit status: 0 ended by a signal, 1 failure, 2 wrong "
       "usage.");
   auto* const serial = AddSerialCommand(app, settings);
   AddNetworkCommand(app, settings);
+  auto* const usb = AddUsbCommand(app, settings);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : 2;
   }
+  if (usb->parsed()) return qvsim::RunWithUsbChips(settings.program, settings.chips);
   const qvsim::MainLoop mainLoop;
   if (serial->parsed()) {
     ServeSerial(settings, mainLoop);

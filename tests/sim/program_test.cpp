@@ -34,6 +34,15 @@ TEST(Program, LinksToItsTerminalWhileItRuns) {
   EXPECT_FALSE(std::filesystem::is_symlink(link));
 }
 
+TEST(Program, RunsAProgramThatFindsTheStandInFirst) {
+  Program found({"usb", "--", "sh", "-c", "ls ${LD_LIBRARY_PATH%%:*} | tr '\\n' ' '; exit 3"});
+  EXPECT_NE(found.line().find("libftchipid.so libftd2xx.so"), std::string::npos);
+  EXPECT_EQ(found.exitCode(), 3);
+  Program missing({"usb", "--", "no-such-program"});
+  EXPECT_EQ(missing.line(), "qvio-sim: cannot run no-such-program: No such file or directory");
+  EXPECT_EQ(missing.exitCode(), 127);
+}
+
 TEST(Program, TellsWrongUsage) {
   const std::vector<std::string> rows[] = {{},
                                            {"other"},
@@ -42,6 +51,7 @@ TEST(Program, TellsWrongUsage) {
                                            {"network", "--port", "65536"},
                                            {"network", "--port", "0", "--listen", "host"},
                                            {"serial", "--speed", "-1"},
+                                           {"usb"},
                                            {"serial", "--serial", "a,b"}};
   for (const auto& row : rows) {
     Program program(row);
