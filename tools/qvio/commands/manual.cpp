@@ -113,8 +113,8 @@ std::string Page(const CommandEntry& command) {
   for (const auto& one : command.commands) {
     const auto innerFooter = ReadFooter(one.footer);
     synopsis += Synopsis(one);
-    inner +=
-        ".Ss qvio " + Joined(one.words) + '\n' + Sentences(one.help + '.') + Sentences(innerFooter.text) + List(one);
+    inner += ".Ss qvio " + Joined(one.words) + '\n' + Sentences(one.help + '.') +
+             Sentences(innerFooter.text) + List(one);
     examples += innerFooter.examples;
   }
   const bool hasOptions = command.commands.empty();
