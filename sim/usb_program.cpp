@@ -10,6 +10,8 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "util/argv.h"
+
 namespace qvsim {
 namespace {
 
@@ -32,9 +34,7 @@ int RunWithUsbChips(const std::vector<std::string>& command, const std::string& 
   const auto path = StandInFolder().string() + (others != nullptr ? ':' + std::string(others) : "");
   ::setenv("LD_LIBRARY_PATH", path.c_str(), 1);
   if (!chips.empty()) ::setenv("QVIO_SIM_CHIPS", fs::absolute(chips).c_str(), 1);
-  std::vector<char*> words;
-  for (const auto& word : command) words.push_back(const_cast<char*>(word.c_str()));
-  words.push_back(nullptr);
+  const auto words = cppu::Argv(command);
   ::execvp(words.front(), words.data());
   const int error = errno;
   std::fprintf(stderr, "qvio-sim: cannot run %s: %s\n", words.front(), std::strerror(error));

@@ -14,16 +14,15 @@
 #include <stdexcept>
 
 #include "support/wait.h"
+#include "util/argv.h"
 #include "util/system_call.h"
 
 namespace qvtest {
 namespace {
 
-[[noreturn]] void BecomeQvio(const Words& arguments) {
-  std::vector<char*> words{const_cast<char*>("qvio")};
-  for (const auto& argument : arguments) words.push_back(const_cast<char*>(argument.c_str()));
-  words.push_back(nullptr);
-  ::execv(QVIO_PROGRAM, words.data());
+[[noreturn]] void BecomeQvio(Words arguments) {
+  arguments.insert(arguments.begin(), "qvio");
+  ::execv(QVIO_PROGRAM, cppu::Argv(arguments).data());
   ::_exit(126);
 }
 

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "util/argv.h"
 #include "util/system_call.h"
 #include "util/unique_fd.h"
 
@@ -30,10 +31,7 @@ class Program {
     ::posix_spawn_file_actions_adddup2(&actions, input.get(), STDOUT_FILENO);
     ::posix_spawn_file_actions_adddup2(&actions, input.get(), STDERR_FILENO);
     arguments.insert(arguments.begin(), QVIO_SIM);
-    std::vector<char*> argv;
-    argv.reserve(arguments.size() + 1);
-    for (auto& argument : arguments) argv.push_back(argument.data());
-    argv.push_back(nullptr);
+    const auto argv = cppu::Argv(arguments);
     EXPECT_EQ(::posix_spawn(&pid_, QVIO_SIM, &actions, nullptr, argv.data(), environ), 0);
     ::posix_spawn_file_actions_destroy(&actions);
   }

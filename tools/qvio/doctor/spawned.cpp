@@ -9,6 +9,7 @@
 #include <csignal>
 #include <memory>
 
+#include "util/argv.h"
 #include "util/system_call.h"
 #include "util/unique_fd.h"
 
@@ -24,9 +25,7 @@ std::string PathOf(const std::string& program) {
 
 /// -1 if it could not be started. Its standard error is dropped.
 pid_t Start(const std::string& path, const std::vector<std::string>& command, int output) {
-  std::vector<char*> words;
-  for (const auto& word : command) words.push_back(const_cast<char*>(word.c_str()));
-  words.push_back(nullptr);
+  const auto words = cppu::Argv(command);
   posix_spawn_file_actions_t actions{};
   if (::posix_spawn_file_actions_init(&actions) != 0) return -1;
   const std::unique_ptr<posix_spawn_file_actions_t, int (*)(posix_spawn_file_actions_t*)> owner(
