@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 #include "nd/errors.h"
@@ -17,6 +18,7 @@ constexpr uint32_t kMulticast = 2;
 // More are lost, as in a device's full receive buffer: else a flood of searches would be answered long after
 // it.
 constexpr std::size_t kMostWaiting = 100;
+constexpr milliseconds kRestAfterFault{100};
 
 IP4 ReadAddress(const std::string& text) {
   const auto address = IP4FromString(text);
@@ -47,23 +49,33 @@ ControllerGroup::~ControllerGroup() {
   });
 }
 
-/// Hands the loop what may concern a controller: not the answers of all the others.
+/// The thread. A socket that keeps failing must neither end the controllers nor cost a core.
 void ControllerGroup::receive() {
+  while (!ended_) {
+    try {
+      receiveOnce();
+    } catch (const NetworkException& failure) {
+      std::fprintf(stderr, "qvio-sim: %s\n", failure.what());
+      std::this_thread::sleep_for(kRestAfterFault);
+    }
+  }
+}
+
+/// Hands the loop what may concern a controller: not the answers of all the others.
+void ControllerGroup::receiveOnce() {
   uint32_t networkId = 0;
   IP4 sender{};
   Bytes datagram;
-  while (!ended_) {
-    if (!connection_->Receive(networkId, sender, datagram, longestWait_.count())) continue;
-    QV_ND_Packet packet;
-    if (!DecodePacket(datagram, packet) || (packet.OpCode & 0x80U) != 0) continue;
-    if (waiting_ >= kMostWaiting) continue;
-    ++waiting_;
-    loop_.post([this, alive = std::weak_ptr(alive_), packet, networkId] {
-      if (alive.expired()) return;
-      --waiting_;
-      handle(packet, networkId);
-    });
-  }
+  if (!connection_->Receive(networkId, sender, datagram, longestWait_.count())) return;
+  QV_ND_Packet packet;
+  if (!DecodePacket(datagram, packet) || (packet.OpCode & 0x80U) != 0) return;
+  if (waiting_ >= kMostWaiting) return;
+  ++waiting_;
+  loop_.post([this, alive = std::weak_ptr(alive_), packet, networkId] {
+    if (alive.expired()) return;
+    --waiting_;
+    handle(packet, networkId);
+  });
 }
 
 void ControllerGroup::handle(const QV_ND_Packet& request, uint32_t networkId) {

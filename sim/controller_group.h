@@ -63,6 +63,7 @@ class ControllerGroup {
   };
 
   void receive();
+  void receiveOnce();
   bool change(const std::string& serialNumber, const std::function<void(Member&)>& action);
   std::unique_ptr<NetworkDevice> listen(const MakeResponder& makeResponder, uint16_t port);
 
