@@ -1,0 +1,291 @@
+"""asyncio: devices as streams, events as an asynchronous iterator.
+
+    reader, writer = await quorvio.aio.open("network:192.168.0.10:5000")
+    writer.write(b"*IDN?\\n")
+    print(await reader.readline())
+"""
+
+import asyncio
+import sys
+import threading
+import time
+import warnings
+from collections.abc import Callable, Iterable
+from functools import partial
+from types import TracebackType
+from typing import Any, TypeVar
+
+from quorvio import _watch
+from quorvio._calls import Call
+from quorvio._channel import Data
+from quorvio._errors import Error, InvalidHandleError
+from quorvio._link import Link
+from quorvio._options import Option
+from quorvio._settler import Event
+
+Result = TypeVar("Result")
+
+_MOST_UNSENT = 1 << 16  # bytes; above, drain waits
+_PIECE = 1 << 16
+
+
+async def open(
+    locator: str, *, limit: int = 1 << 16, **options: Option
+) -> tuple[asyncio.StreamReader, asyncio.StreamWriter]:
+    """Opens a device as a pair of streams.
+
+    The streams are asyncio's, with two differences: at a loss of the link the reader gives the bytes that
+    came before it, then raises ConnectionLostError or ReceiveFailedError, where it would return b"" or an
+    IncompleteReadError without bytes. A failed send is raised by the writer's next `write` or `drain`.
+
+    `limit`: bytes that wait in the reader, as for `asyncio.open_connection`.
+    `options`, exceptions: as of `quorvio.open`.
+    """
+    loop = asyncio.get_running_loop()
+    link = await _called(lambda: Link(locator, options), on_late=Link.close)
+    reader = _Reader(link, limit)
+    received, protocol = await loop.create_unix_connection(lambda: _Protocol(link, reader), sock=link.near)
+    sender = _Sender(loop, link, protocol, received)
+    return reader, _Writer(sender, protocol, reader, loop)
+
+
+class _Reader(asyncio.StreamReader):
+    def __init__(self, link: Link, limit: int) -> None:
+        super().__init__(limit, asyncio.get_running_loop())
+        self._link = link
+
+    def _raise_loss(self) -> None:
+        if self._link.is_open and self._link.loss:
+            raise self._link.loss
+
+    async def read(self, n: int = -1) -> bytes:
+        if n < 0:
+            return await self._read_all()
+        data = await super().read(n)
+        if n and not data:
+            self._raise_loss()
+        return data
+
+    async def _read_all(self) -> bytes:
+        pieces = []
+        while piece := await super().read(_PIECE):
+            pieces.append(piece)
+        if not pieces:
+            self._raise_loss()
+        return b"".join(pieces)
+
+    async def readuntil(self, separator: bytes = b"\n") -> bytes:
+        return await self._whole(super().readuntil(separator))
+
+    async def readexactly(self, n: int) -> bytes:
+        return await self._whole(super().readexactly(n))
+
+    async def _whole(self, reading: Any) -> bytes:
+        try:
+            data: bytes = await reading
+            return data
+        except asyncio.IncompleteReadError as error:
+            if not error.partial:
+                self._raise_loss()
+            raise
+
+
+class _Protocol(asyncio.StreamReaderProtocol):
+    def __init__(self, link: Link, reader: _Reader) -> None:
+        super().__init__(reader, loop=asyncio.get_running_loop())
+        self._link = link
+
+    def data_received(self, data: bytes) -> None:
+        self._link.heard()
+        super().data_received(data)
+
+
+class _Sender(asyncio.Transport):
+    """What the writer writes to. Sends that may take long are made by a thread."""
+
+    def __init__(
+        self,
+        loop: asyncio.AbstractEventLoop,
+        link: Link,
+        protocol: asyncio.StreamReaderProtocol,
+        received: asyncio.BaseTransport,
+    ) -> None:
+        super().__init__()
+        self._loop = loop
+        self._link = link
+        self._protocol = protocol
+        self._received = received
+        self._lock = threading.Lock()  # guards what follows
+        self._unsent = bytearray()
+        self._sending = False  # by a thread
+        self._paused = False
+        self.failure: Error | None = None
+
+    def __del__(self) -> None:
+        if self._link.is_open and not sys.is_finalizing():
+            warnings.warn(f"unclosed {self!r}", ResourceWarning, stacklevel=2, source=self)
+            Call(self._link.close)
+
+    def write(self, data: Any) -> None:
+        self.raise_failure()
+        self._link.require_open()
+        with self._lock:
+            if not self._sending and self._link.try_send(bytes(data)):
+                return
+            self._unsent += data
+            start = not self._sending
+            self._sending = True
+        if start:
+            Call(self._send_all)
+        if len(self._unsent) > _MOST_UNSENT and not self._paused:
+            self._paused = True
+            self._protocol.pause_writing()
+
+    def _send_all(self) -> None:
+        try:
+            while piece := self._next_piece():
+                self._link.send(piece)
+        except Error as error:
+            with self._lock:
+                self.failure = error
+                self._unsent.clear()
+                self._sending = False
+            self._in_loop(self._resume)
+
+    def _next_piece(self) -> bytes:
+        with self._lock:
+            piece = bytes(self._unsent[:_PIECE])
+            del self._unsent[:_PIECE]
+            self._sending = bool(piece)
+            unsent = len(self._unsent)
+        if self._paused and unsent <= _MOST_UNSENT // 4:
+            self._in_loop(self._resume)
+        return piece
+
+    def _in_loop(self, action: Callable[[], object]) -> None:
+        try:
+            self._loop.call_soon_threadsafe(action)
+        except RuntimeError:
+            pass  # the loop is closed: nobody waits
+
+    def _resume(self) -> None:
+        if self._paused:
+            self._paused = False
+            self._protocol.resume_writing()
+
+    def raise_failure(self) -> None:
+        """Raises why a send has failed, once."""
+        failure, self.failure = self.failure, None
+        if failure:
+            raise failure
+
+    def writelines(self, list_of_data: Iterable[Any]) -> None:
+        self.write(b"".join(list_of_data))
+
+    def can_write_eof(self) -> bool:
+        return False
+
+    def is_closing(self) -> bool:
+        return not self._link.is_open
+
+    def close(self) -> None:
+        Call(self._link.close, partial(self._in_loop, self._received.close))
+
+    abort = close
+
+    def get_write_buffer_size(self) -> int:
+        return len(self._unsent)
+
+    def get_extra_info(self, name: str, default: Any = None) -> Any:
+        return default
+
+
+class _Writer(asyncio.StreamWriter):
+    async def drain(self) -> None:
+        await super().drain()
+        sender = self.transport
+        assert isinstance(sender, _Sender)
+        sender.raise_failure()
+
+
+class Watch:
+    """An asynchronous iterator of events, and a context manager; made by `watch`."""
+
+    def __init__(self, interfaces: tuple[str, ...], rescan: float, settle: float) -> None:
+        self._arguments = interfaces or ("network:all",), rescan, settle
+        self._watch: _watch.Watch | None = None
+
+    async def __aenter__(self) -> "Watch":
+        watch = await _called(lambda: _watch.Watch(*self._arguments), on_late=_watch.Watch.close)
+        self._watch = watch
+        return self
+
+    async def __aexit__(
+        self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None
+    ) -> None:
+        await self.aclose()
+
+    async def aclose(self) -> None:
+        """Watches nothing from now on."""
+        if self._watch:
+            await _called(self._watch.close)
+
+    def __aiter__(self) -> "Watch":
+        return self
+
+    async def __anext__(self) -> Event:
+        """The next event. Raises EventsLostError once if too many have waited; ends when closed."""
+        if not self._watch:
+            await self.__aenter__()
+        assert self._watch
+        try:
+            while True:
+                if self._watch.scan_is_due():
+                    await _called(self._watch.scan)
+                event = self._watch.take()
+                if event:
+                    return event
+                await self._change(self._watch)
+        except InvalidHandleError:
+            raise StopAsyncIteration from None
+
+    @staticmethod
+    async def _change(watch: _watch.Watch) -> None:
+        loop = asyncio.get_running_loop()
+        arrived = asyncio.Event()
+        descriptor = watch.fileno()
+        loop.add_reader(descriptor, arrived.set)
+        try:
+            wait = min(watch.next_change() - time.monotonic(), _watch.LONGEST_WAIT)
+            await asyncio.wait_for(arrived.wait(), max(0.0, wait))
+        except TimeoutError:
+            pass
+        finally:
+            loop.remove_reader(descriptor)
+
+
+def watch(*interfaces: str, rescan: float = 5, settle: float = 0) -> Watch:
+    """As `quorvio.watch`, with `async for`. `async with` closes it at once where the loop is left early."""
+    return Watch(interfaces, rescan, settle)
+
+
+async def _called(function: Callable[[], Result], on_late: Callable[[Result], object] | None = None) -> Result:
+    """Makes a call in a thread. `on_late` takes a result that nobody waits for any more."""
+    loop = asyncio.get_running_loop()
+    done = asyncio.Event()
+
+    def report() -> None:
+        try:
+            loop.call_soon_threadsafe(done.set)
+        except RuntimeError:
+            pass  # the loop is closed
+
+    call = Call(function, report)
+    try:
+        await done.wait()
+    except asyncio.CancelledError:
+        if on_late:
+            dispose = on_late
+            Call(lambda: dispose(call.wait()))
+        raise
+    return call.wait()
