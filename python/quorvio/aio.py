@@ -10,6 +10,7 @@ import sys
 import threading
 import time
 import warnings
+import weakref
 from collections.abc import Callable, Iterable
 from functools import partial
 from types import TracebackType
@@ -90,14 +91,23 @@ class _Reader(asyncio.StreamReader):
             raise
 
 
-class _Protocol(asyncio.StreamReaderProtocol):
+class _Protocol(asyncio.StreamReaderProtocol, asyncio.BufferedProtocol):
+    """Receives into a buffer of its own: memory for each piece costs more than all the rest."""
+
     def __init__(self, link: Link, reader: _Reader) -> None:
         super().__init__(reader, loop=asyncio.get_running_loop())
         self._link = link
+        self._reader = weakref.ref(reader)  # as asyncio's, so that a forgotten reader is noticed
+        self._piece = memoryview(bytearray(_PIECE))
 
-    def data_received(self, data: bytes) -> None:
+    def get_buffer(self, sizehint: int) -> memoryview:
+        return self._piece
+
+    def buffer_updated(self, nbytes: int) -> None:
         self._link.heard()
-        super().data_received(data)
+        reader = self._reader()
+        if reader:
+            reader.feed_data(self._piece[:nbytes])
 
 
 class _Sender(asyncio.Transport):
