@@ -1,0 +1,117 @@
+"""Simulated devices."""
+
+import os
+import socket
+import subprocess
+import threading
+import time
+from collections.abc import Callable, Iterator
+from pathlib import Path
+from typing import Any
+
+import pytest
+
+BUILD = Path(os.environ["QUORVIO_BUILD"])
+
+needs_private_network = pytest.mark.skipif(
+    "QUORVIO_PRIVATE_NETWORK" not in os.environ, reason="this system forbids private network namespaces"
+)
+
+
+def until(condition: Callable[[], Any], seconds: float = 10) -> None:
+    deadline = time.monotonic() + seconds
+    while not condition():
+        assert time.monotonic() < deadline, "the condition did not come true"
+        time.sleep(0.002)
+
+
+class Simulated:
+    """A running qvio-sim; `lines` are what it prints at first."""
+
+    def __init__(self, *arguments: str, lines: int = 1) -> None:
+        self._process = subprocess.Popen(
+            [BUILD / "bin/qvio-sim", *arguments], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True
+        )
+        assert self._process.stdout
+        self.lines = [self._process.stdout.readline().strip() for _ in range(lines)]
+
+    def tell(self, command: str) -> None:
+        assert self._process.stdin
+        self._process.stdin.write(command + "\n")
+        self._process.stdin.flush()
+
+    def end(self) -> None:
+        self._process.terminate()
+        self._process.communicate()
+
+
+@pytest.fixture
+def simulated() -> Iterator[Callable[..., Simulated]]:
+    """Starts simulated devices that end with the test."""
+    running: list[Simulated] = []
+
+    def start(*arguments: str, lines: int = 1) -> Simulated:
+        running.append(Simulated(*arguments, lines=lines))
+        return running[-1]
+
+    yield start
+    for device in running:
+        device.end()
+
+
+@pytest.fixture(params=["serial", "network", "usb"])
+def locator(request: pytest.FixtureRequest, simulated: Callable[..., Simulated]) -> str:
+    """A device on each kind of link; options: baudrate=115200."""
+    if request.param == "usb":
+        return "usb:sn:QV100001"
+    return f"{request.param}:{simulated(request.param).lines[0]}"
+
+
+@pytest.fixture
+def controller(simulated: Callable[..., Simulated]) -> str:
+    return f"network:{simulated('network').lines[0]}"
+
+
+class Peer:
+    """The far end of TCP links, in this process."""
+
+    def __init__(self) -> None:
+        self._listener = socket.create_server(("127.0.0.1", 0))
+        self.locator = "network:127.0.0.1:%d" % self._listener.getsockname()[1]
+        self._links: list[socket.socket] = []
+
+    def accept(self) -> socket.socket:
+        self._links.append(self._listener.accept()[0])
+        return self._links[-1]
+
+    def flood(self) -> threading.Thread:
+        """Sends numbered blocks until the link ends, or for 8 MiB."""
+        link = self.accept()
+        thread = threading.Thread(target=self._flood, args=[link])
+        thread.start()
+        return thread
+
+    @staticmethod
+    def _flood(link: socket.socket) -> None:
+        try:
+            link.sendall(FLOOD)
+        except OSError:
+            pass
+
+    def take(self, size: int) -> bytes:
+        """That many bytes of the last link."""
+        return self._links[-1].recv(size, socket.MSG_WAITALL)
+
+    def close(self) -> None:
+        for link in (*self._links, self._listener):
+            link.close()
+
+
+FLOOD = b"".join(i.to_bytes(4, "big") for i in range(1 << 21))
+
+
+@pytest.fixture
+def peer() -> Iterator[Peer]:
+    far = Peer()
+    yield far
+    far.close()

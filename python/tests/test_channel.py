@@ -1,0 +1,296 @@
+"""Channels on all links, and what must not harm the interpreter."""
+
+import gc
+import math
+import os
+import signal
+import socket
+import threading
+import time
+import weakref
+from collections.abc import Callable
+from functools import partial
+from typing import Any
+
+import pytest
+from conftest import FLOOD, Peer, Simulated, until
+
+import quorvio
+
+
+def test_reading_and_writing(locator: str) -> None:
+    with quorvio.open(locator, baudrate=115200) as device:
+        assert device.query(b"*IDN?\n", b"\r\n").startswith(b"QUORVI")
+        device.write(bytearray(b"POS?\n"))
+        assert device.read_exactly(3) == b"0.0"
+        assert device.read_until(b"\r\n") == b"00"
+        device.write(memoryview(b"POS?\n"))
+        until(lambda: device.in_waiting == 7)
+        assert device.read(2) + device.read() == b"0.000\r\n"
+        assert device.read(timeout=0) == device.read(timeout=-1) == device.read(0) == b""
+        device.write(b"POS?\n")
+        with pytest.raises(TimeoutError):
+            device.read_until(b"no such end", timeout=0.2)
+        assert device.in_waiting == 7
+        device.discard()
+        assert device.in_waiting == 0
+        device.write(b"POS?\n")
+        until(lambda: device.in_waiting == 7)
+        assert device.query(b"MOV?\n") == b"0\r"
+    assert device.closed
+    with pytest.raises(quorvio.InvalidHandleError):
+        device.write(b"POS?\n")
+
+
+def test_every_byte_comes_in_order(peer: Peer) -> None:
+    socket.setdefaulttimeout(5)  # must not make a dropping descriptor of the library's
+    try:
+        device = quorvio.open(peer.locator)
+    finally:
+        socket.setdefaulttimeout(None)
+    flooding = peer.flood()
+    until(lambda: device.in_waiting > 1 << 17)  # the library has to wait for its reader
+    parts = [device.read(), device.read(1), device.read_exactly(1000)]
+    left = len(FLOOD) - sum(map(len, parts))
+    assert b"".join((*parts, device.read_exactly(left))) == FLOOD
+    device.close()
+    flooding.join()
+
+
+def test_no_end_in_a_full_buffer(peer: Peer) -> None:
+    with quorvio.open(peer.locator) as device:
+        flooding = peer.flood()
+        with pytest.raises(quorvio.BufferTooSmallError):
+            device.read_until(b"no such end", timeout=10)
+        assert device.read(8) == FLOOD[:8]
+    flooding.join()
+
+
+def test_a_loss_comes_after_the_last_bytes_and_once(peer: Peer) -> None:
+    losses: list[quorvio.Error] = []
+    with quorvio.open(peer.locator, on_lost=losses.append) as device:
+        far = peer.accept()
+        far.sendall(b"rest")
+        far.close()
+        until(lambda: losses)
+        with pytest.raises(ConnectionResetError):
+            device.read_exactly(5)
+        assert device.read() == b"rest"
+        for read in (device.read, device.read_until, lambda: device.query(b"x")):
+            with pytest.raises(quorvio.Error) as caught:
+                read()  # type: ignore[operator]
+            assert isinstance(caught.value, (ConnectionError, quorvio.TransmitFailedError))
+    assert [type(loss) for loss in losses] == [quorvio.ConnectionLostError]
+
+
+def blocked_read(device: quorvio.Channel, peer: Peer) -> None:
+    device.read(timeout=math.inf)
+
+
+def blocked_until(device: quorvio.Channel, peer: Peer) -> None:
+    device.read_until(timeout=1e6)
+
+
+def blocked_write(device: quorvio.Channel, peer: Peer) -> None:
+    while True:  # nobody reads
+        device.write(bytes(1 << 20))
+
+
+def small_blocked_writes(device: quorvio.Channel, peer: Peer) -> None:
+    while True:
+        device.write(bytes(100))
+
+
+def blocked_open(device: quorvio.Channel, peer: Peer) -> None:
+    with socket.create_server(("127.0.0.1", 0), backlog=0) as listener:
+        address = listener.getsockname()
+        with socket.create_connection(address):  # fills the queue, so that nobody answers
+            quorvio.open("network:%s:%d" % address, connect_timeout=1000)
+
+
+def blocked_listing(device: quorvio.Channel, peer: Peer) -> None:
+    quorvio.list_devices("network:127.0.0.1", discovery_timeout=1000)
+
+
+def blocked_watch(device: quorvio.Channel, peer: Peer) -> None:
+    with quorvio.watch("network:127.0.0.1") as events:
+        next(events)
+
+
+def is_in_use(device: quorvio.Channel) -> bool:
+    if not device._reading.acquire(blocking=False):
+        return True
+    device._reading.release()
+    return device._link._users > 0
+
+
+@pytest.mark.parametrize("blocked", [blocked_read, blocked_until, blocked_write])
+def test_close_wakes_other_threads(peer: Peer, blocked: Callable[[quorvio.Channel, Peer], None]) -> None:
+    device = quorvio.open(peer.locator)
+    results: list[type[BaseException]] = []
+
+    def work() -> None:
+        try:
+            blocked(device, peer)
+        except quorvio.Error as error:
+            results.append(type(error))
+
+    thread = threading.Thread(target=work)
+    thread.start()
+    until(lambda: is_in_use(device))
+    device.close()
+    thread.join(5)
+    assert results in ([quorvio.InvalidHandleError], [quorvio.TransmitFailedError])
+
+
+@pytest.mark.parametrize(
+    "blocked",
+    [blocked_read, blocked_until, blocked_write, small_blocked_writes, blocked_open, blocked_listing]
+    + [blocked_watch] * ("QUORVIO_PRIVATE_NETWORK" in os.environ),
+)
+def test_ctrl_c_works_in_blocking_calls(
+    peer: Peer, blocked: Callable[[quorvio.Channel, Peer], None]
+) -> None:
+    def interrupt(*_: object) -> None:
+        raise KeyboardInterrupt
+
+    before = signal.signal(signal.SIGALRM, interrupt)
+    device = quorvio.open(peer.locator)
+    try:
+        signal.setitimer(signal.ITIMER_REAL, 0.2)
+        begin = time.monotonic()
+        with pytest.raises(KeyboardInterrupt):
+            blocked(device, peer)
+        assert time.monotonic() - begin < 2
+    finally:
+        signal.signal(signal.SIGALRM, before)
+        device.close()
+
+
+def test_a_signal_handler_may_close_the_channel(controller: str) -> None:
+    device = quorvio.open(controller)
+    before = signal.signal(signal.SIGALRM, lambda *_: device.close())
+    try:
+        signal.setitimer(signal.ITIMER_REAL, 0.1)
+        with pytest.raises(quorvio.InvalidHandleError):
+            device.read(timeout=math.inf)
+    finally:
+        signal.signal(signal.SIGALRM, before)
+
+
+def test_close_is_quick_when_nobody_reads(peer: Peer) -> None:
+    def seconds_to_close() -> float:
+        device = quorvio.open(peer.locator)
+        flooding = peer.flood()
+        until(lambda: device.in_waiting > 1 << 17)
+        begin = time.monotonic()
+        device.close()
+        seconds = time.monotonic() - begin
+        flooding.join()
+        return seconds
+
+    assert min(seconds_to_close() for _ in range(3)) < 0.05
+
+
+def test_a_forgotten_channel_is_closed(controller: str) -> None:
+    device = quorvio.open(controller)
+    forgotten = weakref.ref(device)
+    with pytest.warns(ResourceWarning):
+        del device
+        gc.collect()
+    assert forgotten() is None
+    until(lambda: not quorvio._link._links)
+
+
+def test_a_forked_child_starts_afresh(controller: str) -> None:
+    def in_child() -> bool:
+        try:
+            device.query(b"POS?\n")
+        except quorvio.InvalidHandleError as error:
+            with quorvio.open(controller) as own:
+                return "parent" in str(error) and own.query(b"POS?\n") == b"0.000\r"
+        return False
+
+    with quorvio.open(controller) as device:
+        child = os.fork()
+        if child == 0:
+            status = 1
+            try:
+                status = not in_child()
+                device.close()
+            finally:
+                os._exit(status)
+        assert os.waitpid(child, 0)[1] == 0
+        assert device.query(b"POS?\n") == b"0.000\r"
+
+
+def test_queries_of_several_threads_do_not_mix(controller: str) -> None:
+    wrong: list[bytes] = []
+    requests = {b"*IDN?\n": b"QUORVI", b"POS?\n": b"0.000", b"MOV?\n": b"0\r"}
+
+    def ask(request: bytes, begin: bytes) -> None:
+        answers = (device.query(request) for _ in range(300))
+        wrong.extend(answer for answer in answers if not answer.startswith(begin))
+
+    with quorvio.open(controller) as device:
+        threads = [threading.Thread(target=ask, args=item) for item in requests.items()]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+    assert wrong == []
+
+
+FAILURES: list[tuple[str, dict[str, Any], type[Exception], type[Exception]]] = [
+    ("nothing", {}, quorvio.InvalidLocatorError, ValueError),
+    ("serial:/dev/zero byte\0", {}, quorvio.InvalidLocatorError, ValueError),
+    ("serial:/dev/null", {}, quorvio.InvalidArgumentError, ValueError),
+    ("serial:/dev/none", {"baudrate": 9600}, quorvio.DriverFailureError, OSError),
+    ("usb:sn:NONE", {}, quorvio.DeviceNotFoundError, OSError),
+    ("network:127.0.0.1:1", {"port": "1\nstrict"}, quorvio.InvalidArgumentError, ValueError),
+    ("network:127.0.0.1:1", {"port": 1.5}, quorvio.InvalidArgumentError, ValueError),
+    ("network:127.0.0.1:1", {"no_option": 1, "strict": True}, quorvio.InvalidArgumentError, ValueError),
+]
+
+
+@pytest.mark.parametrize(("locator", "options", "error", "builtin"), FAILURES)
+def test_failures(
+    locator: str, options: dict[str, Any], error: type[Exception], builtin: type[Exception]
+) -> None:
+    with pytest.raises(error) as caught:
+        quorvio.open(locator, **options)
+    assert isinstance(caught.value, builtin)
+
+
+def test_properties_and_arguments(controller: str) -> None:
+    with quorvio.open("usb:sn:QV100001", baudrate=115200) as device:
+        assert device.property("ftdi-id").isdigit()
+    with quorvio.open(controller) as device:
+        with pytest.raises(quorvio.PropertyUnavailableError):
+            device.property("ftdi-id")
+        for read in (partial(device.read, -1), partial(device.read_exactly, -1), partial(device.read_until, b"")):
+            with pytest.raises(ValueError):
+                read()
+
+
+def test_pyserial(locator: str) -> None:
+    serial: Any = pytest.importorskip("serial")
+
+    port = serial.serial_for_url(f"quorvio://{locator}", baudrate=57600, timeout=2)
+    port.write(b"POS?\n")
+    assert port.readline() == b"0.000\r\n"
+    assert port.in_waiting == 0
+    port.timeout = 0.05
+    port.baudrate = 115200
+    assert port.read(10) == b""
+    port.close()
+    with pytest.raises(serial.SerialException):
+        port.read()
+
+
+def test_a_lost_serial_device(simulated: Callable[..., Simulated]) -> None:
+    simulation = simulated("serial")
+    with quorvio.open(f"serial:{simulation.lines[0]}", baudrate=9600, timeout=10) as device:
+        simulation.end()
+        with pytest.raises(ConnectionError):
+            device.read()
