@@ -1,5 +1,6 @@
 """Simulated devices."""
 
+import contextlib
 import os
 import socket
 import subprocess
@@ -84,19 +85,18 @@ class Peer:
         self._links.append(self._listener.accept()[0])
         return self._links[-1]
 
-    def flood(self) -> threading.Thread:
-        """Sends numbered blocks until the link ends, or for 8 MiB."""
-        link = self.accept()
-        thread = threading.Thread(target=self._flood, args=[link])
+    def flood(self, endless: bool = False) -> threading.Thread:
+        """A thread that sends numbered blocks until the link ends, or 8 MiB."""
+        thread = threading.Thread(target=self._flood, args=[self.accept(), endless])
         thread.start()
         return thread
 
     @staticmethod
-    def _flood(link: socket.socket) -> None:
-        try:
+    def _flood(link: socket.socket, endless: bool) -> None:
+        with contextlib.suppress(OSError):
             link.sendall(FLOOD)
-        except OSError:
-            pass
+            while endless:
+                link.sendall(FLOOD)
 
     def take(self, size: int) -> bytes:
         """That many bytes of the last link."""

@@ -42,6 +42,14 @@ def test_reading_and_writing(locator: str) -> None:
         device.write(b"POS?\n")
 
 
+def until_full(device: quorvio.Channel) -> None:
+    """Until the library waits for a reader: nothing more arrives."""
+    before = -1
+    while (now := device.in_waiting) != before or now < 1 << 17:
+        before = now
+        time.sleep(0.02)
+
+
 def test_every_byte_comes_in_order(peer: Peer) -> None:
     socket.setdefaulttimeout(5)  # must not make a dropping descriptor of the library's
     try:
@@ -49,7 +57,7 @@ def test_every_byte_comes_in_order(peer: Peer) -> None:
     finally:
         socket.setdefaulttimeout(None)
     flooding = peer.flood()
-    until(lambda: device.in_waiting > 1 << 17)  # the library has to wait for its reader
+    until_full(device)
     parts = [device.read(), device.read(1), device.read_exactly(1000)]
     left = len(FLOOD) - sum(map(len, parts))
     assert b"".join((*parts, device.read_exactly(left))) == FLOOD
@@ -101,6 +109,16 @@ def small_blocked_writes(device: quorvio.Channel, peer: Peer) -> None:
         device.write(bytes(100))
 
 
+def queries_that_nobody_reads(device: quorvio.Channel, peer: Peer) -> None:
+    flooding = peer.flood(endless=True)
+    try:
+        while True:
+            device.query(bytes(900), b"\0")
+    finally:
+        device.close()
+        flooding.join()
+
+
 def blocked_open(device: quorvio.Channel, peer: Peer) -> None:
     with socket.create_server(("127.0.0.1", 0), backlog=0) as listener:
         address = listener.getsockname()
@@ -145,7 +163,8 @@ def test_close_wakes_other_threads(peer: Peer, blocked: Callable[[quorvio.Channe
 
 @pytest.mark.parametrize(
     "blocked",
-    [blocked_read, blocked_until, blocked_write, small_blocked_writes, blocked_open, blocked_listing]
+    [blocked_read, blocked_until, blocked_write, small_blocked_writes, queries_that_nobody_reads]
+    + [blocked_open, blocked_listing]
     + [blocked_watch] * ("QUORVIO_PRIVATE_NETWORK" in os.environ),
 )
 def test_ctrl_c_works_in_blocking_calls(
@@ -182,7 +201,7 @@ def test_close_is_quick_when_nobody_reads(peer: Peer) -> None:
     def seconds_to_close() -> float:
         device = quorvio.open(peer.locator)
         flooding = peer.flood()
-        until(lambda: device.in_waiting > 1 << 17)
+        until_full(device)
         begin = time.monotonic()
         device.close()
         seconds = time.monotonic() - begin

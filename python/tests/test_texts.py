@@ -15,7 +15,8 @@ settings.register_profile("suite", max_examples=50, deadline=None, database=None
 settings.load_profile("suite")
 
 KEYS = st.from_regex(r"[a-z]([a-z0-9_]*[a-z0-9])?", fullmatch=True)
-VALUES = st.one_of(st.text(), st.integers(), st.booleans(), st.lists(st.text(), max_size=3))
+TEXTS = st.one_of(st.text(), st.text("a\n\0|=%0A "))
+VALUES = st.one_of(TEXTS, st.integers(), st.booleans(), st.lists(TEXTS, max_size=3))
 
 
 @given(st.dictionaries(KEYS, VALUES, max_size=5))
@@ -37,7 +38,7 @@ def escaped(text: str) -> str:
     return text.replace("%", "%25").replace("\n", "%0A").replace("|", "%7C").replace("=", "%3D")
 
 
-@given(st.lists(st.dictionaries(KEYS, st.text(), min_size=1, max_size=4), max_size=4))
+@given(st.lists(st.dictionaries(KEYS, TEXTS, min_size=1, max_size=4), max_size=4))
 def test_records_are_read_as_they_were_written(records: list[dict[str, str]]) -> None:
     lines = ["|".join(f"{key}={escaped(value)}" for key, value in record.items()) for record in records]
     assert list(_records.records("\n".join(lines))) == records
