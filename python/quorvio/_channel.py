@@ -16,13 +16,12 @@ from quorvio import _library
 from quorvio._errors import BufferTooSmallError, InvalidArgumentError, InvalidHandleError, TimedOutError
 from quorvio._link import Link, OnLost
 from quorvio._options import Option, encoded
-from quorvio._texts import text_out
+from quorvio._texts import Data, bytes_of, text_out
 
 _PIECE = 1 << 16
 _LONGEST_POLL = 1 << 30  # ms; the system takes an int
 _LIMIT = 1 << 20  # bytes without a terminator, and that discard discards at most
 
-Data = bytes | bytearray | memoryview
 Result = TypeVar("Result")
 
 
@@ -48,11 +47,9 @@ class Channel:
     ) -> None:
         self.locator = locator
         self.timeout = timeout  #: seconds; None: without limit
-        self._reading = threading.RLock()  # guards what follows; held in all that reads
-        self._buffer = bytearray()  # bytes that were received beyond those asked for
-        self._link = Link(locator, options, on_lost)
+        self._link = Link(locator, options, on_lost)  # its lock `reading` guards what follows
         self._socket = self._link.near
-        self._socket.setblocking(True)  # whatever socket.setdefaulttimeout says: waiting is done by poll
+        self._buffer = bytearray()  # bytes that were received beyond those asked for
         self._readable = select.poll()
         self._readable.register(self._socket, select.POLLIN)
 
@@ -65,7 +62,7 @@ class Channel:
         self.close()
 
     def __del__(self) -> None:
-        if sys.is_finalizing() or not hasattr(self, "_readable") or self.closed:
+        if sys.is_finalizing() or not hasattr(self, "_link") or self.closed:
             return
         warnings.warn(f"unclosed {self!r}", ResourceWarning, stacklevel=2, source=self)
         self.close()
@@ -80,8 +77,8 @@ class Channel:
         try:
             self._link.close()
         finally:
-            with self._reading:
-                self._socket.close()
+            with self._link.reading:
+                self._link.near.close()
 
     @property
     def closed(self) -> bool:
@@ -98,14 +95,18 @@ class Channel:
     def in_waiting(self) -> int:
         """Bytes that have been received and not read."""
         self._link.require_open()
-        count = fcntl.ioctl(self._socket, termios.FIONREAD, b"\0\0\0\0")
+        try:
+            count = fcntl.ioctl(self._socket, termios.FIONREAD, b"\0\0\0\0")
+        except (OSError, ValueError) as error:  # another thread has just closed the channel
+            raise self._link.why_not() from error
         return len(self._buffer) + int.from_bytes(count, sys.byteorder)
 
     def write(self, data: Data) -> int:
         """Sends all bytes; returns their number when the system has them. Blocks while the device takes no
         more. Raises ConnectionLostError, TransmitFailedError; some bytes may have been sent."""
-        self._link.send(data if isinstance(data, bytes) else bytes(data))
-        return len(data)
+        sent = bytes_of(data)
+        self._link.send(sent)
+        return len(sent)
 
     def read(self, size: int = _PIECE, timeout: float | None = None) -> bytes:
         """At most `size` bytes: those that are there, else those that come next. Empty after the time-out."""
@@ -224,7 +225,9 @@ class Channel:
 
     def _locked(self, deadline: float, action: Callable[[], Result], late: Result | None = None) -> Result:
         """Runs an action that reads, when no other thread does."""
-        if not self._reading.acquire(timeout=min(max(0.0, deadline - time.monotonic()), threading.TIMEOUT_MAX)):
+        self._link.require_open()
+        reading = self._link.reading
+        if not reading.acquire(timeout=min(max(0.0, deadline - time.monotonic()), threading.TIMEOUT_MAX)):
             if late is None:
                 raise TimedOutError()
             return late
@@ -232,7 +235,7 @@ class Channel:
             self._link.require_open()
             return action()
         finally:
-            self._reading.release()
+            reading.release()
 
     # Last, since its name hides the builtin one.
     def property(self, key: str) -> str:

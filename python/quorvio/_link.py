@@ -37,7 +37,8 @@ _exiting = False
 
 
 class Link:
-    """Any thread may use it. `near` is the end to read; its owner closes it after `close`."""
+    """Any thread may use it. `near` is the end to read; its owner closes it after `close`. `reading` is a
+    lock for the threads that read it."""
 
     def __init__(self, locator: str, options: dict[str, Option], on_lost: OnLost | None = None) -> None:
         if _exiting:
@@ -65,10 +66,11 @@ class Link:
         self._lock = threading.RLock()  # guards the state and users
         self._unused = threading.Condition(self._lock)
         self._closing = threading.RLock()  # held by the thread that closes; others wait for it
+        self.reading = threading.RLock()
 
     def _open(self, locator: bytes, options: bytes) -> int:
         result: int = _library.open_handle(
-            self._handle, locator, options, self._far, _library.WRITE, _on_lost
+            self._handle, locator, options, self._far, _library.WRITE, _LOSS_CALLBACK
         )
         with self._lock:
             wanted = self._state == _OPENING  # Ctrl-C and the end of the process give it up
@@ -190,7 +192,8 @@ class Link:
 def _socket_pair() -> tuple[socket.socket, int]:
     near, far = socket.socketpair()
     far.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, _SOCKET_BUFFER)
-    far.setblocking(True)  # whatever socket.setdefaulttimeout says, or bytes would be dropped
+    for end in near, far:
+        end.setblocking(True)  # whatever socket.setdefaulttimeout says, or bytes would be dropped
     return near, far.detach()
 
 
@@ -201,7 +204,7 @@ def _report_loss(far: int, result: int) -> None:
         link.lose(result)
 
 
-_on_lost = _library.ErrorCallback(_report_loss)
+_LOSS_CALLBACK = _library.ErrorCallback(_report_loss)
 
 
 def _at_exit() -> None:

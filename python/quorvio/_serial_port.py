@@ -6,7 +6,7 @@ from serial.serialutil import PortNotOpenError, SerialBase, SerialException, Ser
 
 import quorvio
 from quorvio._calls import Call
-from quorvio._channel import Data
+from quorvio._texts import Data, bytes_of
 
 _PREFIX = "quorvio://"
 
@@ -94,7 +94,7 @@ class Serial(SerialBase):
     def write(self, data: Data) -> int:
         """Sends all bytes. Raises SerialTimeoutException; they may still be sent then."""
         channel = self._open_channel
-        sent = bytes(data)
+        sent = bytes_of(data)
         try:
             if self._write_timeout is None:
                 return channel.write(sent)

@@ -1,4 +1,4 @@
-"""Texts that the library writes into a buffer."""
+"""Bytes for the library, and texts that it writes into a buffer."""
 
 import ctypes
 from collections.abc import Callable
@@ -6,6 +6,14 @@ from typing import Any
 
 from quorvio import _library
 from quorvio._errors import check
+
+
+Data = bytes | bytearray | memoryview
+
+
+def bytes_of(data: Data) -> bytes:
+    """The bytes to send. Raises TypeError for other types; bytes(5) would be five zero bytes."""
+    return data if isinstance(data, bytes) else bytes(memoryview(data))
 
 
 def text_out(what: str, write: Callable[[Any, Any], int], size: int = 4096) -> str:

@@ -112,19 +112,27 @@ class Watch:
         """The next event, None after the time-out in seconds. A search takes 0.1 s of it.
 
         Raises EventsLostError once if too many have waited; InvalidHandleError when the watch is closed."""
+        self._require_open()
         deadline = time.monotonic() + timeout
-        with self._waiting:
-            while True:
-                if self.scan_is_due():
-                    self.scan()
-                event = self.take()
-                now = time.monotonic()
-                if event or now >= deadline:
-                    return event
-                wait = min(deadline, self.next_change()) - now
-                poll = select.poll()
-                poll.register(self.fileno(), select.POLLIN)
-                poll.poll(1e3 * max(0.0, min(wait, LONGEST_WAIT)))
+        if not self._waiting.acquire(timeout=min(max(0.0, timeout), threading.TIMEOUT_MAX)):
+            return None
+        try:
+            return self._next(deadline)
+        finally:
+            self._waiting.release()
+
+    def _next(self, deadline: float) -> Event | None:
+        poll = select.poll()
+        poll.register(self.fileno(), select.POLLIN)
+        while True:
+            if self.scan_is_due():
+                self.scan()
+            event = self.take()
+            now = time.monotonic()
+            if event or now >= deadline:
+                return event
+            wait = min(deadline, self.next_change()) - now
+            poll.poll(1e3 * max(0.0, min(wait, LONGEST_WAIT)))
 
     # For `get` and the asynchronous watch.
 

@@ -6,6 +6,7 @@
 """
 
 import asyncio
+import os
 import sys
 import threading
 import time
@@ -18,16 +19,17 @@ from typing import Any, TypeVar
 
 from quorvio import _watch
 from quorvio._calls import Call
-from quorvio._channel import Data
 from quorvio._errors import Error, InvalidHandleError
 from quorvio._link import Link
 from quorvio._options import Option
 from quorvio._settler import Event
+from quorvio._texts import bytes_of
 
 Result = TypeVar("Result")
 
 _MOST_UNSENT = 1 << 16  # bytes; above, drain waits
 _PIECE = 1 << 16
+_LONGEST_FLUSH = 5.0  # seconds
 
 
 async def open(
@@ -38,6 +40,7 @@ async def open(
     The streams are asyncio's, with two differences: at a loss of the link the reader gives the bytes that
     came before it, then raises ConnectionLostError or ReceiveFailedError, where it would return b"" or an
     IncompleteReadError without bytes. A failed send is raised by the writer's next `write` or `drain`.
+    `close` sends what was written before, for at most 5 s; `transport.abort()` closes at once.
 
     `limit`: bytes that wait in the reader, as for `asyncio.open_connection`.
     `options`, exceptions: as of `quorvio.open`.
@@ -45,7 +48,11 @@ async def open(
     loop = asyncio.get_running_loop()
     link = await _called(lambda: Link(locator, options), on_late=Link.close)
     reader = _Reader(link, limit)
-    received, protocol = await loop.create_unix_connection(lambda: _Protocol(link, reader), sock=link.near)
+    try:
+        received, protocol = await loop.create_unix_connection(lambda: _Protocol(link, reader), sock=link.near)
+    except BaseException:  # cancelled
+        Call(link.close)
+        raise
     sender = _Sender(loop, link, protocol, received)
     return reader, _Writer(sender, protocol, reader, loop)
 
@@ -125,11 +132,13 @@ class _Sender(asyncio.Transport):
         self._link = link
         self._protocol = protocol
         self._received = received
+        self._closing = False
         self._lock = threading.Lock()  # guards what follows
+        self._sent = threading.Condition(self._lock)
         self._unsent = bytearray()
         self._sending = False  # by a thread
         self._paused = False
-        self.failure: Error | None = None
+        self._failure: Error | None = None
 
     def __del__(self) -> None:
         if self._link.is_open and not sys.is_finalizing():
@@ -138,37 +147,42 @@ class _Sender(asyncio.Transport):
 
     def write(self, data: Any) -> None:
         self.raise_failure()
-        self._link.require_open()
+        if self.is_closing():
+            raise InvalidHandleError("the channel is closed")
+        piece = bytes_of(data)
         with self._lock:
-            if not self._sending and self._link.try_send(bytes(data)):
+            if not self._sending and self._link.try_send(piece):
                 return
-            self._unsent += data
-            start = not self._sending
-            self._sending = True
+            self._unsent += piece
+            start, self._sending = not self._sending, True
+            pause = len(self._unsent) > _MOST_UNSENT and not self._paused
+            self._paused = self._paused or pause
         if start:
             Call(self._send_all)
-        if len(self._unsent) > _MOST_UNSENT and not self._paused:
-            self._paused = True
+        if pause:
             self._protocol.pause_writing()
 
     def _send_all(self) -> None:
-        try:
-            while piece := self._next_piece():
+        failure = None
+        while piece := self._next_piece(failure):
+            try:
                 self._link.send(piece)
-        except Error as error:
-            with self._lock:
-                self.failure = error
-                self._unsent.clear()
-                self._sending = False
-            self._in_loop(self._resume)
+            except Error as error:
+                failure = error
 
-    def _next_piece(self) -> bytes:
+    def _next_piece(self, failure: Error | None) -> bytes:
+        """The next bytes to send; none after a failure."""
         with self._lock:
+            if failure:
+                self._failure = failure
+                self._unsent.clear()
             piece = bytes(self._unsent[:_PIECE])
             del self._unsent[:_PIECE]
-            self._sending = bool(piece)
-            unsent = len(self._unsent)
-        if self._paused and unsent <= _MOST_UNSENT // 4:
+            if not piece:
+                self._sending = False
+                self._sent.notify_all()
+            resume = self._paused and len(self._unsent) <= _MOST_UNSENT // 4
+        if resume:
             self._in_loop(self._resume)
         return piece
 
@@ -185,7 +199,7 @@ class _Sender(asyncio.Transport):
 
     def raise_failure(self) -> None:
         """Raises why a send has failed, once."""
-        failure, self.failure = self.failure, None
+        failure, self._failure = self._failure, None
         if failure:
             raise failure
 
@@ -196,12 +210,23 @@ class _Sender(asyncio.Transport):
         return False
 
     def is_closing(self) -> bool:
-        return not self._link.is_open
+        return self._closing or not self._link.is_open
 
     def close(self) -> None:
-        Call(self._link.close, partial(self._in_loop, self._received.close))
+        self._end(after=_LONGEST_FLUSH)
 
-    abort = close
+    def abort(self) -> None:
+        self._end(after=0)
+
+    def _end(self, after: float) -> None:
+        self._closing = True
+
+        def end() -> None:
+            with self._lock:
+                self._sent.wait_for(lambda: not self._sending, after)
+            self._link.close()
+
+        Call(end, partial(self._in_loop, self._received.close))
 
     def get_write_buffer_size(self) -> int:
         return len(self._unsent)
@@ -263,7 +288,7 @@ class Watch:
     async def _change(watch: _watch.Watch) -> None:
         loop = asyncio.get_running_loop()
         arrived = asyncio.Event()
-        descriptor = watch.fileno()
+        descriptor = os.dup(watch.fileno())  # its own would vanish from the loop when another task closes the watch
         loop.add_reader(descriptor, arrived.set)
         try:
             wait = min(watch.next_change() - time.monotonic(), _watch.LONGEST_WAIT)
@@ -272,6 +297,7 @@ class Watch:
             pass
         finally:
             loop.remove_reader(descriptor)
+            os.close(descriptor)
 
 
 def watch(*interfaces: str, rescan: float = 5, settle: float = 0) -> Watch:

@@ -1,4 +1,4 @@
-"""Simulated devices."""
+"""Simulated devices, and waiting for a condition."""
 
 import contextlib
 import os
@@ -13,6 +13,7 @@ from typing import Any
 import pytest
 
 BUILD = Path(os.environ["QUORVIO_BUILD"])
+FLOOD = b"".join(i.to_bytes(4, "big") for i in range(1 << 21))  # 8 MiB
 
 needs_private_network = pytest.mark.skipif(
     "QUORVIO_PRIVATE_NETWORK" not in os.environ, reason="this system forbids private network namespaces"
@@ -38,8 +39,7 @@ class Simulated:
 
     def tell(self, command: str) -> None:
         assert self._process.stdin
-        self._process.stdin.write(command + "\n")
-        self._process.stdin.flush()
+        print(command, file=self._process.stdin, flush=True)
 
     def end(self) -> None:
         self._process.terminate()
@@ -49,15 +49,14 @@ class Simulated:
 @pytest.fixture
 def simulated() -> Iterator[Callable[..., Simulated]]:
     """Starts simulated devices that end with the test."""
-    running: list[Simulated] = []
+    with contextlib.ExitStack() as running:
 
-    def start(*arguments: str, lines: int = 1) -> Simulated:
-        running.append(Simulated(*arguments, lines=lines))
-        return running[-1]
+        def start(*arguments: str, lines: int = 1) -> Simulated:
+            device = Simulated(*arguments, lines=lines)
+            running.callback(device.end)
+            return device
 
-    yield start
-    for device in running:
-        device.end()
+        yield start
 
 
 @pytest.fixture(params=["serial", "network", "usb"])
@@ -85,33 +84,24 @@ class Peer:
         self._links.append(self._listener.accept()[0])
         return self._links[-1]
 
-    def flood(self, endless: bool = False) -> threading.Thread:
-        """A thread that sends numbered blocks until the link ends, or 8 MiB."""
-        thread = threading.Thread(target=self._flood, args=[self.accept(), endless])
+    def flood(self, link: socket.socket, times: int = 1) -> threading.Thread:
+        """A thread that sends FLOOD, unless the link ends before."""
+
+        def send() -> None:
+            with contextlib.suppress(OSError):
+                for _ in range(times):
+                    link.sendall(FLOOD)
+
+        thread = threading.Thread(target=send)
         thread.start()
         return thread
-
-    @staticmethod
-    def _flood(link: socket.socket, endless: bool) -> None:
-        with contextlib.suppress(OSError):
-            link.sendall(FLOOD)
-            while endless:
-                link.sendall(FLOOD)
-
-    def take(self, size: int) -> bytes:
-        """That many bytes of the last link."""
-        return self._links[-1].recv(size, socket.MSG_WAITALL)
 
     def close(self) -> None:
         for link in (*self._links, self._listener):
             link.close()
 
 
-FLOOD = b"".join(i.to_bytes(4, "big") for i in range(1 << 21))
-
-
 @pytest.fixture
 def peer() -> Iterator[Peer]:
-    far = Peer()
-    yield far
-    far.close()
+    with contextlib.closing(Peer()) as far:
+        yield far

@@ -1,16 +1,17 @@
 """Channels on all links, and what must not harm the interpreter."""
 
+import contextlib
 import gc
 import math
+import multiprocessing
 import os
 import signal
 import socket
 import threading
 import time
 import weakref
-from collections.abc import Callable
-from functools import partial
-from typing import Any
+from collections.abc import Callable, Iterator
+from typing import Any, NoReturn
 
 import pytest
 from conftest import FLOOD, Peer, Simulated, until
@@ -56,21 +57,14 @@ def test_every_byte_comes_in_order(peer: Peer) -> None:
         device = quorvio.open(peer.locator)
     finally:
         socket.setdefaulttimeout(None)
-    flooding = peer.flood()
+    flooding = peer.flood(peer.accept())
     until_full(device)
+    with pytest.raises(quorvio.BufferTooSmallError):
+        device.read_until(b"no such end", timeout=10)
     parts = [device.read(), device.read(1), device.read_exactly(1000)]
     left = len(FLOOD) - sum(map(len, parts))
     assert b"".join((*parts, device.read_exactly(left))) == FLOOD
     device.close()
-    flooding.join()
-
-
-def test_no_end_in_a_full_buffer(peer: Peer) -> None:
-    with quorvio.open(peer.locator) as device:
-        flooding = peer.flood()
-        with pytest.raises(quorvio.BufferTooSmallError):
-            device.read_until(b"no such end", timeout=10)
-        assert device.read(8) == FLOOD[:8]
     flooding.join()
 
 
@@ -91,29 +85,15 @@ def test_a_loss_comes_after_the_last_bytes_and_once(peer: Peer) -> None:
     assert [type(loss) for loss in losses] == [quorvio.ConnectionLostError]
 
 
-def blocked_read(device: quorvio.Channel, peer: Peer) -> None:
-    device.read(timeout=math.inf)
-
-
-def blocked_until(device: quorvio.Channel, peer: Peer) -> None:
-    device.read_until(timeout=1e6)
-
-
-def blocked_write(device: quorvio.Channel, peer: Peer) -> None:
-    while True:  # nobody reads
-        device.write(bytes(1 << 20))
-
-
-def small_blocked_writes(device: quorvio.Channel, peer: Peer) -> None:
+def repeat(function: Callable[..., object], *arguments: object) -> NoReturn:
     while True:
-        device.write(bytes(100))
+        function(*arguments)
 
 
 def queries_that_nobody_reads(device: quorvio.Channel, peer: Peer) -> None:
-    flooding = peer.flood(endless=True)
+    flooding = peer.flood(peer.accept(), times=1000)
     try:
-        while True:
-            device.query(bytes(900), b"\0")
+        repeat(device.query, bytes(900), b"\0")
     finally:
         device.close()
         flooding.join()
@@ -126,30 +106,34 @@ def blocked_open(device: quorvio.Channel, peer: Peer) -> None:
             quorvio.open("network:%s:%d" % address, connect_timeout=1000)
 
 
-def blocked_listing(device: quorvio.Channel, peer: Peer) -> None:
-    quorvio.list_devices("network:127.0.0.1", discovery_timeout=1000)
-
-
-def blocked_watch(device: quorvio.Channel, peer: Peer) -> None:
-    with quorvio.watch("network:127.0.0.1") as events:
-        next(events)
+CALLS: dict[str, Callable[[quorvio.Channel, Peer], object]] = {  # nobody sends, nobody reads
+    "read": lambda device, _: device.read(timeout=math.inf),
+    "read_until": lambda device, _: device.read_until(timeout=1e6),
+    "write": lambda device, _: repeat(device.write, bytes(1 << 20)),
+    "small writes": lambda device, _: repeat(device.write, bytes(100)),
+    "queries": queries_that_nobody_reads,
+    "open": blocked_open,
+    "list_devices": lambda *_: quorvio.list_devices("network:127.0.0.1", discovery_timeout=1000),
+}
+if "QUORVIO_PRIVATE_NETWORK" in os.environ:
+    CALLS["watch"] = lambda *_: next(quorvio.watch("network:127.0.0.1"))
 
 
 def is_in_use(device: quorvio.Channel) -> bool:
-    if not device._reading.acquire(blocking=False):
+    if not device._link.reading.acquire(blocking=False):
         return True
-    device._reading.release()
+    device._link.reading.release()
     return device._link._users > 0
 
 
-@pytest.mark.parametrize("blocked", [blocked_read, blocked_until, blocked_write])
-def test_close_wakes_other_threads(peer: Peer, blocked: Callable[[quorvio.Channel, Peer], None]) -> None:
+@pytest.mark.parametrize("call", ["read", "read_until", "write"])
+def test_close_wakes_other_threads(peer: Peer, call: str) -> None:
     device = quorvio.open(peer.locator)
     results: list[type[BaseException]] = []
 
     def work() -> None:
         try:
-            blocked(device, peer)
+            CALLS[call](device, peer)
         except quorvio.Error as error:
             results.append(type(error))
 
@@ -161,46 +145,39 @@ def test_close_wakes_other_threads(peer: Peer, blocked: Callable[[quorvio.Channe
     assert results in ([quorvio.InvalidHandleError], [quorvio.TransmitFailedError])
 
 
-@pytest.mark.parametrize(
-    "blocked",
-    [blocked_read, blocked_until, blocked_write, small_blocked_writes, queries_that_nobody_reads]
-    + [blocked_open, blocked_listing]
-    + [blocked_watch] * ("QUORVIO_PRIVATE_NETWORK" in os.environ),
-)
-def test_ctrl_c_works_in_blocking_calls(
-    peer: Peer, blocked: Callable[[quorvio.Channel, Peer], None]
-) -> None:
-    def interrupt(*_: object) -> None:
-        raise KeyboardInterrupt
-
-    before = signal.signal(signal.SIGALRM, interrupt)
-    device = quorvio.open(peer.locator)
+@contextlib.contextmanager
+def in_signal_handler(action: Callable[[], object]) -> Iterator[None]:
+    """Does it soon, while the main thread does something else."""
+    before = signal.signal(signal.SIGALRM, lambda *_: action())
+    signal.setitimer(signal.ITIMER_REAL, 0.2)
+    begin = time.monotonic()
     try:
-        signal.setitimer(signal.ITIMER_REAL, 0.2)
-        begin = time.monotonic()
-        with pytest.raises(KeyboardInterrupt):
-            blocked(device, peer)
-        assert time.monotonic() - begin < 2
+        yield
     finally:
         signal.signal(signal.SIGALRM, before)
-        device.close()
+    assert time.monotonic() - begin < 2
+
+
+@pytest.mark.parametrize("call", CALLS)
+def test_ctrl_c_works_in_blocking_calls(peer: Peer, call: str) -> None:
+    def interrupt() -> None:
+        raise KeyboardInterrupt
+
+    with quorvio.open(peer.locator) as device:
+        with in_signal_handler(interrupt), pytest.raises(KeyboardInterrupt):
+            CALLS[call](device, peer)
 
 
 def test_a_signal_handler_may_close_the_channel(controller: str) -> None:
     device = quorvio.open(controller)
-    before = signal.signal(signal.SIGALRM, lambda *_: device.close())
-    try:
-        signal.setitimer(signal.ITIMER_REAL, 0.1)
-        with pytest.raises(quorvio.InvalidHandleError):
-            device.read(timeout=math.inf)
-    finally:
-        signal.signal(signal.SIGALRM, before)
+    with in_signal_handler(device.close), pytest.raises(quorvio.InvalidHandleError):
+        device.read(timeout=math.inf)
 
 
 def test_close_is_quick_when_nobody_reads(peer: Peer) -> None:
     def seconds_to_close() -> float:
         device = quorvio.open(peer.locator)
-        flooding = peer.flood()
+        flooding = peer.flood(peer.accept())
         until_full(device)
         begin = time.monotonic()
         device.close()
@@ -222,25 +199,24 @@ def test_a_forgotten_channel_is_closed(controller: str) -> None:
 
 
 def test_a_forked_child_starts_afresh(controller: str) -> None:
-    def in_child() -> bool:
-        try:
-            device.query(b"POS?\n")
-        except quorvio.InvalidHandleError as error:
-            with quorvio.open(controller) as own:
-                return "parent" in str(error) and own.query(b"POS?\n") == b"0.000\r"
-        return False
+    def child() -> None:
+        with pytest.raises(quorvio.InvalidHandleError, match="parent"):
+            device.read()
+        device.close()
+        with quorvio.open(controller) as own:
+            assert own.query(b"POS?\n") == b"0.000\r"
 
     with quorvio.open(controller) as device:
-        child = os.fork()
-        if child == 0:
-            status = 1
-            try:
-                status = not in_child()
-                device.close()
-            finally:
-                os._exit(status)
-        assert os.waitpid(child, 0)[1] == 0
-        assert device.query(b"POS?\n") == b"0.000\r"
+        reading = threading.Thread(target=device.read, args=[1, math.inf])  # with a lock
+        reading.start()
+        until(lambda: is_in_use(device))
+        process = multiprocessing.get_context("fork").Process(target=child)
+        process.start()
+        process.join(10)
+        assert process.exitcode == 0
+        device.write(b"POS?\n")
+        reading.join()
+        assert device.read_until() == b".000\r"
 
 
 def test_queries_of_several_threads_do_not_mix(controller: str) -> None:
@@ -285,15 +261,21 @@ def test_properties_and_arguments(controller: str) -> None:
     with quorvio.open("usb:sn:QV100001", baudrate=115200) as device:
         assert device.property("ftdi-id").isdigit()
     with quorvio.open(controller) as device:
-        with pytest.raises(quorvio.PropertyUnavailableError):
-            device.property("ftdi-id")
-        for read in (partial(device.read, -1), partial(device.read_exactly, -1), partial(device.read_until, b"")):
-            with pytest.raises(ValueError):
-                read()
+        calls: list[tuple[Callable[[Any], object], object, type[Exception]]] = [
+            (device.property, "ftdi-id", quorvio.PropertyUnavailableError),
+            (device.read, -1, ValueError),
+            (device.read_exactly, -1, ValueError),
+            (device.read_until, b"", ValueError),
+            (device.write, 5, TypeError),
+            (device.write, "text", TypeError),
+        ]
+        for function, argument, error in calls:
+            with pytest.raises(error):
+                function(argument)
 
 
 def test_pyserial(locator: str) -> None:
-    serial: Any = pytest.importorskip("serial")
+    import serial
 
     port = serial.serial_for_url(f"quorvio://{locator}", baudrate=57600, timeout=2)
     port.write(b"POS?\n")

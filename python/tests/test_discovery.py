@@ -84,6 +84,9 @@ def test_watch(controllers: Simulated) -> None:
 
 @needs_private_network
 def test_asynchronous_watch(controllers: Simulated) -> None:
+    async def rest(events: quorvio.aio.Watch) -> list[Event]:
+        return [event async for event in events]
+
     async def main() -> None:
         async with quorvio.aio.watch(IFACE, rescan=0.3) as events:
             for _ in range(2):
@@ -92,7 +95,12 @@ def test_asynchronous_watch(controllers: Simulated) -> None:
                 controllers.tell(command)
                 event = await anext(events)
                 assert (event.found, event.device.serial_number) == (found, serial_number)
-        assert [event async for event in events] == []
+        assert await rest(events) == []
+        async with quorvio.aio.watch(IFACE, rescan=0) as events:
+            ending = asyncio.ensure_future(rest(events))
+            await asyncio.wait([ending], timeout=0.5)
+        async with asyncio.timeout(5):
+            assert all(event.found for event in await ending)
 
     asyncio.run(main())
 

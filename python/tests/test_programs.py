@@ -1,7 +1,9 @@
 """Whole programs: how they end, and the examples."""
 
+import contextlib
 import csv
 import os
+import queue
 import signal
 import socket
 import subprocess
@@ -13,7 +15,6 @@ import pytest
 from conftest import Simulated, needs_private_network, until
 
 EXAMPLES = Path(__file__).resolve().parents[1] / "examples"
-RUNS = int(os.environ.get("QUORVIO_EXIT_RUNS", "4"))
 
 ENDS = """
 import signal, socket, sys, threading, time, quorvio
@@ -61,7 +62,7 @@ def devices(simulated: Callable[..., Simulated]) -> tuple[str, str]:
 
 @pytest.mark.parametrize("how", ["channels", pytest.param("watch", marks=needs_private_network)])
 def test_a_program_may_end_with_everything_open(devices: tuple[str, str], how: str) -> None:
-    for _ in range(RUNS):
+    for _ in range(int(os.environ.get("QUORVIO_EXIT_RUNS", "4"))):
         program = [sys.executable, "-W", "ignore", "-c", ENDS, *devices, how]
         run = subprocess.run(program, capture_output=True, text=True, timeout=20)
         assert (run.returncode, run.stderr) == (0, "")
@@ -75,13 +76,12 @@ def open_and_close(times):
             device.query(b"POS?\\n")
     while len(os.listdir("/proc/self/task")) > 1:
         time.sleep(0.01)
-def resident():
-    return int(open("/proc/self/statm").read().split()[1]) * os.sysconf("SC_PAGESIZE")
-open_and_close(100)
-before, descriptors = resident(), os.listdir("/proc/self/fd")
-open_and_close(int(sys.argv[2]))
-assert os.listdir("/proc/self/fd") == descriptors
-assert resident() - before < 1 << 18, resident() - before
+    resident = int(open("/proc/self/statm").read().split()[1]) * os.sysconf("SC_PAGESIZE")
+    return resident, os.listdir("/proc/self/fd")
+memory, descriptors = open_and_close(100)
+memory_after, descriptors_after = open_and_close(int(sys.argv[2]))
+assert descriptors_after == descriptors
+assert memory_after - memory < 1 << 18, memory_after - memory
 """
 
 
@@ -90,39 +90,29 @@ def test_nothing_is_left_of_closed_channels(controller: str) -> None:
     subprocess.run([sys.executable, "-W", "ignore", "-c", MANY, controller, times], check=True, timeout=90)
 
 
-def test_multiprocessing_with_a_channel_open(controller: str) -> None:
-    code = """
-import multiprocessing, sys, quorvio
-device = quorvio.open(sys.argv[1])
-def ask(_):
-    with quorvio.open(sys.argv[1]) as own:
-        return own.query(b"POS?\\n")
-with multiprocessing.get_context("fork").Pool(2) as pool:
-    assert pool.map(ask, range(8)) == 8 * [b"0.000\\r"]
-assert device.query(b"POS?\\n") == b"0.000\\r"
-"""
-    subprocess.run([sys.executable, "-c", code, controller], check=True, timeout=20)
-
-
 def run_example(name: str, *arguments: object) -> str:
     command = [sys.executable, str(EXAMPLES / name), *map(str, arguments)]
     return subprocess.check_output(command, text=True, timeout=20)
 
 
-class Following:
-    """A program that runs until Ctrl-C."""
+@contextlib.contextmanager
+def following(name: str, *arguments: str) -> Iterator[Callable[..., None]]:
+    """Runs an example that Ctrl-C ends. The function waits until its output has had all those texts."""
+    example = subprocess.Popen([sys.executable, EXAMPLES / name, *arguments], stdout=subprocess.PIPE, text=True)
+    assert example.stdout
+    output = example.stdout
 
-    def __init__(self, name: str, *arguments: str, output: Path) -> None:
-        self._output = output
-        with output.open("w") as file:
-            self._process = subprocess.Popen([sys.executable, EXAMPLES / name, *arguments], stdout=file)
+    def expect(*texts: str) -> None:
+        missing = list(texts)
+        while missing:
+            line = output.readline()
+            assert line, f"ended without {missing}"
+            missing = [text for text in missing if text not in line]
 
-    def await_output(self, *texts: str) -> None:
-        until(lambda: all(text in self._output.read_text() for text in texts))
-
-    def interrupt(self) -> None:
-        self._process.send_signal(signal.SIGINT)
-        assert self._process.wait(10) == 0
+    with example:
+        yield expect
+        example.send_signal(signal.SIGINT)
+    assert example.returncode == 0
 
 
 def test_example_asks(devices: tuple[str, str]) -> None:
@@ -135,62 +125,55 @@ def test_example_writes_csv(controller: str, tmp_path: Path) -> None:
     assert [row[1:] for row in rows] == [["POS?", "MOV?"], ["0.000", "0"], ["0.000", "0"]]
 
 
-def test_example_logs_and_opens_again(simulated: Callable[..., Simulated], tmp_path: Path) -> None:
-    device = simulated("network")
-    others = [f"network:{simulated('network').lines[0]}" for _ in range(3)]
-    address = device.lines[0]
-    log = Following("log_devices.py", f"network:{address}", *others, output=tmp_path / "log")
-    log.await_output(*(f"{one}  0.000" for one in (f"network:{address}", *others)))
-    device.end()
-    log.await_output("connection lost")
-    simulated("network", "--port", address.split(":")[1], "--serial", "AGAIN")
-    until(lambda: (tmp_path / "log").read_text().count(f"{address}  opened") == 2)
-    log.interrupt()
+def test_example_logs_and_opens_again(simulated: Callable[..., Simulated]) -> None:
+    devices = [simulated("network") for _ in range(4)]
+    locators = [f"network:{device.lines[0]}" for device in devices]
+    with following("log_devices.py", *locators) as expect:
+        expect(*(f"{locator}  0.000" for locator in locators))
+        devices[0].end()
+        expect(f"{locators[0]}  receive: connection lost")
+        simulated("network", "--port", locators[0].split(":")[-1], "--serial", "AGAIN")
+        expect(f"{locators[0]}  opened")
 
 
 @needs_private_network
-def test_example_watches(simulated: Callable[..., Simulated], tmp_path: Path) -> None:
+def test_example_watches(simulated: Callable[..., Simulated]) -> None:
     device = simulated("network", "--iface", "127.0.0.1")
-    watch = Following("watch_devices.py", "network:127.0.0.1", output=tmp_path / "watch")
-    watch.await_output("found network:sn:SIM-0001")
-    device.tell("leave SIM-0001")
-    watch.await_output("lost  network:sn:SIM-0001")
-    watch.interrupt()
+    with following("watch_devices.py", "network:127.0.0.1") as expect:
+        expect("found network:sn:SIM-0001")
+        device.tell("leave SIM-0001")
+        expect("lost  network:sn:SIM-0001")
 
 
 @pytest.fixture
-def broker(tmp_path: Path) -> Iterator[str]:
+def broker(tmp_path: Path) -> Iterator[tuple[str, int]]:
     with socket.create_server(("127.0.0.1", 0)) as free:
         port = free.getsockname()[1]
     settings = tmp_path / "mosquitto.conf"
     settings.write_text(f"listener {port} 127.0.0.1\nallow_anonymous true\nuser root\n")
-    process = subprocess.Popen(["mosquitto", "-c", settings], stderr=subprocess.DEVNULL)
-
-    def answers() -> bool:
-        with socket.socket() as client:
-            return client.connect_ex(("127.0.0.1", port)) == 0
-
-    until(answers)
-    yield f"127.0.0.1:{port}"
-    process.terminate()
-    process.wait()
+    with subprocess.Popen(["mosquitto", "-c", settings], stderr=subprocess.DEVNULL) as process:
+        yield "127.0.0.1", port
+        process.terminate()
 
 
-def test_example_publishes(controller: str, broker: str) -> None:
+def test_example_publishes(controller: str, broker: tuple[str, int]) -> None:
     import paho.mqtt.client as mqtt
 
-    received: list[bytes] = []
-    host, port = broker.split(":")
+    received: queue.Queue[object] = queue.Queue()
     client = mqtt.Client()
-    client.on_message = lambda _client, _data, message: received.append(message.payload)
-    subscribed: list[object] = []
-    client.on_subscribe = lambda *arguments: subscribed.append(arguments)
-    client.connect(host, int(port))
+    client.on_message = lambda _client, _data, message: received.put(message.payload)
+    client.on_subscribe = lambda *_: received.put("subscribed")
+
+    def connected() -> bool:
+        with contextlib.suppress(ConnectionError):
+            client.connect(*broker)
+        return bool(client.socket())
+
+    until(connected)
     client.subscribe("stage/position", qos=1)
     client.loop_start()
-    until(lambda: subscribed)
-    run_example("to_mqtt.py", controller, broker, "stage/position", 3)
-    until(lambda: len(received) == 3)
-    assert set(received) == {b"0.000"}
+    assert received.get(timeout=10) == "subscribed"
+    run_example("to_mqtt.py", controller, "%s:%d" % broker, "stage/position", 3)
+    assert [received.get(timeout=10) for _ in range(3)] == 3 * [b"0.000"]
     client.disconnect()
     client.loop_stop()

@@ -1,6 +1,5 @@
 """Option and record texts, results, the library's version."""
 
-import os
 import subprocess
 import sys
 
@@ -23,8 +22,7 @@ VALUES = st.one_of(TEXTS, st.integers(), st.booleans(), st.lists(TEXTS, max_size
 def test_a_value_never_becomes_another_option(options: dict[str, _options.Option]) -> None:
     try:
         text = _options.option_text(options).decode("utf-8", "surrogateescape")
-    except ValueError as error:
-        assert isinstance(error, quorvio.InvalidArgumentError)
+    except quorvio.InvalidArgumentError:
         return
     wanted = [
         (key.replace("_", "-"), str(value).lower() if isinstance(value, bool) else str(value))
@@ -64,8 +62,6 @@ def test_an_unfit_library_is_named(version: tuple[int, int, int]) -> None:
 
 
 def test_a_missing_library_is_named() -> None:
-    environment = {**os.environ, "LD_LIBRARY_PATH": ""}
-    run = subprocess.run(
-        [sys.executable, "-c", "import quorvio"], env=environment, capture_output=True, text=True
-    )
-    assert run.returncode == 0 or "ImportError: quorvio needs the shared library libquorvio.so.2" in run.stderr
+    code = "import ctypes; ctypes.CDLL = open; import quorvio"
+    run = subprocess.run([sys.executable, "-c", code], stderr=subprocess.PIPE, text=True)
+    assert "ImportError: quorvio needs the shared library libquorvio.so.2" in run.stderr
