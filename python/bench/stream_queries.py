@@ -4,17 +4,22 @@ import asyncio
 import sys
 import time
 
-import quorvio.aio
-
 QUERIES = 2000
+
+Streams = tuple[asyncio.StreamReader, asyncio.StreamWriter]
+
+
+async def opened(streams: str, address: str) -> Streams:
+    if streams == "ours":
+        import quorvio.aio  # here, since it would change the heap of the other
+
+        return await quorvio.aio.open(f"network:{address}")
+    host, port = address.split(":")
+    return await asyncio.open_connection(host, int(port))
 
 
 async def main(streams: str, address: str) -> None:
-    host, port = address.split(":")
-    if streams == "ours":
-        reader, writer = await quorvio.aio.open(f"network:{address}")
-    else:
-        reader, writer = await asyncio.open_connection(host, int(port))
+    reader, writer = await opened(streams, address)
     begin = time.perf_counter()
     for _ in range(QUERIES):
         writer.write(b"POS?\n")
