@@ -12,6 +12,7 @@ from typing import Any
 
 import pytest
 
+socket.setdefaulttimeout(10)  # holds for the tests, and must not make dropping descriptors of the package's
 BUILD = Path(os.environ["QUORVIO_BUILD"])
 FLOOD = b"".join(i.to_bytes(4, "big") for i in range(1 << 21))  # 8 MiB
 
@@ -75,17 +76,17 @@ def controller(simulated: Callable[..., Simulated]) -> str:
 class Peer:
     """The far end of TCP links, in this process."""
 
-    def __init__(self) -> None:
-        self._listener = socket.create_server(("127.0.0.1", 0))
+    def __init__(self, until_end: contextlib.ExitStack) -> None:
+        self._until_end = until_end
+        self._listener = until_end.enter_context(socket.create_server(("127.0.0.1", 0)))
         self.locator = "network:127.0.0.1:%d" % self._listener.getsockname()[1]
-        self._links: list[socket.socket] = []
 
     def accept(self) -> socket.socket:
-        self._links.append(self._listener.accept()[0])
-        return self._links[-1]
+        return self._until_end.enter_context(self._listener.accept()[0])
 
-    def flood(self, link: socket.socket, times: int = 1) -> threading.Thread:
-        """A thread that sends FLOOD, unless the link ends before."""
+    def flood(self, times: int = 1) -> socket.socket:
+        """Accepts a link and sends FLOOD on a thread, unless the link ends before."""
+        link = self.accept()
 
         def send() -> None:
             with contextlib.suppress(OSError):
@@ -94,14 +95,11 @@ class Peer:
 
         thread = threading.Thread(target=send)
         thread.start()
-        return thread
-
-    def close(self) -> None:
-        for link in (*self._links, self._listener):
-            link.close()
+        self._until_end.callback(thread.join)
+        return link
 
 
 @pytest.fixture
 def peer() -> Iterator[Peer]:
-    with contextlib.closing(Peer()) as far:
-        yield far
+    with contextlib.ExitStack() as until_end:
+        yield Peer(until_end)

@@ -7,10 +7,10 @@ import multiprocessing
 import os
 import signal
 import socket
-import threading
 import time
 import weakref
 from collections.abc import Callable, Iterator
+from concurrent.futures import ThreadPoolExecutor
 from typing import Any, NoReturn
 
 import pytest
@@ -52,20 +52,14 @@ def until_full(device: quorvio.Channel) -> None:
 
 
 def test_every_byte_comes_in_order(peer: Peer) -> None:
-    socket.setdefaulttimeout(5)  # must not make a dropping descriptor of the library's
-    try:
-        device = quorvio.open(peer.locator)
-    finally:
-        socket.setdefaulttimeout(None)
-    flooding = peer.flood(peer.accept())
-    until_full(device)
-    with pytest.raises(quorvio.BufferTooSmallError):
-        device.read_until(b"no such end", timeout=10)
-    parts = [device.read(), device.read(1), device.read_exactly(1000)]
-    left = len(FLOOD) - sum(map(len, parts))
-    assert b"".join((*parts, device.read_exactly(left))) == FLOOD
-    device.close()
-    flooding.join()
+    with quorvio.open(peer.locator) as device:
+        peer.flood()
+        until_full(device)
+        with pytest.raises(quorvio.BufferTooSmallError):
+            device.read_until(b"no such end", timeout=10)
+        parts = [device.read(), device.read(1), device.read_exactly(1000)]
+        left = len(FLOOD) - sum(map(len, parts))
+        assert b"".join((*parts, device.read_exactly(left))) == FLOOD
 
 
 def test_a_loss_comes_after_the_last_bytes_and_once(peer: Peer) -> None:
@@ -91,12 +85,8 @@ def repeat(function: Callable[..., object], *arguments: object) -> NoReturn:
 
 
 def queries_that_nobody_reads(device: quorvio.Channel, peer: Peer) -> None:
-    flooding = peer.flood(peer.accept(), times=1000)
-    try:
-        repeat(device.query, bytes(900), b"\0")
-    finally:
-        device.close()
-        flooding.join()
+    peer.flood(times=1000)
+    repeat(device.query, bytes(900), b"\0")
 
 
 def blocked_open(device: quorvio.Channel, peer: Peer) -> None:
@@ -128,21 +118,11 @@ def is_in_use(device: quorvio.Channel) -> bool:
 
 @pytest.mark.parametrize("call", ["read", "read_until", "write"])
 def test_close_wakes_other_threads(peer: Peer, call: str) -> None:
-    device = quorvio.open(peer.locator)
-    results: list[type[BaseException]] = []
-
-    def work() -> None:
-        try:
-            CALLS[call](device, peer)
-        except quorvio.Error as error:
-            results.append(type(error))
-
-    thread = threading.Thread(target=work)
-    thread.start()
-    until(lambda: is_in_use(device))
-    device.close()
-    thread.join(5)
-    assert results in ([quorvio.InvalidHandleError], [quorvio.TransmitFailedError])
+    with ThreadPoolExecutor() as pool, quorvio.open(peer.locator) as device:
+        result = pool.submit(CALLS[call], device, peer)
+        until(lambda: is_in_use(device))
+        device.close()
+        assert isinstance(result.exception(5), (quorvio.InvalidHandleError, quorvio.TransmitFailedError))
 
 
 @contextlib.contextmanager
@@ -177,13 +157,11 @@ def test_a_signal_handler_may_close_the_channel(controller: str) -> None:
 def test_close_is_quick_when_nobody_reads(peer: Peer) -> None:
     def seconds_to_close() -> float:
         device = quorvio.open(peer.locator)
-        flooding = peer.flood(peer.accept())
+        peer.flood()
         until_full(device)
         begin = time.monotonic()
         device.close()
-        seconds = time.monotonic() - begin
-        flooding.join()
-        return seconds
+        return time.monotonic() - begin
 
     assert min(seconds_to_close() for _ in range(3)) < 0.05
 
@@ -206,55 +184,41 @@ def test_a_forked_child_starts_afresh(controller: str) -> None:
         with quorvio.open(controller) as own:
             assert own.query(b"POS?\n") == b"0.000\r"
 
-    with quorvio.open(controller) as device:
-        reading = threading.Thread(target=device.read, args=[1, math.inf])  # with a lock
-        reading.start()
+    with quorvio.open(controller) as device, ThreadPoolExecutor() as pool:
+        first = pool.submit(device.read, 1, math.inf)  # holds a lock during the fork
         until(lambda: is_in_use(device))
         process = multiprocessing.get_context("fork").Process(target=child)
         process.start()
         process.join(10)
-        assert process.exitcode == 0
         device.write(b"POS?\n")
-        reading.join()
-        assert device.read_until() == b".000\r"
+        assert (process.exitcode, first.result(), device.read_until()) == (0, b"0", b".000\r")
 
 
 def test_queries_of_several_threads_do_not_mix(controller: str) -> None:
-    wrong: list[bytes] = []
-    requests = {b"*IDN?\n": b"QUORVI", b"POS?\n": b"0.000", b"MOV?\n": b"0\r"}
+    def are_right(request: bytes, begin: bytes) -> bool:
+        return all(device.query(request).startswith(begin) for _ in range(300))
 
-    def ask(request: bytes, begin: bytes) -> None:
-        answers = (device.query(request) for _ in range(300))
-        wrong.extend(answer for answer in answers if not answer.startswith(begin))
-
-    with quorvio.open(controller) as device:
-        threads = [threading.Thread(target=ask, args=item) for item in requests.items()]
-        for thread in threads:
-            thread.start()
-        for thread in threads:
-            thread.join()
-    assert wrong == []
+    with quorvio.open(controller) as device, ThreadPoolExecutor() as pool:
+        assert all(pool.map(are_right, [b"*IDN?\n", b"POS?\n", b"MOV?\n"], [b"QUORVI", b"0.000", b"0\r"]))
 
 
-FAILURES: list[tuple[str, dict[str, Any], type[Exception], type[Exception]]] = [
-    ("nothing", {}, quorvio.InvalidLocatorError, ValueError),
-    ("serial:/dev/zero byte\0", {}, quorvio.InvalidLocatorError, ValueError),
-    ("serial:/dev/null", {}, quorvio.InvalidArgumentError, ValueError),
-    ("serial:/dev/none", {"baudrate": 9600}, quorvio.DriverFailureError, OSError),
-    ("usb:sn:NONE", {}, quorvio.DeviceNotFoundError, OSError),
-    ("network:127.0.0.1:1", {"port": "1\nstrict"}, quorvio.InvalidArgumentError, ValueError),
-    ("network:127.0.0.1:1", {"port": 1.5}, quorvio.InvalidArgumentError, ValueError),
-    ("network:127.0.0.1:1", {"no_option": 1, "strict": True}, quorvio.InvalidArgumentError, ValueError),
+FAILURES: list[tuple[str, dict[str, Any], type[Exception]]] = [
+    ("nothing", {}, quorvio.InvalidLocatorError),
+    ("serial:/dev/zero byte\0", {}, quorvio.InvalidLocatorError),
+    ("serial:/dev/null", {}, quorvio.InvalidArgumentError),
+    ("serial:/dev/none", {"baudrate": 9600}, quorvio.DriverFailureError),
+    ("usb:sn:NONE", {}, quorvio.DeviceNotFoundError),
+    ("network:127.0.0.1:1", {"port": "1\nstrict"}, quorvio.InvalidArgumentError),
+    ("network:127.0.0.1:1", {"port": 1.5}, quorvio.InvalidArgumentError),
+    ("network:127.0.0.1:1", {"no_option": 1, "strict": True}, quorvio.InvalidArgumentError),
 ]
 
 
-@pytest.mark.parametrize(("locator", "options", "error", "builtin"), FAILURES)
-def test_failures(
-    locator: str, options: dict[str, Any], error: type[Exception], builtin: type[Exception]
-) -> None:
+@pytest.mark.parametrize(("locator", "options", "error"), FAILURES)
+def test_failures(locator: str, options: dict[str, Any], error: type[Exception]) -> None:
     with pytest.raises(error) as caught:
         quorvio.open(locator, **options)
-    assert isinstance(caught.value, builtin)
+    assert isinstance(caught.value, ValueError) == error.__name__.startswith("Invalid")
 
 
 def test_properties_and_arguments(controller: str) -> None:

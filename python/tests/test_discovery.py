@@ -3,9 +3,9 @@
 import asyncio
 import os
 import subprocess
-import threading
 import time
 from collections.abc import Callable, Iterator
+from concurrent.futures import ThreadPoolExecutor
 
 import pytest
 from conftest import Simulated, needs_private_network, until
@@ -52,26 +52,18 @@ def test_network_devices(controllers: Simulated) -> None:
         assert found[1].serial_number.encode() in channel.query(b"*IDN?\n")
 
 
-def changes(controllers: Simulated) -> list[tuple[str, bool, str]]:
-    """Commands, and the event that each leads to."""
-    return [
-        ("leave SIM-0001-0001", False, "SIM-0001-0001"),
-        ("return SIM-0001-0001", True, "SIM-0001-0001"),
-        ("available SIM-0001-0002 off", False, "SIM-0001-0002"),
-        ("vanish SIM-0001-0001", False, "SIM-0001-0001"),
-    ]
-
-
 @needs_private_network
 def test_watch(controllers: Simulated) -> None:
     with quorvio.watch(IFACE, rescan=0.3) as events:
         with pytest.raises(quorvio.WatchExistsError):
             quorvio.watch(IFACE)
         assert {next(events).device.serial_number for _ in range(2)} == {"SIM-0001-0001", "SIM-0001-0002"}
-        for command, found, serial_number in changes(controllers):
-            controllers.tell(command)
+        for command in "leave", "return", "vanish":
+            controllers.tell(f"{command} SIM-0001-0001")
             event = next(events)
-            assert (event.found, event.device.serial_number) == (found, serial_number)
+            assert (event.found, event.device.serial_number) == (command == "return", "SIM-0001-0001")
+        controllers.tell("available SIM-0001-0002 off")
+        assert not next(events).found
         assert events.get(0) is None
     assert list(events) == []
     with pytest.raises(quorvio.InvalidArgumentError):
@@ -91,10 +83,9 @@ def test_asynchronous_watch(controllers: Simulated) -> None:
         async with quorvio.aio.watch(IFACE, rescan=0.3) as events:
             for _ in range(2):
                 assert (await anext(events)).found
-            for command, found, serial_number in changes(controllers):
-                controllers.tell(command)
-                event = await anext(events)
-                assert (event.found, event.device.serial_number) == (found, serial_number)
+            controllers.tell("vanish SIM-0001-0002")
+            event = await anext(events)
+            assert (event.found, event.device.serial_number) == (False, "SIM-0001-0002")
         assert await rest(events) == []
         async with quorvio.aio.watch(IFACE, rescan=0) as events:
             ending = asyncio.ensure_future(rest(events))
@@ -114,13 +105,11 @@ def test_a_watch_is_closed_from_another_thread_and_not_by_a_child() -> None:
             os._exit(list(events) != [] or bool(quorvio._watch._arrivals))
         assert os.waitpid(child, 0)[1] == 0
         assert events.get(0) is None
-        left: list[list[Event]] = []
-        thread = threading.Thread(target=lambda: left.append(list(events)))
-        thread.start()
-        until(lambda: not events.scan_is_due())
-        events.close()
-        thread.join(5)
-        assert left == [[]]
+        with ThreadPoolExecutor() as pool:
+            left = pool.submit(lambda: list(events))
+            until(lambda: not events.scan_is_due())
+            events.close()
+        assert left.result() == []
 
 
 LOSS, FIND, FIND_BUSY = Event(False, device("A")), Event(True, device("A")), Event(True, device("A", False))

@@ -17,8 +17,9 @@ from conftest import Simulated, needs_private_network, until
 EXAMPLES = Path(__file__).resolve().parents[1] / "examples"
 
 ENDS = """
-import signal, socket, sys, threading, time, quorvio
+import itertools, signal, socket, sys, threading, time, quorvio
 signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # as programs that embed Python may have it
+threading.excepthook = lambda _: None
 _, network, serial, how = sys.argv
 listener = socket.create_server(("127.0.0.1", 0))
 flooded = quorvio.open("network:127.0.0.1:%d" % listener.getsockname()[1])
@@ -28,14 +29,8 @@ for _ in lost:
     listener.accept()[0].close()  # reported a hundred times a second, also while the interpreter ends
 idle = quorvio.open(serial, baudrate=115200, timeout=None)
 usb = quorvio.open("usb:sn:QV100001", baudrate=115200)
-def repeat(function):
-    try:
-        while True:
-            function()
-    except Exception:
-        pass
 def work(function):
-    threading.Thread(target=repeat, args=[function], daemon=True).start()
+    threading.Thread(target=lambda: [function() for _ in itertools.count()], daemon=True).start()
 far.setblocking(False)
 try:
     while not time.sleep(0.002):  # until the library waits for a reader, too
@@ -49,7 +44,6 @@ if how == "watch":
     watch = quorvio.watch("network:127.0.0.1", rescan=0.01)
     next(watch)
     work(lambda: next(watch))
-far.shutdown(socket.SHUT_RD)
 time.sleep(0.02)
 """
 
@@ -86,7 +80,7 @@ assert memory_after - memory < 1 << 18, memory_after - memory
 
 
 def test_nothing_is_left_of_closed_channels(controller: str) -> None:
-    times = os.environ.get("QUORVIO_OPEN_RUNS", "1000")
+    times = os.environ.get("QUORVIO_OPEN_RUNS", "500")
     subprocess.run([sys.executable, "-W", "ignore", "-c", MANY, controller, times], check=True, timeout=90)
 
 
@@ -115,12 +109,9 @@ def following(name: str, *arguments: str) -> Iterator[Callable[..., None]]:
     assert example.returncode == 0
 
 
-def test_example_asks(devices: tuple[str, str]) -> None:
+def test_examples_that_end(devices: tuple[str, str], tmp_path: Path) -> None:
     assert "SIM-0001" in run_example("ask_and_answer.py", devices[1], "*IDN?", "baudrate=115200")
-
-
-def test_example_writes_csv(controller: str, tmp_path: Path) -> None:
-    run_example("csv_logger.py", controller, tmp_path / "log.csv", "POS?", "MOV?", "--count", 2)
+    run_example("csv_logger.py", devices[0], tmp_path / "log.csv", "POS?", "MOV?", "--count", 2)
     rows = list(csv.reader((tmp_path / "log.csv").read_text().splitlines()))
     assert [row[1:] for row in rows] == [["POS?", "MOV?"], ["0.000", "0"], ["0.000", "0"]]
 
