@@ -5,7 +5,7 @@
 
 Locators: "serial:PATH", "network:HOST:PORT", "network:sn:SERIAL", "usb:sn:SERIAL", "usb:id:NUMBER",
 "usb:ix:INDEX". Options of a link are arguments: `quorvio.open("serial:/dev/ttyUSB0", baudrate=115200)`.
-Unknown options are ignored unless `strict=True` is there. docs/python.md is the guide.
+Unknown options are ignored unless `strict=True` is given. docs/python.md is the guide.
 """
 
 from quorvio import _library, _pyserial
@@ -80,11 +80,12 @@ def open(
 ) -> Channel:
     """Opens a device.
 
-    `timeout`: seconds that reading calls wait which name no other; None: without limit.
-    `on_lost`: called once, on a thread of its own, when the link is lost, with the exception that reading
-    raises then.
-    `options`: of the link, with underscores for hyphens: `baudrate=115200`, `connect_timeout=500` (ms);
-    quorvio.h lists them. A list gives several lines of one option.
+    `timeout`: how long reading methods wait unless the call names another time, in seconds; None: without
+    limit.
+    `on_lost`: called once, on a thread of its own, when the link is lost; its argument is the exception that
+    reading raises then.
+    `options`: those of the link in quorvio.h, with underscores for hyphens: `baudrate=115200`,
+    `connect_timeout=500` (ms). A list repeats an option.
 
     Raises InvalidLocatorError, DeviceNotFoundError, InvalidArgumentError, DriverFailureError,
     DriverUnavailableError, NoFreeHandleError.
@@ -96,9 +97,10 @@ def watch(*interfaces: str, rescan: float = 5, settle: float = 0) -> Watch:
     """Watches network devices appear and disappear, as an iterator of events. One in a process.
 
     `interfaces`: "network:ADDRESS" of local interfaces, or "network:all"; none: "network:all".
-    `rescan`: seconds between searches, which notice devices that vanished without a goodbye; they take place
-    while somebody waits for an event. 0: one search at the start.
-    `settle`: seconds to hold a loss back; if the device is found again in that time, neither is reported.
+    `rescan`: seconds between searches, which notice devices that vanished without a goodbye; they run while
+    somebody waits for an event. 0: one search at the start.
+    `settle`: seconds for which a loss is held back; if the device is found again in that time, neither is
+    reported.
 
     Raises WatchExistsError, and InvalidArgumentError: an interface cannot be watched.
     """

@@ -14,13 +14,15 @@ _USUAL_SIZE = 1 << 20  # bytes; a thousand devices: a second call would search a
 
 
 def list_devices(*interfaces: str, keys: Iterable[str] = (), **options: Option) -> list[Device]:
-    """The devices that there are, now.
+    """Lists the devices that are there now.
 
-    `interfaces`: "usb", "network:ADDRESS" of a local interface, "network:all". None: "network:all". Serial
-    ports cannot be listed.
-    `keys`: the properties to ask for; none: all, for which USB devices are opened.
-    `options`: filters such as `find_device_sn="QV1"`, and `discovery_timeout`, the ms that a search of the
-    network takes (100). A datagram can get lost: ask again where that matters.
+    `interfaces`: "usb", "network:ADDRESS" of a local interface, "network:all"; "network:all" if there are
+    none. Serial ports cannot be listed.
+    `keys`: the properties to ask for, such as "device-sn"; all if there are none, which opens USB devices
+    for a moment.
+    `options`: filters such as `find_device_sn="QV1"`; `find_only_available=False` lists devices in use as
+    well; `discovery_timeout` is the ms that a search of the network takes (100). A datagram can get lost:
+    ask again where that matters.
 
     Raises InvalidArgumentError, QueryFailedError, DriverUnavailableError (USB).
     """

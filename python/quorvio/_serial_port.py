@@ -27,11 +27,10 @@ class Serial(SerialBase):
             raise SerialException("the port has no name")
         if self.is_open:
             raise SerialException("the port is open already")
-        locator = self._port.removeprefix(_PREFIX)
-        flow_control = self._flow_control(locator)
+        options = self._options()
         self._opened_with = self._settings()
         try:
-            self._channel = quorvio.open(locator, baudrate=self._baudrate, **flow_control)
+            self._channel = quorvio.open(self._port.removeprefix(_PREFIX), **options)
         except quorvio.Error as error:
             raise SerialException(str(error)) from error
         self.is_open = True
@@ -39,19 +38,24 @@ class Serial(SerialBase):
     def _settings(self) -> tuple[object, ...]:
         return self._baudrate, self._bytesize, self._parity, self._stopbits, self._rtscts, self._dsrdtr
 
-    def _flow_control(self, locator: str) -> dict[str, Any]:
-        kind = locator.partition(":")[0]
+    def _options(self) -> dict[str, Any]:
+        """Those of the link. Raises ValueError for settings that it cannot have."""
+        kind = self._port.removeprefix(_PREFIX).partition(":")[0]
         if kind == "network":
             return {}
         if (self._bytesize, self._parity, self._stopbits) != (8, "N", 1) or self._xonxoff:
             raise ValueError("only 8 data bits, no parity, 1 stop bit, no software flow control")
-        wanted = "rtscts" if self._rtscts else "dtrdsr" if self._dsrdtr else None
-        if wanted and kind != "usb":
+        flow_control = "rtscts" if self._rtscts else "dtrdsr" if self._dsrdtr else None
+        if kind == "serial" and flow_control:
             raise ValueError("a serial port has no flow control here")
-        return {"ftdi-flow-control": wanted} if wanted else {}
+        if kind == "serial" and self._baudrate not in self.BAUDRATES:
+            raise ValueError(f"a serial port has no speed of {self._baudrate} baud here")
+        options = {"baudrate": self._baudrate}
+        return {**options, "ftdi-flow-control": flow_control} if flow_control else options
 
     def _reconfigure_port(self) -> None:
         if self.is_open and self._settings() != self._opened_with:
+            self._options()  # raises before anything is closed
             self.close()
             self.open()
 

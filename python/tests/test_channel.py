@@ -248,6 +248,9 @@ def test_pyserial(locator: str) -> None:
     port.timeout = 0.05
     port.baudrate = 115200
     assert port.read(10) == b""
+    if locator.startswith("serial:"):
+        with pytest.raises(ValueError):
+            port.baudrate = 500000
     port.close()
     with pytest.raises(serial.SerialException):
         port.read()

@@ -50,6 +50,10 @@ def test_each_result_has_its_exception() -> None:
     assert str(_errors.error_of(99, "what")) == "what: result 99"
 
 
+def test_the_package_has_the_version_of_its_library() -> None:
+    assert quorvio.__version__ == "%d.%d.%d" % quorvio.library_version
+
+
 @pytest.mark.parametrize("version", [(1, 9, 9), (2, 1, 1), (3, 0, 0)])
 def test_an_unfit_library_is_named(version: tuple[int, int, int]) -> None:
     with pytest.raises(ImportError, match=r"version 2\.1\.2 or later of 2\.x; found %d\.%d\.%d" % version):
