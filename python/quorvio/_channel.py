@@ -38,8 +38,8 @@ class Channel:
     A lost link is reported after the bytes that came before it: then every reading method raises
     ConnectionLostError or ReceiveFailedError. Close the channel and open the device again.
 
-    After a fork the child cannot use the channels of its parent (InvalidHandleError); the parent notices
-    nothing.
+    Every method but `close` raises InvalidHandleError on a closed channel, and in a forked child on those of
+    its parent, which does not notice it.
     """
 
     def __init__(
@@ -135,17 +135,18 @@ class Channel:
         return self._locked(deadline, exactly)
 
     def read_until(self, end: bytes = b"\n", timeout: float | None = None) -> bytes:
-        """The bytes up to `end`, which is taken but not returned. Raises TimedOutError, and
+        """The bytes before the next `end`, which is taken but not returned. Raises TimedOutError, and
         BufferTooSmallError when 1 MiB has come without it; the bytes can still be read."""
         deadline = self._deadline(timeout)
         return self._locked(deadline, lambda: self._until(end, deadline))
 
     def query(self, request: Data, end: bytes = b"\n", timeout: float | None = None) -> bytes:
-        """Discards what was received, sends the request, and reads its answer up to `end`.
+        """Discards what was received, sends the request, and returns its answer, the bytes before `end`.
 
         `timeout` counts from the moment the request is sent. Queries of several threads follow each other.
-        A late answer to an earlier request is not returned if it arrived before this request is sent. If it
-        may come still later, only the device's protocol can tell: close and open again after a time-out.
+        An answer to an earlier request is not returned if it arrived before this request is sent; if it may
+        arrive later, close the channel after a time-out and open it again. Raises as `write` and
+        `read_until`.
         """
 
         def answer() -> bytes:
