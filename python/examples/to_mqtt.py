@@ -1,6 +1,6 @@
 """Publishes a device's position: to_mqtt.py LOCATOR BROKER[:PORT] TOPIC [COUNT]
 
-Needs paho-mqtt (Debian: python3-paho-mqtt). Without a count it ends with Ctrl-C.
+Needs paho-mqtt (Debian: python3-paho-mqtt). New subscribers get the last value at once. Without a count it ends with Ctrl-C.
 """
 
 import itertools
@@ -22,7 +22,7 @@ def main(locator: str, broker: str, topic: str, count: str = "") -> None:
     with quorvio.open(locator, baudrate=115200) as device:
         for _ in range(int(count)) if count else itertools.count():
             value = device.query(b"POS?\n").strip()
-            client.publish(topic, value, qos=1).wait_for_publish()
+            client.publish(topic, value, qos=1, retain=True).wait_for_publish()
             time.sleep(PERIOD)
     client.disconnect()
     client.loop_stop()
