@@ -97,7 +97,7 @@ enum {
   QV_IO_ERROR_PROPERTY_UNAVAILABLE = 11,
   /** The caller's text buffer is too small; the size was updated. */
   QV_IO_ERROR_BUFFER_TOO_SMALL = 12,
-  /** The driver could not list the devices, or a search failed. */
+  /** The driver could not list the devices. */
   QV_IO_ERROR_QUERY_FAILED = 13,
   /** FTDI's driver libraries (libftd2xx.so, libftchipid.so) could not be loaded. */
   QV_IO_ERROR_DRIVER_UNAVAILABLE = 14,
