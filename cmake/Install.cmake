@@ -1,10 +1,23 @@
-# What an installation holds: the library, its header, the programs, and what CMake and pkg-config need to find them.
+# What an installation holds: the library, its headers, the programs, the documentation, and what CMake and pkg-config need
+# to find the library.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS quorvio EXPORT quorvioTargets)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ TYPE INCLUDE)
 if(QUORVIO_BUILD_TOOLS)
   install(TARGETS qvio qvio-sim)
+endif()
+
+function(install_manual_pages section)
+  install(DIRECTORY ${ARGN} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} FILES_MATCHING PATTERN *.${section})
+endfunction()
+install_manual_pages(3 docs/man/)
+install_manual_pages(7 docs/man/)
+if(QUORVIO_BUILD_TOOLS)
+  install_manual_pages(1 docs/man/)
+endif()
+if(TARGET qvio_manual)
+  install_manual_pages(1 ${PROJECT_BINARY_DIR}/man/)
 endif()
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/quorvio)
