@@ -11,6 +11,19 @@
  * Option texts hold one option a line, "KEY VALUE"; a key alone sets a boolean option. Unknown keys are
  * ignored unless the line "strict" is there. All texts are zero-terminated byte strings, compared exactly.
  *
+ * Texts handed out. A function that gives a text takes a buffer and a pointer to its size in bytes. Nothing
+ * is ever written past that size; with a size of 0 the buffer may be null. There are two rules for the size:
+ *
+ *     rule           used by                          fits: size becomes   too small (result 12):
+ *     listing rule   QV_IO_EnumerateDevices,          length of the text   size becomes length + 1,
+ *                    QV_IO_EnumerateInterfaces,                            buffer untouched
+ *                    QV_IO_GetErrorEventData,
+ *                    QV_IO_GetDiscoveryEventData
+ *     property rule  QV_IO_GetProperty                length of the text   size becomes length,
+ *                                                                          buffer holds the empty text
+ *
+ * The length never counts the terminating zero byte; the text fits when the size is at least length + 1.
+ *
  * Threads. Every function may be called from any thread at any time. Each open handle has one receive
  * thread of its own, which calls the two callbacks given to QV_IO_Open, one call at a time; callbacks of
  * different handles may run at the same moment. Threads of the library, and those that FTDI's driver starts
@@ -154,32 +167,21 @@ typedef void (*QV_IO_ErrorCallback)(void* userData, uint32_t resultCode);
  * @param event      the record, valid during the call only */
 typedef void (*QV_IO_EventCallback)(void* userData, uint32_t eventType, const QV_IO_Event* event);
 
-/* Texts handed out. A function that gives a text takes a buffer and a pointer to its size in bytes. Nothing
- * is ever written past that size; with a size of 0 the buffer may be null. There are two rules for the size:
- *
- *     rule           used by                          fits: size becomes   too small (result 12):
- *     listing rule   QV_IO_EnumerateDevices,          length of the text   size becomes length + 1,
- *                    QV_IO_EnumerateInterfaces,                            buffer untouched
- *                    QV_IO_GetErrorEventData,
- *                    QV_IO_GetDiscoveryEventData
- *     property rule  QV_IO_GetProperty                length of the text   size becomes length,
- *                                                                          buffer holds the empty text
- *
- * The length never counts the terminating zero byte; the text fits when the size is at least length + 1. */
-
 /** The library's version, 2.1.2.
  * @return QV_IO_OK; QV_IO_ERROR_INVALID_ARGUMENT: a pointer is null, nothing is written. */
 uint32_t QV_IO_GetVersion(uint32_t* major, uint32_t* minor, uint32_t* update);
 
 /** The kind of interface that a locator names, by the word before its first ":". The rest is not checked.
  * @param interfaceType  receives QV_IO_INTERFACE_USB, _NETWORK or _SERIAL; 0 on failure
+ * @param locator        zero-terminated
  * @return QV_IO_OK; QV_IO_ERROR_INVALID_LOCATOR: no ":", an unknown word, or null;
  *         QV_IO_ERROR_INVALID_ARGUMENT: interfaceType is null. */
 uint32_t QV_IO_GetLocatorInterfaceType(uint32_t* interfaceType, const char* locator);
 
 /** Whether QV_IO_EnumerateDevices lists the devices of one kind of interface alone.
- * @param canEnumerate  receives 1 for QV_IO_INTERFACE_USB (driver present or not) and 0 for all others;
- *                      QV_IO_INTERFACE_ALL is not a single kind
+ * @param interfaceType  any number
+ * @param canEnumerate   receives 1 for QV_IO_INTERFACE_USB (driver present or not) and 0 for all others;
+ *                       QV_IO_INTERFACE_ALL is not a single kind
  * @return QV_IO_OK; QV_IO_ERROR_INVALID_ARGUMENT: canEnumerate is null. */
 uint32_t QV_IO_CanEnumerateDevices(uint32_t interfaceType, uint32_t* canEnumerate);
 
@@ -188,22 +190,25 @@ uint32_t QV_IO_CanEnumerateDevices(uint32_t interfaceType, uint32_t* canEnumerat
  * QV_IO_INTERFACE_ALL: options `iface-type` "usb", "network", "serial" or "all" (at least one line) and what
  * to write: `only-locator` for one locator a line, or `include-KEY` (`include-all`) for one record a line
  * with items KEY=VALUE joined by "|" and sorted by key; in values "%", line feed, "|" and "=" are written
- * %25, %0A, %7C, %3D. Keys: iface-type, locator, device-sn, available, protocol-id (USB and network); usb-id,
- * usb-pid, usb-vid, usb-desc (USB); device-type, device-info, iface, network-host, network-port (network).
- * Filters: `find-only-available` (default true), `find-protocol-id`, `find-usb-pid`, `find-usb-vid`,
- * `find-usb-product-name`, `find-device-sn`, `find-device-type`. Network search: `iface` "network:ADDRESS"
- * (of a local interface) or "network:all", one line each; all that can be used are searched at once, and the
- * call takes the whole `discovery-timeout` ms (default 100). A datagram can get lost: ask again where that
- * matters. An address that is not local finds nothing. `force-rescan`: ask the devices again. At most 16,384
- * devices of an interface are kept. A device whose serial number holds a control character has no locator.
- * `locator-format-usb` "sn" or "id", `locator-format-network` "sn" or "host".
- * Serial ports cannot be listed: a list that includes them answers QV_IO_ERROR_NOT_SUPPORTED as a whole.
+ * `%25`, `%0A`, `%7C`, `%3D`. Keys: iface-type, locator, device-sn, available, protocol-id (USB and network);
+ * usb-id, usb-pid, usb-vid, usb-desc (USB); device-type, device-info, iface, network-host, network-port
+ * (network). Filters: `find-only-available` (default true), `find-protocol-id`, `find-usb-pid`,
+ * `find-usb-vid`, `find-usb-product-name`, `find-device-sn`, `find-device-type`. Network search: `iface`
+ * "network:ADDRESS" (of a local interface) or "network:all", one line each; all that can be used are searched
+ * at once, and the call takes the whole `discovery-timeout` ms (default 100). A datagram can get lost: ask
+ * again where that matters. An address that is not local finds nothing. `force-rescan`: read the
+ * list of USB chips again, which may be 1.5 s old. At most 16,384 devices of an interface are kept. A device
+ * whose serial number holds a control character has no locator. `locator-format-usb` "sn" or "id",
+ * `locator-format-network` "sn" or "host". Serial ports cannot be listed: a list that includes them answers
+ * QV_IO_ERROR_NOT_SUPPORTED as a whole.
  *
  * QV_IO_INTERFACE_USB: one locator a line; options `canonical-locator`, or `include-sn`, `include-id`,
  * `include-ds`, `include-usb-vid`, `include-usb-pid`; `product-name`, `usb-vid`, `usb-pid`, `force-rescan`.
  *
- * @param options  may be null (the empty text)
- * @param size     bytes of the buffer on entry; on return as the listing rule says
+ * @param interfaceType  QV_IO_INTERFACE_ALL or QV_IO_INTERFACE_USB
+ * @param options        may be null (the empty text)
+ * @param buffer         receives the text
+ * @param size           bytes of the buffer on entry; on return as the listing rule says
  * @return QV_IO_OK, no devices included; QV_IO_ERROR_INVALID_ARGUMENT: options rejected, nothing selected,
  *         no `iface-type`, or a null pointer; QV_IO_ERROR_NOT_SUPPORTED: a kind that cannot be listed;
  *         QV_IO_ERROR_BUFFER_TOO_SMALL; QV_IO_ERROR_QUERY_FAILED; QV_IO_ERROR_DRIVER_UNAVAILABLE. */
@@ -233,21 +238,28 @@ uint32_t QV_IO_EnumerateInterfaces(const char* options, char* buffer, size_t* si
  *         that is not local, and then the others of the list are watched. */
 uint32_t QV_IO_SetGlobalOptions(const char* options);
 
-/** Sets the one callback for global events; null switches events off. When the call returns, the callback
- * set before is not running and is never entered again.
+/** Sets the one callback for global events. When the call returns, the callback set before is not running
+ * and is never entered again.
+ * @param callback  null switches events off
  * @param userData  given back as the callback's first argument
  * @return QV_IO_OK. */
 uint32_t QV_IO_SetEventCallback(QV_IO_EventCallback callback, void* userData);
 
 /** Reads an event of type QV_IO_EVENT_ERROR: its message (listing rule) and its code.
+ * @param event      as the callback got it
  * @param errorCode  written on success only
+ * @param buffer     receives the message
+ * @param size       as QV_IO_EnumerateDevices
  * @return QV_IO_OK; QV_IO_ERROR_WRONG_EVENT_TYPE: another type or null, nothing is written;
  *         QV_IO_ERROR_BUFFER_TOO_SMALL; QV_IO_ERROR_INVALID_ARGUMENT: a pointer is null. */
 uint32_t QV_IO_GetErrorEventData(const QV_IO_Event* event, uint32_t* errorCode, char* buffer, size_t* size);
 
 /** Reads the device of an event of type QV_IO_EVENT_DEVICE_FOUND or QV_IO_EVENT_DEVICE_LOST (listing rule).
+ * @param event    as the callback got it
  * @param options  `only-locator`, or `include-KEY` with the network keys of QV_IO_EnumerateDevices; may be
  *                 null (the empty text: no key, an empty text)
+ * @param buffer   receives the text
+ * @param size     as QV_IO_EnumerateDevices
  * @return QV_IO_OK; QV_IO_ERROR_WRONG_EVENT_TYPE: another type or null; QV_IO_ERROR_BUFFER_TOO_SMALL;
  *         QV_IO_ERROR_INVALID_ARGUMENT: options rejected or a pointer is null. */
 uint32_t QV_IO_GetDiscoveryEventData(const QV_IO_Event* event, const char* options, char* buffer,
@@ -255,38 +267,43 @@ uint32_t QV_IO_GetDiscoveryEventData(const QV_IO_Event* event, const char* optio
 
 /** Opens a device and starts its receive thread.
  *
- * Options of a serial port:
- *   `baudrate N`   needed. The speeds are 50, 75, 110, 134, 150, 200, 300, 600, 1200, 1800, 2400, 4800, 9600,
- *                  19200, 38400, 57600, 115200 and 230400; any other is rounded down without notice, so
- *                  500000 runs at 230400 and 100000 at 57600 (below 75: 50).
- *   `xonxoff`      kept for compatibility. It does not switch flow control on: it sets the control bits
- * 0x1400 (hang up on close, and the bit that selects the upper speeds), which changes the line speed for
- * every speed below 57600. Leave it out. The line has 8 data bits, no parity, 1 stop bit, no flow control;
- * modem lines are ignored. Options of a TCP link: `port N`             port when the locator gives none or 0
- *   `connect-timeout N`  ms for each address of the host, default 5000; resolving a name takes its own
- *                        time
- *   `iface TEXT`         "network:ADDRESS" or "network:all": where a serial number is searched that is not
- *                        known, or whose device was last heard more than 10 s ago on an interface that is
- *                        not watched; may be repeated. Without it the device is used as it was heard last,
- *                        up to an hour ago
- *   `discovery-timeout N` ms for that search, default 100; it ends as soon as the device has answered
- *   A success does not prove that there is a peer: a refused connection can pass here, and the error callback
- *   then reports QV_IO_ERROR_CONNECTION_LOST. No socket option is set.
+ * Options of a serial port, which has 8 data bits, no parity, 1 stop bit and no flow control; modem lines are
+ * ignored:
+ *   - `baudrate N`: needed. The speeds are 50, 75, 110, 134, 150, 200, 300, 600, 1200, 1800, 2400, 4800,
+ *     9600, 19200, 38400, 57600, 115200 and 230400; any other is rounded down without notice, so 500000 runs
+ *     at 230400 and 100000 at 57600 (below 75: 50)
+ *   - `xonxoff`: kept for compatibility; leave it out. It does not switch flow control on: it sets the
+ *     control bits 0x1400 (hang up on close, and the bit that selects the upper speeds), which changes the
+ *     line speed for every speed below 57600
+ *
+ * Options of a TCP link, on which no socket option is set:
+ *   - `port N`: when the locator gives none or 0
+ *   - `connect-timeout N`: ms for each address of the host, default 5000; resolving a name takes its own time
+ *   - `iface TEXT`: "network:ADDRESS" or "network:all": where a serial number is searched that is not known,
+ *     or whose device was last heard more than 10 s ago on an interface that is not watched; may be repeated.
+ *     Without it the device is used as it was heard last, up to an hour ago
+ *   - `discovery-timeout N`: ms for that search, default 100; it ends as soon as the device has answered
+ *
+ * Over TCP a success does not prove that there is a peer: a refused connection can pass here, and the error
+ * callback then reports QV_IO_ERROR_CONNECTION_LOST.
+ *
  * Options of a USB link:
- *   `baudrate N`         line speed; without it the chip's configuration or the product decides, and a
- *                        product without a speed of its own needs the option
- *   `ftdi-flow-control`  "none", "rtscts" or "dtrdsr"; else as the speed
- *   `health-check N`     ms, 0 or 50 and above, default 250: how soon an unplugged chip is noticed; it is
- *                        reported as QV_IO_ERROR_CONNECTION_LOST once in that time. 0: only when bytes come
- *   `tx-timeout N`       ms, default 1000: a send that takes longer fails. The driver holds a write that
- *                        long, and closing waits for it; with 0 the driver may hold it without limit
- *   `rx-timeout N`       ms, default 1000: the driver's, for one read
- *   `ftdi-latency N`     ms, 1 to 255, default 2: how long the chip collects bytes
- *   `product-name TEXT`  only a chip with this description; may be repeated
- *   "usb:ix:INDEX" counts the chips that are not open and pass `product-name`.
+ *   - `baudrate N`: line speed; without it the chip's configuration or the product decides, and a product
+ *     without a speed of its own needs the option
+ *   - `ftdi-flow-control`: "none", "rtscts" or "dtrdsr"; without it as for the speed
+ *   - `health-check N`: ms, 0 or 50 and above, default 250: how soon an unplugged chip is noticed; it is
+ *     reported as QV_IO_ERROR_CONNECTION_LOST once in that time. 0: only when bytes come
+ *   - `tx-timeout N`: ms, default 1000: a send that takes longer fails. The driver holds a write that long,
+ *     and closing waits for it; with 0 the driver may hold it without limit
+ *   - `rx-timeout N`: ms, default 1000: the driver's, for one read
+ *   - `ftdi-latency N`: ms, 1 to 255, default 2: how long the chip collects bytes
+ *   - `product-name TEXT`: only a chip with this description; may be repeated
+ *
+ * "usb:ix:INDEX" counts the chips that are not open and pass `product-name`.
  *
  * @param handle     receives the lowest free handle; 0 on failure, which is also a valid handle: test the
  *                   result, not the handle. Callbacks may run before the call returns.
+ * @param locator    names the device; the forms are at the top
  * @param options    may be null (the empty text)
  * @param userData   given back as the first argument of both callbacks; QV_IO_Close says when it may be
  *                   freed
@@ -314,22 +331,27 @@ uint32_t QV_IO_Open(uint32_t* handle, const char* locator, const char* options, 
  *     and the system delivers the rest.
  *   - At USB a send ends with its write in progress, at the latest after `tx-timeout`.
  *
- * @param wait  not 0: returns when the device is released and no callback of the handle runs or will run;
- *              then the user data may be freed.
- *              0: returns at once. A callback may run or start until the receive thread has noticed, and
- *              nothing reports that: keep the user data for the rest of the process, or close with wait.
- *              Inside a callback of the same handle the call never waits. No other callback starts after it,
- *              so the user data may be freed at the end of this callback.
+ * @param handle  an open handle
+ * @param wait    not 0: returns when the device is released and no callback of the handle runs or will run;
+ *                then the user data may be freed.
+ *                0: returns at once. A callback may run or start until the receive thread has noticed, and
+ *                nothing reports that: keep the user data for the rest of the process, or close with wait.
+ *                Inside a callback of the same handle the call never waits. No other callback starts after
+ * it, so the user data may be freed at the end of this callback.
  * @return QV_IO_OK; QV_IO_ERROR_INVALID_HANDLE. */
 uint32_t QV_IO_Close(uint32_t handle, uint32_t wait);
 
 /** Sends bytes in order and returns when the system has taken all of them.
- * @param data    `length` bytes, read only during the call; may be null when length is 0
- * @param length  bytes; 0 returns QV_IO_OK without touching the device
+ *
  * Blocks while the device takes no more. Threads: any; sends on one serial or TCP handle do not interleave,
  * those on a USB handle may.
+ *
  * Send a request in one call: over TCP a second short send waits until the peer has acknowledged the first,
  * which takes about 40 ms with most systems.
+ *
+ * @param handle  an open handle
+ * @param data    `length` bytes, read only during the call; may be null when length is 0
+ * @param length  bytes; 0 returns QV_IO_OK without touching the device
  * @return QV_IO_OK; QV_IO_ERROR_INVALID_HANDLE; QV_IO_ERROR_CONNECTION_LOST: the peer reset the link, or the
  *         USB chip is gone;
  *         QV_IO_ERROR_TRANSMIT_FAILED: anything else, including a close during the send;

@@ -25,4 +25,7 @@
 #include "quorvio/detail/options.hpp"
 #include "quorvio/detail/reconnecting.hpp"
 
+/** @namespace quorvio
+ * Channels, lists and watches as objects; failures as exceptions. */
+
 #endif

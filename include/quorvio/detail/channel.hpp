@@ -26,6 +26,7 @@ namespace quorvio {
  * bytes come again. The channel stays open; close it and open the device again, or use Reconnecting. */
 class Channel {
  public:
+  /** Bytes of the buffer where nothing else is asked for. */
   static constexpr std::size_t kDefaultBuffer = std::size_t{1} << 20U;
 
   /** A closed channel: every member throws Errc::invalidHandle. */
@@ -33,6 +34,8 @@ class Channel {
 
   /** Opens a device whose bytes are buffered. When the buffer is full, receiving rests until bytes are read
    * or discarded; how that reaches the device depends on its link (TCP: it cannot send more).
+   * @param locator     as QV_IO_Open
+   * @param options     as QV_IO_Open
    * @param bufferSize  bytes, at least 1; memory is taken as bytes come
    * @throws Error  as QV_IO_Open */
   explicit Channel(std::string_view locator, const Options& options = {},
@@ -43,6 +46,8 @@ class Channel {
    * and may run before the constructor returns. They may use, close, move and destroy any channel, their own
    * included; what they hold is destroyed when the channel is closed and they have returned.
    * They must not throw, which ends the process, and not end their thread.
+   * @param locator    as QV_IO_Open
+   * @param options    as QV_IO_Open
    * @param onReceive  may be empty: bytes are dropped
    * @param onLost     may be empty */
   Channel(std::string_view locator, const Options& options, OnReceive onReceive, OnLost onLost = {})
@@ -50,10 +55,12 @@ class Channel {
                         detail::ChannelFunctions{std::move(onReceive), std::move(onLost)}),
                     locator, options)) {}
 
+  /** The other is closed afterwards. */
   Channel(Channel&& other) noexcept = default;
+  /** Closes the channel that was here. */
   Channel& operator=(Channel&& other) noexcept {
     Channel moved(std::move(other));
-    std::swap(state_, moved.state_);  // what was here is closed now
+    std::swap(state_, moved.state_);
     return *this;
   }
   Channel(const Channel&) = delete;
@@ -71,11 +78,13 @@ class Channel {
     if (state) detail::ChannelState::close(state);
   }
 
+  /** False once close() has begun, and in a forked child. A lost link stays open. */
   [[nodiscard]] bool isOpen() const { return state_ && state_->isOpen(); }
 
   /** Sends all bytes; returns when the system has them. Blocks while the device takes no more.
    * @throws Error  as QV_IO_Send; some bytes may have been sent */
   void send(std::string_view bytes) const { send(bytes.data(), bytes.size()); }
+  /** The same for any bytes. */
   void send(const void* data, std::size_t size) const {
     detail::check(state()->use([&](uint32_t handle) { return QV_IO_Send(handle, data, size); }), "send");
   }
@@ -105,8 +114,9 @@ class Channel {
    * A late answer to an earlier request is never returned as the answer to this one if it has arrived
    * before the request is sent. If it may come still later, only the device's protocol can tell: close and
    * open again after a time-out, or wait and discard.
-   * @param request  as the device wants it, with its line end
-   * @param timeout  for the answer, from the moment the request is sent
+   * @param request     as the device wants it, with its line end
+   * @param terminator  ends the answer; taken but not returned
+   * @param timeout     for the answer, from the moment the request is sent
    * @throws Error  as discard, send and readUntil */
   [[nodiscard]] std::string query(std::string_view request, std::string_view terminator,
                                   Duration timeout) const {

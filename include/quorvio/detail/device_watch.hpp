@@ -23,8 +23,8 @@ namespace quorvio {
 
 /** A network device has appeared or become available (found), or is gone or busy. */
 struct DeviceEvent {
-  bool found = false;
-  Device device;
+  bool found = false;  ///< false: gone or busy
+  Device device;       ///< as it was heard last
 };
 
 namespace detail {
@@ -138,10 +138,12 @@ class DeviceWatch {
     detail::check(result, "watch devices");
   }
 
+  /** The other is closed afterwards. */
   DeviceWatch(DeviceWatch&& other) noexcept = default;
+  /** Closes the watch that was here. */
   DeviceWatch& operator=(DeviceWatch&& other) noexcept {
     DeviceWatch moved(std::move(other));
-    std::swap(state_, moved.state_);  // what was here is closed now
+    std::swap(state_, moved.state_);
     return *this;
   }
   DeviceWatch(const DeviceWatch&) = delete;

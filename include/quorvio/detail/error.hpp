@@ -38,8 +38,10 @@ enum class Errc : int {
 
 }  // namespace quorvio
 
+/// @cond
 template <>
 struct std::is_error_code_enum<quorvio::Errc> : std::true_type {};
+/// @endcond
 
 namespace quorvio {
 namespace detail {
@@ -75,6 +77,7 @@ class Category final : public std::error_category {
 
 }  // namespace detail
 
+/** Of the codes that are an Errc. */
 inline const std::error_category& category() noexcept {
   // Never destroyed: callbacks may run while the process exits.
   alignas(detail::Category) static unsigned char storage[sizeof(detail::Category)];
@@ -82,12 +85,16 @@ inline const std::error_category& category() noexcept {
   return forever;
 }
 
+/** For the implicit conversion of an Errc to std::error_code. */
 inline std::error_code make_error_code(Errc code) noexcept { return {static_cast<int>(code), category()}; }
 
 /** Every failure that this header throws. */
 class Error : public std::system_error {
  public:
+  /** @param code  why
+   * @param what  for people; what() adds the code's message */
   Error(Errc code, const std::string& what) : std::system_error(make_error_code(code), what) {}
+  /** The same for a code of any category. */
   Error(std::error_code code, const std::string& what) : std::system_error(code, what) {}
 };
 

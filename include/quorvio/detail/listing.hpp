@@ -16,6 +16,7 @@
 
 namespace quorvio {
 
+/** Kinds of interface, with the numbers of the C functions. */
 enum class InterfaceKind : uint32_t {
   usb = QV_IO_INTERFACE_USB,
   network = QV_IO_INTERFACE_NETWORK,
@@ -28,11 +29,11 @@ using Properties = std::map<std::string, std::string, std::less<>>;
 
 /** A device as a listing gives it. Numbers are 0 and texts empty where a device has none. */
 struct Device {
-  InterfaceKind kind = InterfaceKind::all;
-  std::string locator;  ///< for Channel; empty: it cannot be named
-  std::string serialNumber;
-  bool available = false;  ///< not in use by somebody else
-  uint32_t protocolId = 0;
+  InterfaceKind kind = InterfaceKind::all;  ///< usb or network
+  std::string locator;                      ///< for Channel; empty: it cannot be named
+  std::string serialNumber;                 ///< as the device gives it
+  bool available = false;                   ///< not in use by somebody else
+  uint32_t protocolId = 0;                  ///< the protocol that it speaks
 
   std::string info;       ///< network: what the device says of itself; USB: the product's description
   uint32_t type = 0;      ///< network
@@ -40,19 +41,19 @@ struct Device {
   std::string host;       ///< network
   uint16_t port = 0;      ///< network
 
-  uint32_t chipId = 0;  ///< USB, as are the next two
-  uint16_t vendorId = 0;
-  uint16_t productId = 0;
+  uint32_t chipId = 0;     ///< USB
+  uint16_t vendorId = 0;   ///< USB
+  uint16_t productId = 0;  ///< USB
 
   Properties properties;  ///< all of the above as text, and whatever else the library gives
 };
 
 /** A local network interface. */
 struct Interface {
-  std::string name;
-  std::string address;  ///< dotted; "network:" + address is what the options `iface` and DeviceWatch take
-  std::string subnetMask;
-  Properties properties;
+  std::string name;        ///< of the system, such as eth0
+  std::string address;     ///< dotted; "network:" + address is what the options `iface` and DeviceWatch take
+  std::string subnetMask;  ///< dotted
+  Properties properties;   ///< all of the above as text, and whatever else the library gives
 };
 
 namespace detail {
@@ -147,9 +148,10 @@ auto readLines(std::string_view text, Read read) {
  *
  *     listDevices(InterfaceKind::network, Options().add("iface", "network:192.168.0.2"))
  *
- * @param kind  usb, network or all: serial ports cannot be listed, so that `serial` and lists that include it
- *              throw Errc::notSupported
- * @param keys  of the properties to ask for; empty: all, for which USB devices must be opened */
+ * @param kind     usb, network or all: serial ports cannot be listed, so that `serial` and lists that include
+ *                 it throw Errc::notSupported
+ * @param options  filters, and where and how long to search
+ * @param keys     of the properties to ask for; empty: all, for which USB devices must be opened */
 inline std::vector<Device> listDevices(InterfaceKind kind, Options options = {},
                                        const std::vector<std::string>& keys = {}) {
   const auto* word = kind == InterfaceKind::usb       ? "usb"

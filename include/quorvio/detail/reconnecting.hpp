@@ -26,8 +26,8 @@ namespace quorvio {
 /** How soon a lost device is opened again: after `first`, then twice that, and so on up to `longest`. A
  * connection that has lasted longer than `longest` begins at `first` again. */
 struct Backoff {
-  Duration first = std::chrono::milliseconds(100);
-  Duration longest = std::chrono::seconds(5);
+  Duration first = std::chrono::milliseconds(100);  ///< before the first attempt
+  Duration longest = std::chrono::seconds(5);       ///< between attempts
 };
 
 /** An empty code: the device is open (again). Else: it was lost, and why. */
@@ -217,9 +217,12 @@ class Link {
 class Reconnecting {
  public:
   /** Makes the first attempt before it returns. A device that cannot be opened now is opened later.
+   * @param locator   as QV_IO_Open
+   * @param options   as QV_IO_Open
    * @param onChange  may be empty. Called once for each time that the device was opened or lost, on the
    * thread of this object (the first attempt: the caller's), without locks; may use and destroy this object.
    * Must not throw
+   * @param backoff   pauses between attempts
    * @throws Error  Errc::invalidLocator, Errc::invalidArgument: no attempt can succeed */
   explicit Reconnecting(std::string_view locator, Options options = {}, OnChange onChange = {},
                         Backoff backoff = {})
@@ -228,10 +231,12 @@ class Reconnecting {
     detail::Link::start(link_);
   }
 
+  /** The other is closed afterwards. */
   Reconnecting(Reconnecting&& other) noexcept = default;
+  /** Closes the device that was here, as the destructor does. */
   Reconnecting& operator=(Reconnecting&& other) noexcept {
     Reconnecting moved(std::move(other));
-    std::swap(link_, moved.link_);  // what was here is closed now
+    std::swap(link_, moved.link_);
     return *this;
   }
   Reconnecting(const Reconnecting&) = delete;
@@ -251,7 +256,8 @@ class Reconnecting {
    * @return empty: it is open; else why the last attempt failed, or the loss */
   [[nodiscard]] std::error_code waitOpen(Duration timeout) const { return link()->waitOpen(timeout); }
 
-  /** As the members of Channel. */
+  /** @{ */
+  /** As the member of Channel. */
   void send(std::string_view bytes) const { link()->channel()->send(bytes); }
   [[nodiscard]] std::string read(Duration timeout = Duration::zero()) const {
     return link()->channel()->read(timeout);
@@ -267,6 +273,7 @@ class Reconnecting {
     return link()->channel()->query(request, terminator, timeout);
   }
   void discard() const { link()->channel()->discard(); }
+  /** @} */
 
  private:
   [[nodiscard]] std::shared_ptr<detail::Link> link() const {
