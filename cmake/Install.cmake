@@ -19,6 +19,9 @@ endif()
 if(TARGET qvio_manual)
   install_manual_pages(1 ${PROJECT_BINARY_DIR}/man/)
 endif()
+# The guide and the pages that it leads to.
+install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/quorvio
+  FILES_MATCHING REGEX "/(guide|python|qvio|reliability)[.]md$" PATTERN man EXCLUDE)
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/quorvio)
 install(EXPORT quorvioTargets NAMESPACE quorvio:: DESTINATION ${package_folder})
