@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <regex>
 #include <sstream>
 #include <string>
 
@@ -55,9 +54,16 @@ std::string Plain(const std::string& text) {
 }
 
 /// Each sentence begins on a line of its own, as mdoc wants it.
-std::string Sentences(const std::string& text) {
-  static const std::regex kEnd(R"(([.:?]\)?) +(?=[A-Z"]))");
-  return Plain(std::regex_replace(text, kEnd, "$1\n"));
+std::string Sentences(std::string text) {
+  const auto beginsSentence = [](unsigned char letter) { return std::isupper(letter) != 0 || letter == '"'; };
+  for (std::size_t at = 0; (at = text.find(' ', at + 1)) != std::string::npos;) {
+    const auto end = text.find_last_not_of(" )", at);
+    const auto next = text.find_first_not_of(' ', at);
+    if (end == std::string::npos || next == std::string::npos) continue;
+    const bool isEnd = std::string_view(".:?").find(text[end]) != std::string_view::npos;
+    if (isEnd && beginsSentence(static_cast<unsigned char>(text[next]))) text.replace(at, next - at, "\n");
+  }
+  return Plain(text);
 }
 
 /// "Fl b , Fl -baud Ar text".
