@@ -4,7 +4,7 @@ if(NOT DOXYGEN_FOUND)
   return()
 endif()
 set(DOXYGEN_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/reference)
-set(DOXYGEN_STRIP_FROM_PATH ${PROJECT_SOURCE_DIR}/include)
+set(DOXYGEN_STRIP_FROM_PATH ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR})  # the same pages in every folder
 set(DOXYGEN_USE_MDFILE_AS_MAINPAGE ${PROJECT_SOURCE_DIR}/docs/reference.md)
 set(DOXYGEN_JAVADOC_AUTOBRIEF YES)
 set(DOXYGEN_DISTRIBUTE_GROUP_DOC YES)  # the members of Reconnecting share the comment of the first
