@@ -14,8 +14,8 @@
 
 #include "io/ftdi/d2xx.h"
 #include "sim/event_loop.h"
-#include "sim/ftdi/byte_queue.h"
 #include "sim/responder.h"
+#include "util/byte_queue.h"
 
 namespace qvsim {
 
@@ -88,7 +88,7 @@ class Port : public std::enable_shared_from_this<Port> {
   bool pumpIsPosted_ = false;
   std::string toTransmit_;
   std::string delayed_;  ///< answers that wait in the chip
-  ByteQueue received_;
+  cppu::ByteQueue received_;
   std::size_t wanted_ = std::numeric_limits<std::size_t>::max();  ///< by the most modest of the blocked reads
   std::chrono::milliseconds readTimeout_{0};
   std::chrono::milliseconds writeTimeout_{0};

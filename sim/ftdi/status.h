@@ -1,17 +1,7 @@
 #pragma once
 
-#include <cstdint>
+#include "driver/status.h"
 
-/// What the driver's functions return.
-namespace qvsim::status {
-
-inline constexpr uint32_t kOk = 0;
-inline constexpr uint32_t kInvalidHandle = 1;
-inline constexpr uint32_t kDeviceNotFound = 2;
-inline constexpr uint32_t kDeviceNotOpened = 3;  ///< it is open already
-inline constexpr uint32_t kIoError = 4;
-inline constexpr uint32_t kInvalidParameter = 6;
-inline constexpr uint32_t kInvalidBaudRate = 7;
-inline constexpr uint32_t kOtherError = 18;
-
-}  // namespace qvsim::status
+namespace qvsim {
+namespace status = qvusb::status;
+}

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace qvsim {
+namespace cppu {
 
 /// Bytes that come out in the order in which they went in. Moves the rest only from time to time.
 class ByteQueue {
@@ -38,4 +38,4 @@ class ByteQueue {
   std::size_t taken_ = 0;
 };
 
-}  // namespace qvsim
+}  // namespace cppu
