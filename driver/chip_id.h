@@ -1,0 +1,12 @@
+#pragma once
+
+#include "driver/d2xx_functions.h"
+
+// What the chip-id library asks of the other one, which has the chips.
+#pragma GCC visibility push(default)
+extern "C" {
+void QVUSB_NoteCall(const char* function);
+Api::FTID_GetNumDevices QVUSB_ChipCount;
+Api::FTID_GetChipIDFromHandle QVUSB_ChipId;
+}
+#pragma GCC visibility pop

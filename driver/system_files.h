@@ -1,0 +1,20 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace qvusb {
+
+// Files of the kernel, which come and go while they are read.
+
+/// The first line of a file; empty when it cannot be read.
+std::string Line(const std::filesystem::path& file);
+
+/// The names in a folder, in alphabetical order; none when it cannot be read.
+std::vector<std::string> Entries(const std::filesystem::path& folder);
+
+/// What a symbolic link refers to, without the folders; empty when there is no such link.
+std::string LinkedName(const std::filesystem::path& link);
+
+}  // namespace qvusb
