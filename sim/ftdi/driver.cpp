@@ -11,22 +11,13 @@
 #include <stdexcept>
 #include <utility>
 
-#include "sim/controller.h"
-#include "sim/ftdi/identity.h"
+#include "sim/ftdi/device.h"
 #include "sim/ftdi/status.h"
 
 namespace qvsim {
 namespace {
 
 using qvio::d2xx::DeviceNode;
-
-MakeResponder DeviceOf(const ChipDescription& chip) {
-  auto device = chip.link == ChipDescription::Link::Echo
-                    ? MakeResponder(MakeEcho)
-                    : ServeController({.serialNumber = chip.serialNumber});
-  if (!chip.protocolId) return device;
-  return [=, id = *chip.protocolId] { return std::make_unique<Identity>(id, device()); };
-}
 
 std::string ContentsOf(const std::string& path) {
   std::ifstream file(path);

@@ -1,0 +1,76 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include "driver/chip.h"
+#include "driver/link.h"
+#include "sim/ftdi/chip_text.h"
+#include "sim/responder.h"
+#include "util/unique_fd.h"
+
+namespace qvtest {
+
+/// A chip from its plugging in to its unplugging: answers requests, and exchanges packets with the driver.
+/// Any thread.
+class FakeChip {
+ public:
+  using Accept = std::function<std::size_t(std::size_t size)>;
+
+  /// @param accept  how many bytes of a write go
+  FakeChip(qvsim::ChipDescription about, uint32_t address, Accept accept);
+
+  [[nodiscard]] qvusb::Channel channel() const;
+  [[nodiscard]] const qvsim::ChipDescription& about() const { return about_; }
+
+  // What a test does.
+  void unplug();
+  void setStalled(bool stalled);
+  void send(std::string_view bytes);
+  [[nodiscard]] std::string settings() const;
+  bool isHeld = false;  ///< by another process; guarded by the machine
+
+  // What the link does.
+  bool setOpen(bool open);  ///< false: it was unplugged
+  int control(const qvusb::ControlRequest& request, std::span<uint8_t> answer);
+  int submit(qvusb::Transfer& transfer);
+  qvusb::Transfer* reap();
+  void cancel(const qvusb::Transfer& transfer);
+  [[nodiscard]] int readyFd() const { return ready_.get(); }
+
+ private:
+  // Caller holds the lock.
+  void pump();
+  void write(qvusb::Transfer& transfer);
+  void fill(qvusb::Transfer& transfer);
+  void end(qvusb::Transfer& transfer, int error, std::size_t done);
+  void note(const qvusb::ControlRequest& request);
+  [[nodiscard]] uint16_t eepromWord(std::size_t word) const;
+
+  const qvsim::ChipDescription about_;
+  const uint32_t address_;
+  const Accept accept_;
+  const std::string eeprom_;
+  const cppu::UniqueFd ready_;
+
+  mutable std::mutex mutex_;  ///< guards what follows
+  bool isPlugged_ = true;
+  bool isOpen_ = false;
+  bool isStalled_ = false;
+  std::unique_ptr<qvsim::Responder> device_;
+  std::string toHost_;
+  std::deque<qvusb::Transfer*> reads_;
+  std::deque<qvusb::Transfer*> writes_;
+  std::deque<qvusb::Transfer*> ended_;
+  std::map<std::string, std::string> settings_;
+  unsigned purges_ = 0;
+  unsigned purged_ = 0;
+};
+
+}  // namespace qvtest
