@@ -58,7 +58,7 @@ std::string Unbind(const UsbChip& chip) {
 Finding CheckChip(const Machine& machine, const UsbChip& chip) {
   if (chip.isSerialPort() && !HasFtdiLibrary(machine))
     return {chip.text, State::Note, "ftdi_sio makes it a serial port"};
-  if (chip.isSerialPort())
+  if (chip.isSerialPort() && !HasOwnDriver(machine))
     return {chip.text, State::Fault,
             "the kernel's ftdi_sio holds it: it works as a serial port, but not on usb: locators",
             Unbind(chip)};

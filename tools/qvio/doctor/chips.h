@@ -23,4 +23,7 @@ std::vector<UsbChip> ChipsOf(const Machine& machine);
 /// Whether one of FTDI's libraries is installed, working or not: then chips are meant for usb: locators.
 bool HasFtdiLibrary(const Machine& machine);
 
+/// Whether the driver that the loader finds is our own, which takes chips from ftdi_sio and gives them back.
+bool HasOwnDriver(const Machine& machine);
+
 }  // namespace qvio_tool

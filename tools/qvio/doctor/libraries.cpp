@@ -132,6 +132,11 @@ bool HasFtdiLibrary(const Machine& machine) {
          Find(machine, qvio::FileName(FtdiLibrary::ChipId)).fit != Fit::Missing;
 }
 
+bool HasOwnDriver(const Machine& machine) {
+  const auto found = Find(machine, qvio::FileName(FtdiLibrary::Driver));
+  return found.fit == Fit::Loadable && ExportsOf(machine.at(found.path)).contains("QVUSB_ChipId");
+}
+
 Findings CheckFtdiLibraries(const Machine& machine) {
   const auto chips = ChipsOf(machine);
   const auto isSerialPort = [](const UsbChip& chip) { return chip.isSerialPort(); };
