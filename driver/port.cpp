@@ -6,13 +6,13 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <ctime>
 #include <optional>
 #include <system_error>
 #include <utility>
 
 #include "driver/packets.h"
 #include "driver/status.h"
+#include "util/scope_exit.h"
 #include "util/system_call.h"
 
 namespace qvusb {
@@ -31,7 +31,8 @@ constexpr auto kTimeOfAPiece = 20ms;
 constexpr uint32_t kBitsOfAByte = 10;
 constexpr auto kRestAfterFailure = 10ms;
 constexpr int kMostFailures = 50;
-constexpr auto kPatience = 1ms;
+constexpr int kTries = 100;  ///< of locking a mutex that is seldom held for more than a microsecond
+constexpr auto kRestBetweenSignals = 1ms;
 
 /// As many bytes as the line carries while a write may last: only a line that is held up makes us cancel one.
 std::size_t PieceSize(uint32_t baud) {
@@ -39,16 +40,11 @@ std::size_t PieceSize(uint32_t baud) {
   return std::clamp<std::size_t>(baud / kBitsOfAByte / piecesInASecond, kSmallestPiece, kLargestTransfer);
 }
 
-/// False when the event's owner keeps its mutex: he may be about to close the port.
+/// False when the event's owner keeps its mutex: it may be about to close the port.
 bool Signal(EventHandle& event) {
-  timespec limit{};
-  ::clock_gettime(CLOCK_MONOTONIC, &limit);
-  limit.tv_nsec += static_cast<long>(std::chrono::nanoseconds(kPatience).count());
-  if (limit.tv_nsec >= 1'000'000'000) {
-    limit.tv_nsec -= 1'000'000'000;
-    ++limit.tv_sec;
-  }
-  if (::pthread_mutex_clocklock(&event.mutex, CLOCK_MONOTONIC, &limit) != 0) return false;
+  int error = EBUSY;
+  for (int tries = 0; error != 0 && tries < kTries; ++tries) error = ::pthread_mutex_trylock(&event.mutex);
+  if (error != 0) return false;
   ::pthread_mutex_unlock(&event.mutex);
   // Now: under the mutex the owner would wake only to wait for it.
   ::pthread_cond_broadcast(&event.condition);
@@ -128,7 +124,7 @@ void Port::waitForWork() {
     const Lock lock(mutex_);
     if (isGone_) entries[1].fd = -1;  // it would be ready forever
     if (!isGone_) deadline = retryAt_;
-    if (isDue_) deadline = Clock::now();
+    if (isDue_) deadline = Clock::now() + kRestBetweenSignals;
   }
   cppu::PollUntil(entries, deadline);
   eventfd_t ignored = 0;
@@ -168,7 +164,7 @@ void Port::noteFailure(Lock& held, const Transfer& transfer) {
 
 void Port::submitReads(Lock& held) {
   isPaused_ = received_.size() > (isPaused_ ? kRoomy : kFull);
-  if (isPaused_ || isGone_ || isClosed_) return;
+  if (isPaused_ || isPurging_ || isGone_ || isClosed_) return;
   if (retryAt_ && !cppu::HasPassed(retryAt_)) return;
   retryAt_.reset();
   for (auto& transfer : reads_) {
@@ -283,15 +279,21 @@ uint32_t Port::getStatus(uint32_t& received, uint32_t& toTransmit, uint32_t& eve
   return status::kOk;
 }
 
-/// The reads that have ended by then hold bytes of before.
+/// Pending reads are ended first: they may hold bytes of before.
 void Port::purge(bool received, bool toTransmit) {
   if (toTransmit) control_.purge(ChipControl::Queue::ToTransmit);
   if (!received) return;
-  control_.purge(ChipControl::Queue::Received);
   Lock lock(mutex_);
+  isPurging_ = true;
+  const cppu::ScopeExit readOn([&] {  // also when the chip does not answer
+    isPurging_ = false;
+    submitReads(lock);
+  });
+  for (auto& transfer : reads_)
+    if (transfer.isPending) link_->cancel(transfer);
+  control_.purge(ChipControl::Queue::Received);
   collect(lock);
   received_.clear();
-  submitReads(lock);
 }
 
 void Port::setTimeouts(uint32_t readMs, uint32_t writeMs) {

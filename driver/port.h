@@ -92,6 +92,7 @@ class Port final : public cppu::Worker {
   bool isClosed_ = false;
   bool isGone_ = false;    ///< the chip was unplugged
   bool isPaused_ = false;  ///< the queue is full
+  bool isPurging_ = false;
   int failuresInARow_ = 0;
   std::optional<Clock::time_point> retryAt_;  ///< no reads before
   cppu::ByteQueue received_;

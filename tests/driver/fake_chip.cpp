@@ -166,9 +166,10 @@ Transfer* FakeChip::reap() {
   return transfer;
 }
 
-void FakeChip::cancel(const Transfer& transfer) {
+void FakeChip::cancel(Transfer& transfer) {
   const std::lock_guard lock(mutex_);
-  if (std::ranges::count(writes_, &transfer) != 0) end(const_cast<Transfer&>(transfer), 0, 0);
+  if (std::ranges::count(writes_, &transfer) + std::ranges::count(reads_, &transfer) != 0)
+    end(transfer, 0, 0);
 }
 
 void FakeChip::pump() {

@@ -41,7 +41,7 @@ class FakeChip {
   int control(const qvusb::ControlRequest& request, std::span<uint8_t> answer);
   int submit(qvusb::Transfer& transfer);
   qvusb::Transfer* reap();
-  void cancel(const qvusb::Transfer& transfer);
+  void cancel(qvusb::Transfer& transfer);
   [[nodiscard]] int readyFd() const { return ready_.get(); }
 
  private:

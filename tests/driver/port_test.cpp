@@ -74,6 +74,14 @@ TEST_F(OpenChip, LeavesWithTheChipWhatTheQueueCannotTake) {
   EXPECT_EQ(read(sent.size()).second, sent) << "in larger transfers";
 }
 
+TEST_F(OpenChip, ForgetsWhatCameBeforeAPurge) {
+  inject("old");
+  EXPECT_TRUE(Eventually([&] { return waiting() == 3; }));
+  EXPECT_EQ(ft.FT_Purge(chip, 1), 0U);
+  inject("new");
+  EXPECT_EQ(read(3).second, "new");
+}
+
 TEST_F(OpenChip, GivesWhatItHasBeforeItReportsThatTheChipIsGone) {
   inject("abc");
   EXPECT_TRUE(Eventually([&] { return waiting() == 3; }));
@@ -174,7 +182,7 @@ TEST(OwnDriver, ReadsOnAfterAFaultOfTheBusUntilItIsClearThatTheChipIsGone) {
 TEST(OwnDriver, HasAllFunctionsThatTheLibraryNeeds) {
   for (const auto library : {qvio::FtdiLibrary::Driver, qvio::FtdiLibrary::ChipId}) {
     const auto path = std::string(DRIVER_FOLDER) + '/' + qvio::FileName(library);
-    void* const loaded = ::dlmopen(LM_ID_NEWLM, path.c_str(), RTLD_NOW);
+    void* const loaded = ::dlopen(path.c_str(), RTLD_NOW);
     ASSERT_NE(loaded, nullptr) << ::dlerror();
     for (const auto name : qvio::NeededFunctions(library))
       EXPECT_NE(::dlsym(loaded, std::string(name).c_str()), nullptr) << name;
