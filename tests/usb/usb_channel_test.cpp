@@ -157,7 +157,7 @@ TEST_F(Usb, ClosesAtOnceInEveryState) {
 TEST_F(Usb, EndsASendThatIsInProgressWhenItIsClosed) {
   for (const bool unplugged : {false, true}) {
     plugIn(kChips);
-    RecordedChannel channel("usb:sn:SLOW", "tx-timeout 150");
+    RecordedChannel channel("usb:sn:SLOW", "tx-timeout 20000");
     find<decltype(QVSIM_LimitWrites)>("QVSIM_LimitWrites")(1000000, 0);
     auto sender = std::async(std::launch::async, [&] { return channel.send("x"); });
     EXPECT_TRUE(Eventually([&] { return calls("FT_Write") > 3; }));
