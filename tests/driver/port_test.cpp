@@ -121,7 +121,7 @@ TEST_F(OpenChip, TellsTheChipWhatWasSet) {
                 ft.FT_SetBitMode(chip, 255, 64) + ft.FT_Purge(chip, 3),
             0U);
   EXPECT_STREQ(find<decltype(QVSIM_Settings)>("QVSIM_Settings")("L"),
-               "baud=12000000 bitmode=255,64 data=7,2,1 flow=1024,17,19 latency=3 purged=3 purges=1");
+               "baud=12000000 r0=1,0 r11=16639,0 r2=4881,1024 r4=4359,0 r9=3,0");
   EXPECT_EQ(ft.FT_SetBaudRate(chip, 50), status::kInvalidBaudRate);
   EXPECT_EQ(ft.FT_SetLatencyTimer(chip, 0), status::kInvalidParameter);
   EXPECT_EQ(ft.FT_EE_UAWrite(chip, nullptr, 0), status::kNotSupported);

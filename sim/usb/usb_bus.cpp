@@ -1,4 +1,4 @@
-#include "driver/fake_machine.h"
+#include "sim/usb/usb_bus.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -7,20 +7,20 @@
 #include "driver/system.h"
 #include "util/never_destroyed.h"
 
-namespace qvtest {
+namespace qvsim {
 namespace {
 
 using qvusb::Transfer;
 
-class FakeLink final : public qvusb::Link {
+class BusLink final : public qvusb::Link {
  public:
-  explicit FakeLink(std::shared_ptr<FakeChip> chip) : chip_(std::move(chip)) {
-    TheMachine().changeOpenLinks(1);
+  explicit BusLink(std::shared_ptr<UsbChip> chip) : chip_(std::move(chip)) {
+    TheBus().changeOpenLinks(1);
     if (chip_->setOpen(true)) return;
     release();
     throw std::system_error(ENODEV, std::generic_category());
   }
-  ~FakeLink() override { release(); }
+  ~BusLink() override { release(); }
 
   int control(const qvusb::ControlRequest& request, std::span<uint8_t> answer) override {
     return chip_->control(request, answer);
@@ -33,38 +33,38 @@ class FakeLink final : public qvusb::Link {
   void release() noexcept override {
     if (std::exchange(isReleased_, true)) return;
     chip_->setOpen(false);
-    TheMachine().changeOpenLinks(-1);
+    TheBus().changeOpenLinks(-1);
   }
   void abandon() noexcept override {}
 
  private:
-  const std::shared_ptr<FakeChip> chip_;
+  const std::shared_ptr<UsbChip> chip_;
   bool isReleased_ = false;
 };
 
 }  // namespace
 
-FakeMachine& TheMachine() {
-  static cppu::NeverDestroyed<FakeMachine> machine;
+UsbBus& TheBus() {
+  static cppu::NeverDestroyed<UsbBus> machine;
   return machine.value;
 }
 
-FakeMachine::ChipPtr FakeMachine::make(const qvsim::ChipDescription& about) {
-  auto chip = std::make_shared<FakeChip>(about, ++lastAddress_, [this](std::size_t size) {
+UsbBus::ChipPtr UsbBus::make(const ChipDescription& about) {
+  auto chip = std::make_shared<UsbChip>(about, ++lastAddress_, [this](std::size_t size) {
     return std::min<std::size_t>(size, script.nextWrite().acceptAtMost);
   });
   chip->isHeld = about.held;
   return chip;
 }
 
-void FakeMachine::setChips(const std::vector<qvsim::ChipDescription>& chips) {
+void UsbBus::setChips(const std::vector<ChipDescription>& chips) {
   const std::lock_guard lock(mutex_);
   for (const auto& slot : slots_) slot.chip->unplug();
   slots_.clear();
   for (const auto& about : chips) slots_.push_back({make(about), true});
 }
 
-std::vector<FakeMachine::ChipPtr> FakeMachine::chips() const {
+std::vector<UsbBus::ChipPtr> UsbBus::chips() const {
   const std::lock_guard lock(mutex_);
   std::vector<ChipPtr> chips;
   for (const auto& slot : slots_)
@@ -72,14 +72,14 @@ std::vector<FakeMachine::ChipPtr> FakeMachine::chips() const {
   return chips;
 }
 
-FakeMachine::ChipPtr FakeMachine::named(std::string_view serial) const {
+UsbBus::ChipPtr UsbBus::named(std::string_view serial) const {
   const std::lock_guard lock(mutex_);
   for (const auto& slot : slots_)
     if (slot.chip->about().serialNumber == serial) return slot.chip;
   return nullptr;
 }
 
-bool FakeMachine::setPlugged(std::string_view serial, bool plugged) {
+bool UsbBus::setPlugged(std::string_view serial, bool plugged) {
   const auto chip = named(serial);
   if (!chip) return false;
   const std::lock_guard lock(mutex_);
@@ -90,35 +90,35 @@ bool FakeMachine::setPlugged(std::string_view serial, bool plugged) {
   return true;
 }
 
-bool FakeMachine::setHeld(std::string_view serial, bool held) {
+bool UsbBus::setHeld(std::string_view serial, bool held) {
   const auto chip = named(serial);
   if (chip) chip->isHeld = held;
   return chip != nullptr;
 }
 
-std::size_t FakeMachine::openLinks() const {
+std::size_t UsbBus::openLinks() const {
   const std::lock_guard lock(mutex_);
   return static_cast<std::size_t>(openLinks_);
 }
 
-void FakeMachine::changeOpenLinks(int by) {
+void UsbBus::changeOpenLinks(int by) {
   const std::lock_guard lock(mutex_);
   openLinks_ += by;
 }
 
-}  // namespace qvtest
+}  // namespace qvsim
 
 namespace qvusb {
 
 std::vector<Channel> PluggedChannels() {
   std::vector<Channel> channels;
-  for (const auto& chip : qvtest::TheMachine().chips()) channels.push_back(chip->channel());
+  for (const auto& chip : qvsim::TheBus().chips()) channels.push_back(chip->channel());
   return channels;
 }
 
 std::unique_ptr<Link> OpenLink(const Channel& channel) {
-  for (auto& chip : qvtest::TheMachine().chips())
-    if (IsSame(chip->channel(), channel)) return std::make_unique<qvtest::FakeLink>(chip);
+  for (auto& chip : qvsim::TheBus().chips())
+    if (IsSame(chip->channel(), channel)) return std::make_unique<qvsim::BusLink>(chip);
   throw std::system_error(ENODEV, std::generic_category());
 }
 

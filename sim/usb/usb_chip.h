@@ -15,24 +15,26 @@
 #include "sim/responder.h"
 #include "util/unique_fd.h"
 
-namespace qvtest {
+namespace qvsim {
 
 /// A chip from its plugging in to its unplugging: answers requests, and exchanges packets with the driver.
 /// Any thread.
-class FakeChip {
+class UsbChip {
  public:
   using Accept = std::function<std::size_t(std::size_t size)>;
 
   /// @param accept  how many bytes of a write go
-  FakeChip(qvsim::ChipDescription about, uint32_t address, Accept accept);
+  UsbChip(ChipDescription about, uint32_t address, Accept accept);
 
   [[nodiscard]] qvusb::Channel channel() const;
-  [[nodiscard]] const qvsim::ChipDescription& about() const { return about_; }
+  [[nodiscard]] const ChipDescription& about() const { return about_; }
 
   // What a test does.
   void unplug();
   void setStalled(bool stalled);
   void send(std::string_view bytes);
+
+  /// The last request of each kind, as "r9=2,0" with its value and index, but the speed as "baud=9600".
   [[nodiscard]] std::string settings() const;
   bool isHeld = false;  ///< by another process; guarded by the machine
 
@@ -53,7 +55,7 @@ class FakeChip {
   void note(const qvusb::ControlRequest& request);
   [[nodiscard]] uint16_t eepromWord(std::size_t word) const;
 
-  const qvsim::ChipDescription about_;
+  const ChipDescription about_;
   const uint32_t address_;
   const Accept accept_;
   const std::string eeprom_;
@@ -63,14 +65,12 @@ class FakeChip {
   bool isPlugged_ = true;
   bool isOpen_ = false;
   bool isStalled_ = false;
-  std::unique_ptr<qvsim::Responder> device_;
+  std::unique_ptr<Responder> device_;
   std::string toHost_;
   std::deque<qvusb::Transfer*> reads_;
   std::deque<qvusb::Transfer*> writes_;
   std::deque<qvusb::Transfer*> ended_;
   std::map<std::string, std::string> settings_;
-  unsigned purges_ = 0;
-  unsigned purged_ = 0;
 };
 
-}  // namespace qvtest
+}  // namespace qvsim

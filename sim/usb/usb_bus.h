@@ -5,19 +5,19 @@
 #include <string_view>
 #include <vector>
 
-#include "driver/fake_chip.h"
 #include "sim/ftdi/call_script.h"
+#include "sim/usb/usb_chip.h"
 
-namespace qvtest {
+namespace qvsim {
 
 /// What is plugged in, instead of the machine's chips. Any thread.
-class FakeMachine {
+class UsbBus {
  public:
-  using ChipPtr = std::shared_ptr<FakeChip>;
+  using ChipPtr = std::shared_ptr<UsbChip>;
 
-  qvsim::CallScript script;
+  CallScript script;
 
-  void setChips(const std::vector<qvsim::ChipDescription>& chips);
+  void setChips(const std::vector<ChipDescription>& chips);
   [[nodiscard]] std::vector<ChipPtr> chips() const;
 
   /// The first chip with the serial number; null: there is none.
@@ -36,7 +36,7 @@ class FakeMachine {
     bool isPlugged = true;
   };
 
-  ChipPtr make(const qvsim::ChipDescription& about);
+  ChipPtr make(const ChipDescription& about);
 
   mutable std::mutex mutex_;  ///< guards what follows; taken before the lock of a chip
   std::vector<Slot> slots_;
@@ -45,6 +45,6 @@ class FakeMachine {
 };
 
 /// Never destroyed.
-FakeMachine& TheMachine();
+UsbBus& TheBus();
 
-}  // namespace qvtest
+}  // namespace qvsim

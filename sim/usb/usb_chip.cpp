@@ -1,4 +1,4 @@
-#include "driver/fake_chip.h"
+#include "sim/usb/usb_chip.h"
 
 #include <sys/eventfd.h>
 
@@ -9,12 +9,15 @@
 
 #include "sim/ftdi/device.h"
 
-namespace qvtest {
+namespace qvsim {
 namespace {
 
 using qvusb::ControlRequest;
 using qvusb::Transfer;
 
+constexpr uint8_t kReset = 0;
+constexpr uint8_t kSetSpeed = 3;
+constexpr uint16_t kPurgeToTransmit = 2;
 constexpr std::size_t kPacket = 64;
 constexpr std::size_t kEepromSize = 128;
 constexpr std::size_t kTexts = 0x18;
@@ -22,7 +25,7 @@ constexpr std::size_t kBacklog = 262144;  ///< not read yet; then the device tak
 constexpr std::string_view kStatus = "\x01\x60";
 
 /// Ids, and the serial number as the last text with the user area after it.
-std::string MakeEeprom(const qvsim::ChipDescription& about) {
+std::string MakeEeprom(const ChipDescription& about) {
   std::string eeprom(kTexts, '\0');
   eeprom[2] = static_cast<char>(about.vendorId);
   eeprom[3] = static_cast<char>(about.vendorId >> 8U);
@@ -41,13 +44,11 @@ uint32_t BaudOf(const ControlRequest& request) {
   return eighths == 0 ? clock : clock * 8 / (eighths == 8 ? 12 : eighths);
 }
 
-std::string Pair(unsigned one, unsigned other) { return std::to_string(one) + ',' + std::to_string(other); }
-
 void Forget(std::deque<Transfer*>& queue, const Transfer& transfer) { std::erase(queue, &transfer); }
 
 }  // namespace
 
-FakeChip::FakeChip(qvsim::ChipDescription about, uint32_t address, Accept accept)
+UsbChip::UsbChip(ChipDescription about, uint32_t address, Accept accept)
     : about_(std::move(about)),
       address_(address),
       accept_(std::move(accept)),
@@ -55,7 +56,7 @@ FakeChip::FakeChip(qvsim::ChipDescription about, uint32_t address, Accept accept
       ready_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 /// The kind has all that the text asks for, whether or not there is such a chip.
-qvusb::Channel FakeChip::channel() const {
+qvusb::Channel UsbChip::channel() const {
   qvusb::Channel channel;
   channel.kind = {0, about_.type, 1, true, about_.chipId.has_value(), kEepromSize};
   channel.bus = 1;
@@ -71,35 +72,35 @@ qvusb::Channel FakeChip::channel() const {
   return channel;
 }
 
-void FakeChip::unplug() {
+void UsbChip::unplug() {
   const std::lock_guard lock(mutex_);
   isPlugged_ = false;
   for (auto* const queue : {&reads_, &writes_})
     while (!queue->empty()) end(*queue->front(), ENODEV, 0);
 }
 
-void FakeChip::setStalled(bool stalled) {
+void UsbChip::setStalled(bool stalled) {
   const std::lock_guard lock(mutex_);
   isStalled_ = stalled;
   pump();
 }
 
-void FakeChip::send(std::string_view bytes) {
+void UsbChip::send(std::string_view bytes) {
   const std::lock_guard lock(mutex_);
   toHost_ += bytes;
   pump();
 }
 
-bool FakeChip::setOpen(bool open) {
+bool UsbChip::setOpen(bool open) {
   const std::lock_guard lock(mutex_);
   for (auto* const queue : {&reads_, &writes_, &ended_}) queue->clear();
   isOpen_ = open;
-  if (open) device_ = qvsim::DeviceOf(about_)();
+  if (open) device_ = DeviceOf(about_)();
   if (open) settings_.clear();
   return isPlugged_;
 }
 
-int FakeChip::control(const ControlRequest& request, std::span<uint8_t> answer) {
+int UsbChip::control(const ControlRequest& request, std::span<uint8_t> answer) {
   const std::lock_guard lock(mutex_);
   if (!isPlugged_) return ENODEV;
   if (answer.empty()) return note(request), 0;
@@ -110,7 +111,7 @@ int FakeChip::control(const ControlRequest& request, std::span<uint8_t> answer) 
   return 0;
 }
 
-uint16_t FakeChip::eepromWord(std::size_t word) const {
+uint16_t UsbChip::eepromWord(std::size_t word) const {
   if (word == 0x43) return static_cast<uint16_t>(about_.chipId.value_or(0));
   if (word == 0x44) return static_cast<uint16_t>(about_.chipId.value_or(0) >> 16U);
   const auto byte = [&](std::size_t at) -> uint8_t {
@@ -119,24 +120,16 @@ uint16_t FakeChip::eepromWord(std::size_t word) const {
   return static_cast<uint16_t>(byte(2 * word) | byte(2 * word + 1) << 8U);
 }
 
-void FakeChip::note(const ControlRequest& request) {
-  const unsigned low = request.value & 0xFFU;
-  const unsigned high = request.value >> 8U;
-  if (request.request == 0 && request.value == 0) toHost_.clear(), purges_ = purged_ = 0;
-  if (request.request == 0 && request.value != 0) {
-    settings_["purged"] = std::to_string(purged_ |= low);
-    if (low == 1) settings_["purges"] = std::to_string(++purges_);
-    if (low == 1) toHost_.clear();
-  }
-  if (request.request == 2)
-    settings_["flow"] = std::to_string(request.index & 0xFF00U) + ',' + Pair(low, high);
-  if (request.request == 3) settings_["baud"] = std::to_string(BaudOf(request));
-  if (request.request == 4) settings_["data"] = Pair(low, high >> 3U) + ',' + std::to_string(high & 7U);
-  if (request.request == 9) settings_["latency"] = std::to_string(low);
-  if (request.request == 11) settings_["bitmode"] = Pair(low, high);
+void UsbChip::note(const ControlRequest& request) {
+  if (request.request == kReset && request.value != kPurgeToTransmit) toHost_.clear();
+  if (request.request == kReset && request.value == 0) return settings_.clear();
+  if (request.request == kSetSpeed) settings_["baud"] = std::to_string(BaudOf(request));
+  if (request.request != kSetSpeed)
+    settings_["r" + std::to_string(request.request)] =
+        std::to_string(request.value) + ',' + std::to_string(request.index);
 }
 
-std::string FakeChip::settings() const {
+std::string UsbChip::settings() const {
   const std::lock_guard lock(mutex_);
   std::string text;
   for (const auto& [name, value] : settings_)
@@ -144,7 +137,7 @@ std::string FakeChip::settings() const {
   return text;
 }
 
-int FakeChip::submit(Transfer& transfer) {
+int UsbChip::submit(Transfer& transfer) {
   const std::lock_guard lock(mutex_);
   if (!isPlugged_) return ENODEV;
   transfer.isPending = true;
@@ -153,7 +146,7 @@ int FakeChip::submit(Transfer& transfer) {
   return 0;
 }
 
-Transfer* FakeChip::reap() {
+Transfer* UsbChip::reap() {
   const std::lock_guard lock(mutex_);
   if (ended_.empty()) {
     eventfd_t ignored = 0;
@@ -166,24 +159,24 @@ Transfer* FakeChip::reap() {
   return transfer;
 }
 
-void FakeChip::cancel(Transfer& transfer) {
+void UsbChip::cancel(Transfer& transfer) {
   const std::lock_guard lock(mutex_);
   if (std::ranges::count(writes_, &transfer) + std::ranges::count(reads_, &transfer) != 0)
     end(transfer, 0, 0);
 }
 
-void FakeChip::pump() {
+void UsbChip::pump() {
   while (!writes_.empty() && !isStalled_ && toHost_.size() < kBacklog) write(*writes_.front());
   while (!reads_.empty() && !toHost_.empty()) fill(*reads_.front());
 }
 
-void FakeChip::write(Transfer& transfer) {
+void UsbChip::write(Transfer& transfer) {
   const auto size = accept_(transfer.bytes.size());
   toHost_ += device_->answer({transfer.bytes.data(), size});
   end(transfer, 0, size);
 }
 
-void FakeChip::fill(Transfer& transfer) {
+void UsbChip::fill(Transfer& transfer) {
   std::size_t at = 0;
   std::size_t taken = 0;
   while (at + kPacket <= transfer.bytes.size() && taken < toHost_.size()) {
@@ -196,7 +189,7 @@ void FakeChip::fill(Transfer& transfer) {
   end(transfer, 0, at);
 }
 
-void FakeChip::end(Transfer& transfer, int error, std::size_t done) {
+void UsbChip::end(Transfer& transfer, int error, std::size_t done) {
   for (auto* const queue : {&reads_, &writes_}) Forget(*queue, transfer);
   transfer.error = error;
   transfer.done = done;
@@ -204,4 +197,4 @@ void FakeChip::end(Transfer& transfer, int error, std::size_t done) {
   ::eventfd_write(ready_.get(), 1);
 }
 
-}  // namespace qvtest
+}  // namespace qvsim
