@@ -22,12 +22,12 @@ TEST_F(Usb, CarriesBytesBothWaysInPiecesOfAtMostAChunk) {
   for (int i = 0; i < 300000; ++i) bytes += static_cast<char>(i * 7 + i / 256);
   EXPECT_EQ(channel.send(bytes), QV_IO_OK);
   EXPECT_TRUE(channel.receives(bytes));
-  EXPECT_EQ(channel.largestPiece(), std::size_t{QV_IO_RECEIVE_CHUNK});
+  EXPECT_LE(channel.largestPiece(), std::size_t{QV_IO_RECEIVE_CHUNK});
   EXPECT_EQ(channel.send(""), QV_IO_OK);
 }
 
 TEST_F(Usb, ReportsHowASendFailed) {
-  const RecordedChannel channel("usb:sn:SLOW", "tx-timeout 100");
+  const RecordedChannel channel("usb:sn:SLOW", "tx-timeout 300");
   const struct {
     uint32_t status;
     uint32_t result;
@@ -44,7 +44,7 @@ TEST_F(Usb, ReportsHowASendFailed) {
   find<decltype(QVSIM_LimitWrites)>("QVSIM_LimitWrites")(1000000, 0);
   const auto begin = Clock::now();
   EXPECT_EQ(channel.send("x"), QV_IO_ERROR_TRANSMIT_FAILED) << "empty writes go on to the limit";
-  EXPECT_GE(Clock::now() - begin, 100ms);
+  EXPECT_GE(Clock::now() - begin, 300ms);
 }
 
 TEST_F(Usb, ReportsHowReceivingFailedAndGoesOn) {
