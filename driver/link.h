@@ -32,7 +32,7 @@ struct ControlRequest {
 };
 
 /// The connection to one channel of a chip. Functions that return int give 0 or an errno; ENODEV: the chip is
-/// gone. Any thread, but the release is the last call.
+/// gone. Any thread.
 class Link {
  public:
   Link() = default;
@@ -57,7 +57,7 @@ class Link {
   /// To poll for transfers that have ended.
   [[nodiscard]] virtual pollfd readiness() const = 0;
 
-  /// Ends everything and gives the channel back to the system.
+  /// Ends everything and gives the channel back to the system. Nothing is submitted any more.
   virtual void release() noexcept = 0;
 
   /// In a forked child: closes its copies of descriptors, and nothing that is shared with the parent.

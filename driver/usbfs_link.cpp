@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <system_error>
+#include <utility>
 
 #include "util/system_call.h"
 
@@ -108,14 +109,14 @@ void UsbfsLink::cancel(Transfer& transfer) {
   Ask(device_.get(), USBDEVFS_DISCARDURB, transfer.request.get());
 }
 
+/// The descriptor lasts as long as this object: another thread may be about to use it.
 void UsbfsLink::release() noexcept {
-  if (!device_) return;
+  if (std::exchange(isReleased_, true)) return;
   // The kernel ends what is pending, and touches our memory no more.
   unsigned number = interface_;
   Ask(device_.get(), USBDEVFS_RELEASEINTERFACE, &number);
   usbdevfs_ioctl attach{static_cast<int>(interface_), static_cast<int>(USBDEVFS_CONNECT), nullptr};
   if (wasSerialPort_) Ask(device_.get(), USBDEVFS_IOCTL, &attach);
-  device_.reset();
 }
 
 }  // namespace qvusb

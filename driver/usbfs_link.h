@@ -28,6 +28,7 @@ class UsbfsLink final : public Link {
 
   unsigned interface_;
   bool wasSerialPort_;
+  bool isReleased_ = false;
   cppu::UniqueFd device_;
 };
 
