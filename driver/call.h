@@ -12,7 +12,7 @@
 
 namespace qvusb {
 
-/// What a failed system call is for the caller.
+/// The status for a failed system call.
 inline uint32_t StatusOf(const std::system_error& failure) {
   switch (failure.code().value()) {
     case ENOENT:

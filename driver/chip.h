@@ -6,9 +6,9 @@
 
 namespace qvusb {
 
-/// What all chips of a type have in common.
+/// The properties that all chips of a type share.
 struct ChipKind {
-  uint16_t release;        ///< the USB device release, by which the types are told apart
+  uint16_t release;        ///< the USB device release, which differs from type to type
   uint32_t type;           ///< as D2XX numbers them
   uint8_t channels;        ///< each is an interface of its own
   bool isHighSpeed;        ///< has the faster clock for the line

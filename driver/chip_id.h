@@ -2,7 +2,7 @@
 
 #include "driver/d2xx_functions.h"
 
-// What the chip-id library asks of the other one, which has the chips.
+// The functions that the chip-id library calls in the other one, which has the chips.
 #pragma GCC visibility push(default)
 extern "C" {
 void QVUSB_NoteCall(const char* function);

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-/// What the driver's functions return.
+/// The results of the driver's functions.
 namespace qvusb::status {
 
 inline constexpr uint32_t kOk = 0;

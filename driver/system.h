@@ -10,7 +10,7 @@ namespace qvusb {
 
 // The machine: tests have another one.
 
-/// What is plugged in.
+/// The channels of the chips that are plugged in.
 std::vector<Channel> PluggedChannels();
 
 /// Throws std::system_error: the user may not use the chip, it is gone, or some program uses it.

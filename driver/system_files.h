@@ -14,7 +14,7 @@ std::string Line(const std::filesystem::path& file);
 /// The names in a folder, in alphabetical order; none when it cannot be read.
 std::vector<std::string> Entries(const std::filesystem::path& folder);
 
-/// What a symbolic link refers to, without the folders; empty when there is no such link.
+/// The name that a symbolic link refers to, without the folders; empty when there is no such link.
 std::string LinkedName(const std::filesystem::path& link);
 
 }  // namespace qvusb

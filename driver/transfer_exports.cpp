@@ -19,7 +19,7 @@ constexpr uint16_t kFlowXonXoff = 0x400;
 constexpr std::array kFlows{qvio::d2xx::kFlowNone, qvio::d2xx::kFlowRtsCts, qvio::d2xx::kFlowDtrDsr,
                             kFlowXonXoff};
 
-/// A setting that the chip is told when it is valid.
+/// Passes a valid setting on to the chip.
 template <class Action>
 uint32_t Set(Handle handle, std::string_view function, bool isValid, Action action) {
   return CallOn(handle, function, [&](Port& port) {

@@ -10,7 +10,7 @@
 
 namespace qvsim {
 
-/// What is plugged in, instead of the machine's chips. Any thread.
+/// The simulated chips, which the driver finds instead of the machine's. Any thread.
 class UsbBus {
  public:
   using ChipPtr = std::shared_ptr<UsbChip>;

@@ -29,7 +29,7 @@ class UsbChip {
   [[nodiscard]] qvusb::Channel channel() const;
   [[nodiscard]] const ChipDescription& about() const { return about_; }
 
-  // What a test does.
+  // For tests.
   void unplug();
   void setStalled(bool stalled);
   void send(std::string_view bytes);
@@ -38,7 +38,7 @@ class UsbChip {
   [[nodiscard]] std::string settings() const;
   bool isHeld = false;  ///< by another process; guarded by the machine
 
-  // What the link does.
+  // For the link.
   bool setOpen(bool open);  ///< false: it was unplugged
   int control(const qvusb::ControlRequest& request, std::span<uint8_t> answer);
   int submit(qvusb::Transfer& transfer);

@@ -1,4 +1,4 @@
-// What is plugged in and who uses it, from a copy of the kernel's files.
+// The list of chips and their users, from a copy of the kernel's files.
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// The driver with a simulated chip: what the channels of the library do not show.
+// The driver with a simulated chip, where the tests of channels do not reach.
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -115,7 +115,7 @@ TEST_F(OpenChip, SignalsBytesThatCameBeforeTheEventWasSet) {
   EXPECT_EQ(ft.FT_SetEventNotification(chip, 0, nullptr), 0U) << "under its mutex";
 }
 
-TEST_F(OpenChip, TellsTheChipWhatWasSet) {
+TEST_F(OpenChip, PassesSettingsOnToTheChip) {
   EXPECT_EQ(ft.FT_SetBaudRate(chip, 12000000) + ft.FT_SetDataCharacteristics(chip, 7, 2, 1) +
                 ft.FT_SetFlowControl(chip, 0x400, 17, 19) + ft.FT_SetLatencyTimer(chip, 3) +
                 ft.FT_SetBitMode(chip, 255, 64) + ft.FT_Purge(chip, 3),
