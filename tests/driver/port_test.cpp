@@ -105,13 +105,16 @@ TEST_F(OpenChip, ReturnsFromAWriteThatTheLineHoldsUp) {
   EXPECT_EQ(read(4).second, "held") << "and only once";
 }
 
-TEST_F(OpenChip, SignalsBytesThatCameBeforeTheEventWasSet) {
+TEST_F(OpenChip, SignalsBytesThatCameWhenItCouldNot) {
   inject("x");
   EXPECT_TRUE(Eventually([&] { return waiting() == 1; }));
   qvio::ReceiveEvent event;
   const std::lock_guard lock(event);
   EXPECT_EQ(ft.FT_SetEventNotification(chip, qvio::d2xx::kEventReceived, event.driverHandle()), 0U);
   EXPECT_TRUE(event.wait(std::chrono::steady_clock::now() + kGenerous));
+  inject("y");
+  EXPECT_TRUE(Eventually([&] { return waiting() == 2; }));
+  EXPECT_TRUE(event.wait(std::chrono::steady_clock::now() + kGenerous)) << "the mutex was taken at first";
   EXPECT_EQ(ft.FT_SetEventNotification(chip, 0, nullptr), 0U) << "under its mutex";
 }
 
