@@ -48,7 +48,9 @@ std::string HintFor(uint32_t result, const ChannelOptions& options) {
       return options.isSerial() || IsUsb(options.locator) ? SpeedHint(options) : "";
     case QV_IO_ERROR_DRIVER_FAILURE:
       if (options.isSerial()) return SerialPortHint(options.serialPath());
-      return IsUsb(options.locator) ? "may you use the device, and is the kernel's ftdi_sio unloaded?" : "";
+      return IsUsb(options.locator)
+                 ? "may you use the device, and has the kernel taken it? \"qvio doctor\" finds out"
+                 : "";
     case QV_IO_ERROR_DRIVER_UNAVAILABLE:
       return "install FTDI's libraries libftd2xx.so and libftchipid.so";
     default:
