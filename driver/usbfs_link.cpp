@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -19,7 +20,7 @@ namespace {
 constexpr uint8_t kVendorRequest = 0x40;
 constexpr uint8_t kInwards = 0x80;
 constexpr uint32_t kControlMs = 1000;
-constexpr const char* kUsbfs = "usbfs";
+constexpr std::string_view kUsbfs = "usbfs";
 
 /// Returns 0 or an errno.
 template <class Argument>
@@ -51,7 +52,7 @@ UsbfsLink::UsbfsLink(const Channel& channel)
       device_(OpenNode(channel)) {
   // Not from a program that uses the chip as we do.
   usbdevfs_disconnect_claim claim{interface_, USBDEVFS_DISCONNECT_CLAIM_EXCEPT_DRIVER, {}};
-  std::strcpy(claim.driver, kUsbfs);
+  kUsbfs.copy(claim.driver, sizeof claim.driver - 1);
   if (const int error = Ask(device_.get(), USBDEVFS_DISCONNECT_CLAIM, &claim); error != 0)
     throw std::system_error(error, std::generic_category(), "claim");
 }
@@ -78,7 +79,7 @@ int UsbfsLink::control(const ControlRequest& request, std::span<uint8_t> answer)
 int UsbfsLink::submit(Transfer& transfer) {
   if (!transfer.request) transfer.request = std::make_shared<usbdevfs_urb>();
   auto& request = *transfer.request;
-  request = {};
+  std::memset(&request, 0, sizeof request);
   request.type = USBDEVFS_URB_TYPE_BULK;
   request.endpoint = endpoint(transfer.direction);
   request.buffer = transfer.bytes.data();

@@ -90,7 +90,7 @@ bool UsbBus::setPlugged(std::string_view serial, bool plugged) {
   return true;
 }
 
-bool UsbBus::setHeld(std::string_view serial, bool held) {
+bool UsbBus::setHeld(std::string_view serial, bool held) const {
   const auto chip = named(serial);
   if (chip) chip->isHeld = held;
   return chip != nullptr;

@@ -25,7 +25,7 @@ class UsbBus {
 
   /// Unplugs a chip; plugs it in, as a new one.
   bool setPlugged(std::string_view serial, bool plugged);
-  bool setHeld(std::string_view serial, bool held);
+  bool setHeld(std::string_view serial, bool held) const;
 
   [[nodiscard]] std::size_t openLinks() const;
   void changeOpenLinks(int by);

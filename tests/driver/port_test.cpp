@@ -24,7 +24,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace qvusb;
-using qvio::d2xx::Api;
 using qvio::d2xx::Handle;
 
 struct OpenChip : testing::Test {

@@ -203,7 +203,7 @@ const Row kRows[] = {
     {"firewall", State::Fault, "eth0 UDP 65110,eth0 UDP 65111", "nft insert rule inet filter input udp dport",
      [](auto& m) { m.firewall->erase(m.firewall->find("\t\tjump"), 12); }},
     {"firewall", State::Fault, "devices: eth0 UDP 65110", "nft insert",
-     [](auto& m) { m.addInput("iifname \"eth*\" ip daddr 224.0.0.0/4 log prefix \"no \" counter drop"); }},
+     [](auto& m) { m.addInput(R"(iifname "eth*" ip daddr 224.0.0.0/4 log prefix "no " counter drop)"); }},
     {"firewall", State::Fault, "devices: eth0 UDP 65111", "iptables -t filter -I INPUT",
      [](auto& m) { m.firewall = kIptables; }},
     {"firewall", State::Unknown, "may drop", "nft", [](auto& m) { m.addInput("ip saddr @ours drop"); }},

@@ -78,7 +78,7 @@ std::vector<UsbChip> ChipsOf(const Machine& machine) {
     const auto folder = std::string(kDevices) + '/' + name;
     if (machine.line(folder + "/idVendor") != kVendor) continue;
     const auto product = machine.line(folder + "/product");
-    const auto text = name + ' ' + product + ' ' + machine.line(folder + "/serial");
+    const auto text = cppu::Join(std::vector{name, product, machine.line(folder + "/serial")}, ' ');
     chips.push_back({name, std::string(cppu::Trim(text)), product, NodeOf(machine, folder),
                      InterfacesHeldByKernel(machine, name)});
   }

@@ -44,10 +44,11 @@ std::vector<std::string> CachedPaths(const Machine& machine, const std::string& 
 /// Where the loader looks for a library, in its order.
 std::vector<std::string> PathsOf(const Machine& machine, const std::string& name) {
   std::vector<std::string> paths;
+  const auto file = '/' + name;
   for (const auto folder : cppu::Split(machine.libraryPath, ':'))
-    if (!folder.empty()) paths.push_back(std::string(folder) + '/' + name);
+    if (!folder.empty()) paths.push_back(std::string(folder) + file);
   std::ranges::move(CachedPaths(machine, name), std::back_inserter(paths));
-  for (const auto& folder : machine.loaderFolders) paths.push_back(folder + '/' + name);
+  for (const auto& folder : machine.loaderFolders) paths.push_back(folder + file);
   return paths;
 }
 
@@ -68,11 +69,13 @@ Found Find(const Machine& machine, const std::string& name) {
 /// The command for a library that the loader does not find; it may lie in a folder that is not searched.
 std::string FixMissing(const Machine& machine, const std::string& name, const std::string& install) {
   const auto folder = std::string(kFolderOfAdmins);
-  if (machine.has(folder + '/' + name)) return "sudo ldconfig " + folder;
-  for (const auto& file : machine.entries(folder))
-    if (file.starts_with(name + '.'))
-      return "sudo ln -s " + ShellWord(file) + ' ' + folder + '/' + name + " && sudo ldconfig " + folder;
-  return install;
+  const auto path = folder + '/' + name;
+  auto update = "sudo ldconfig " + folder;
+  if (machine.has(path)) return update;
+  const auto files = machine.entries(folder);
+  const auto isIt = [begin = name + '.'](const std::string& file) { return file.starts_with(begin); };
+  const auto found = std::ranges::find_if(files, isIt);
+  return found != files.end() ? "sudo ln -s " + ShellWord(*found) + ' ' + path + " && " + update : install;
 }
 
 std::string MissingFunctions(const Machine& machine, FtdiLibrary library, const std::string& path) {

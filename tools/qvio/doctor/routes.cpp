@@ -35,8 +35,12 @@ std::vector<Route> ReadRoutes(const Machine& machine) {
   for (std::getline(file, line); std::getline(file, line);) {
     std::istringstream words(line);
     Route route;
-    uint32_t network = 0, gateway = 0, mask = 0;
-    unsigned flags = 0, references = 0, uses = 0;
+    uint32_t network = 0;
+    uint32_t gateway = 0;
+    uint32_t mask = 0;
+    unsigned flags = 0;
+    unsigned references = 0;
+    unsigned uses = 0;
     words >> route.interface >> std::hex >> network >> gateway >> flags >> std::dec >> references >> uses >>
         route.metric >> std::hex >> mask;
     if (!words || (flags & kUsable) == 0 || (flags & kReject) != 0) continue;
