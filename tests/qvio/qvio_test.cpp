@@ -261,7 +261,7 @@ TEST_F(Qvio, LogsSeveralDevicesIntoFiles) {
 TEST_F(Qvio, MeasuresRoundTrips) {
   const auto answered = RunQvio({"ping", net_, "-c", "3", "--every", "0"});
   EXPECT_EQ(answered.status, 0) << answered.errors;
-  EXPECT_NE(answered.output.find("\n3 asked, 3 answered, 0 lost\nmin 0."), std::string::npos)
+  EXPECT_NE(answered.output.find("\n3 asked, 3 answered, 0 lost\nmin "), std::string::npos)
       << answered.output;
   const auto late = RunQvio({"ping", net_, "-c", "2", "--until", "never", "--wait", "1"});
   EXPECT_EQ(late.status, 1);
