@@ -25,7 +25,7 @@ namespace qvusb {
 ///
 /// Several reads are pending at the chip at all times, since a chip drops bytes that nobody fetches; only a
 /// queue that is full holds them up. The application's event is signalled by the port's thread without any
-/// lock of ours, since its owner may call us while he holds the event's mutex.
+/// lock of ours, since the application may call us while it holds the event's mutex.
 class Port final : public cppu::Worker {
  public:
   Port(const Channel& channel, std::unique_ptr<Link> link);

@@ -19,7 +19,7 @@ from quorvio._options import Option, encoded
 from quorvio._texts import Data, bytes_of, text_out
 
 _PIECE = 1 << 16
-_LONGEST_POLL = 1 << 30  # ms; the system takes an int
+_LONGEST_POLL = 1000  # ms; then `_wait` looks whether a signal handler has closed the channel under it
 _LIMIT = 1 << 20  # bytes without a terminator, and that discard discards at most
 
 Result = TypeVar("Result")
@@ -218,6 +218,8 @@ class Channel:
                 return True
             if left <= _LONGEST_POLL:
                 return False
+            if not self._link.is_open:  # the descriptor that is polled may be another file's by now
+                raise self._link.why_not()
 
     def _deadline(self, timeout: float | None) -> float:
         if timeout is None:

@@ -89,7 +89,7 @@ class BufferTooSmallError(Error):
 
 
 class QueryFailedError(Error):
-    """The driver could not list the devices, or a search failed."""
+    """FTDI's driver could not list its devices."""
 
     code, meaning = 13, "query failed"
 

@@ -24,14 +24,14 @@ def list_devices(*interfaces: str, keys: Iterable[str] = (), **options: Option) 
     well; `discovery_timeout` is the ms that a search of the network takes (100). A datagram can get lost:
     ask again where that matters.
 
-    Raises InvalidArgumentError, QueryFailedError, DriverUnavailableError (USB).
+    Raises InvalidArgumentError; for USB also QueryFailedError and DriverUnavailableError.
     """
     text = option_text({**options, **_selection(interfaces or ("network:all",), tuple(keys))})
     return [device_of(record) for record in _records_of("devices", partial(_enumerate_all, text), _USUAL_SIZE)]
 
 
 def list_interfaces() -> list[Interface]:
-    """The local network interfaces. Raises QueryFailedError."""
+    """The local network interfaces. Raises DriverFailureError."""
     text = b"iface-type network\ninclude-all"
     found = _records_of("interfaces", lambda *room: _library.enumerate_interfaces(text, *room))
     return [interface_of(record) for record in found]

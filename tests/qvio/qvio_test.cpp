@@ -218,7 +218,7 @@ TEST_F(Qvio, WaitsForADeviceThatIsGone) {
   auto peer = std::make_optional<qvsim::NetworkDevice>(loop_, "127.0.0.1", 0, qvsim::MakeEcho);
   const auto port = peer->port();
   peer.reset();
-  const auto log = (folder.path() / "session.log").string();
+  const auto log = (folder.path() / "stage.log").string();
   QvioTerminal terminal(
       {"open", "127.0.0.1:" + std::to_string(port), "--reconnect", "--timestamp", "--log", log});
   EXPECT_TRUE(terminal.shows("is being waited for"));
@@ -235,7 +235,7 @@ TEST_F(Qvio, WaitsForADeviceThatIsGone) {
   }
   terminal.type("never sent\n\x1d");
   EXPECT_EQ(terminal.waitForEnd(), 0);
-  const auto text = folder.read("session.log");
+  const auto text = folder.read("stage.log");
   for (const auto* const piece : {" > typed before it is there\n", " < typed before it is back\n",
                                   " ! the device is gone: connection lost (result 7)\n"})
     EXPECT_NE(text.find(piece), std::string::npos) << text;
