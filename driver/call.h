@@ -8,9 +8,10 @@
 
 #include "driver/driver.h"
 #include "driver/enter.h"
-#include "driver/status.h"
 
 namespace qvusb {
+
+namespace status = qvio::d2xx::status;
 
 /// The status for a failed system call.
 inline uint32_t StatusOf(const std::system_error& failure) {

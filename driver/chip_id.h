@@ -1,6 +1,6 @@
 #pragma once
 
-#include "driver/d2xx_functions.h"
+#include "io/ftdi/d2xx_functions.h"
 
 // The functions that the chip-id library calls in the other one, which has the chips.
 #pragma GCC visibility push(default)

@@ -7,7 +7,6 @@
 #include <optional>
 #include <utility>
 
-#include "driver/status.h"
 #include "driver/system.h"
 #include "util/never_destroyed.h"
 #include "util/thread.h"
@@ -15,6 +14,7 @@
 namespace qvusb {
 namespace {
 
+namespace status = qvio::d2xx::status;
 using cppu::Threads;
 using qvio::d2xx::DeviceNode;
 
@@ -76,12 +76,19 @@ uint32_t Driver::open(const std::function<bool(const Channel&)>& isWanted, Handl
   if (channel == channels.end()) return status::kDeviceNotFound;
   if (channel->isOpen) return status::kDeviceNotOpened;
   const auto port = std::make_shared<Port>(*channel, OpenLink(*channel));
+  // Its entry is ready before it is open, so that nothing can fail afterwards.
+  decltype(open_) entry{{nextHandle(), port}};
   port->open(port);
+  handle = entry.begin()->first;
+  const std::lock_guard lock(mutex_);
+  open_.merge(entry);
+  return status::kOk;
+}
+
+Driver::Handle Driver::nextHandle() {
   const std::lock_guard lock(mutex_);
   lastHandle_ += 16;
-  handle = reinterpret_cast<Handle>(lastHandle_);  // NOLINT(performance-no-int-to-ptr)
-  open_[handle] = port;
-  return status::kOk;
+  return reinterpret_cast<Handle>(lastHandle_);  // NOLINT(performance-no-int-to-ptr)
 }
 
 uint32_t Driver::close(Handle handle) {

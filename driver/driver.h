@@ -35,6 +35,8 @@ class Driver {
   [[nodiscard]] std::shared_ptr<Port> find(Handle handle) const;
 
  private:
+  Handle nextHandle();
+
   mutable std::mutex mutex_;  ///< guards what follows; a leaf
   std::vector<Channel> listed_;
   std::map<Handle, std::shared_ptr<Port>> open_;

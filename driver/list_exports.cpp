@@ -6,9 +6,9 @@
 
 #include "driver/call.h"
 #include "driver/chip_id.h"
-#include "driver/d2xx_functions.h"
 #include "driver/system.h"
 #include "driver/user_area.h"
+#include "io/ftdi/d2xx_functions.h"
 
 using namespace qvusb;  // NOLINT(google-build-using-namespace): the functions are in none
 using qvio::d2xx::DeviceNode;

@@ -11,13 +11,13 @@
 #include <utility>
 
 #include "driver/packets.h"
-#include "driver/status.h"
 #include "util/scope_exit.h"
 #include "util/system_call.h"
 
 namespace qvusb {
 namespace {
 
+namespace status = qvio::d2xx::status;
 using namespace std::chrono_literals;
 using qvio::d2xx::EventHandle;
 
@@ -67,6 +67,9 @@ Port::Port(const Channel& channel, std::unique_ptr<Link> link)
       readSize_(kPacketsInATransfer * channel.packetSize),
       pieceSize_(kLargestTransfer) {
   write_.direction = Transfer::Direction::Out;
+  // All that the thread needs: it could not report that memory is short.
+  for (auto& transfer : reads_) transfer.bytes.reserve(kLargestTransfer);
+  received_.reserve(kFull + reads_.size() * kLargestTransfer);
 }
 
 Port::~Port() { link_->release(); }

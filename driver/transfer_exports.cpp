@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "driver/call.h"
-#include "driver/d2xx_functions.h"
+#include "io/ftdi/d2xx_functions.h"
 
 using namespace qvusb;  // NOLINT(google-build-using-namespace): the functions are in none
 using qvio::d2xx::Handle;

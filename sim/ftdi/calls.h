@@ -5,9 +5,10 @@
 
 #include "sim/ftdi/call_script.h"
 #include "sim/ftdi/driver.h"
-#include "sim/ftdi/status.h"
 
 namespace qvsim {
+
+namespace status = qvio::d2xx::status;
 
 /// The state of the stand-in, which both libraries share and which is never destroyed.
 Driver& TheDriver();

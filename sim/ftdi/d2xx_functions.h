@@ -1,6 +1,6 @@
 #pragma once
 
-#include "driver/d2xx_functions.h"
+#include "io/ftdi/d2xx_functions.h"
 
 #pragma GCC visibility push(default)
 extern "C" {

@@ -12,11 +12,11 @@
 #include <utility>
 
 #include "sim/ftdi/device.h"
-#include "sim/ftdi/status.h"
 
 namespace qvsim {
 namespace {
 
+namespace status = qvio::d2xx::status;
 using qvio::d2xx::DeviceNode;
 
 std::string ContentsOf(const std::string& path) {

@@ -4,11 +4,10 @@
 #include <ctime>
 #include <utility>
 
-#include "sim/ftdi/status.h"
-
 namespace qvsim {
 namespace {
 
+namespace status = qvio::d2xx::status;
 using qvio::d2xx::EventHandle;
 using namespace std::chrono_literals;
 

@@ -53,7 +53,7 @@ UsbBus::ChipPtr UsbBus::make(const ChipDescription& about) {
   auto chip = std::make_shared<UsbChip>(about, ++lastAddress_, [this](std::size_t size) {
     return std::min<std::size_t>(size, script.nextWrite().acceptAtMost);
   });
-  chip->isHeld = about.held;
+  chip->setHeld(about.held);
   return chip;
 }
 
@@ -92,7 +92,7 @@ bool UsbBus::setPlugged(std::string_view serial, bool plugged) {
 
 bool UsbBus::setHeld(std::string_view serial, bool held) const {
   const auto chip = named(serial);
-  if (chip) chip->isHeld = held;
+  if (chip) chip->setHeld(held);
   return chip != nullptr;
 }
 

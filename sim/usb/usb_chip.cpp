@@ -68,7 +68,7 @@ qvusb::Channel UsbChip::channel() const {
   channel.serialNumber = about_.serialNumber;
   channel.packetSize = kPacket;
   const std::lock_guard lock(mutex_);
-  channel.isOpen = isHeld || isOpen_;
+  channel.isOpen = isHeld_ || isOpen_;
   return channel;
 }
 
@@ -83,6 +83,11 @@ void UsbChip::setStalled(bool stalled) {
   const std::lock_guard lock(mutex_);
   isStalled_ = stalled;
   pump();
+}
+
+void UsbChip::setHeld(bool held) {
+  const std::lock_guard lock(mutex_);
+  isHeld_ = held;
 }
 
 void UsbChip::send(std::string_view bytes) {

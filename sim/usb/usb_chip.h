@@ -32,11 +32,11 @@ class UsbChip {
   // For tests.
   void unplug();
   void setStalled(bool stalled);
+  void setHeld(bool held);  ///< by another process
   void send(std::string_view bytes);
 
   /// The last request of each kind, as "r9=2,0" with its value and index, but the speed as "baud=9600".
   [[nodiscard]] std::string settings() const;
-  bool isHeld = false;  ///< by another process; guarded by the machine
 
   // For the link.
   bool setOpen(bool open);  ///< false: it was unplugged
@@ -64,6 +64,7 @@ class UsbChip {
   mutable std::mutex mutex_;  ///< guards what follows
   bool isPlugged_ = true;
   bool isOpen_ = false;
+  bool isHeld_ = false;
   bool isStalled_ = false;
   std::unique_ptr<Responder> device_;
   std::string toHost_;

@@ -12,6 +12,9 @@ class ByteQueue {
  public:
   [[nodiscard]] std::size_t size() const { return bytes_.size() - taken_; }
 
+  /// No append allocates as long as the queue holds at most so many bytes afterwards.
+  void reserve(std::size_t bytes) { bytes_.reserve(2 * bytes); }  // as many again may have been taken
+
   void append(std::string_view bytes) {
     if (taken_ == bytes_.size()) clear();
     if (taken_ > bytes_.size() / 2) {

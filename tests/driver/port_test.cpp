@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "driver/port.h"
-#include "driver/status.h"
 #include "io/ftdi/driver.h"
 #include "io/ftdi/receive_event.h"
 #include "sim/ftdi/stand_in.h"
@@ -24,6 +23,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace qvusb;
+namespace status = qvio::d2xx::status;
 using qvio::d2xx::Handle;
 
 struct OpenChip : testing::Test {

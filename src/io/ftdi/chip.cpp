@@ -32,7 +32,7 @@ Chip Chip::openBySerialNumber(const D2xxFunctions& functions, std::string serial
 
 std::optional<Chip> Chip::openByIndex(const D2xxFunctions& functions, std::size_t index) {
   d2xx::Handle handle = nullptr;
-  if (functions.FT_Open(static_cast<int>(index), &handle) != d2xx::Ok) return {};
+  if (functions.FT_Open(static_cast<int>(index), &handle) != d2xx::status::kOk) return {};
   return Chip(functions, handle);
 }
 
@@ -58,7 +58,7 @@ void Chip::configure(const LinkSettings& settings, const ChipTimes& times) const
     Require(settings.lineSpeed != 0, QV_IO_ERROR_INVALID_ARGUMENT,
             "baudrate is not given, and the product has no speed of its own");
     const auto status = functions_->FT_SetBaudRate(handle_, settings.lineSpeed);
-    Require(status != d2xx::InvalidBaudRate, QV_IO_ERROR_INVALID_ARGUMENT, "the chip refuses % baud",
+    Require(status != d2xx::status::kInvalidBaudRate, QV_IO_ERROR_INVALID_ARGUMENT, "the chip refuses % baud",
             {settings.lineSpeed});
     RequireDriver(status, "FT_SetBaudRate");
   }
@@ -83,7 +83,7 @@ void Chip::enterFifoMode() const {
 
 std::optional<uint32_t> Chip::id() const {
   unsigned long id = 0;
-  if (functions_->FTID_GetChipIDFromHandle(handle_, &id) != d2xx::Ok) return {};
+  if (functions_->FTID_GetChipIDFromHandle(handle_, &id) != d2xx::status::kOk) return {};
   return static_cast<uint32_t>(id);
 }
 
@@ -98,8 +98,8 @@ void Chip::write(std::span<const uint8_t> bytes, std::chrono::milliseconds limit
     uint32_t written = 0;
     // The driver only reads the bytes, although its interface does not say so.
     const auto status = functions_->FT_Write(handle_, const_cast<uint8_t*>(bytes.data()), size, &written);
-    Require(status != d2xx::IoError, QV_IO_ERROR_CONNECTION_LOST, "the chip is gone");
-    Require(status == d2xx::Ok && written <= size, QV_IO_ERROR_TRANSMIT_FAILED,
+    Require(status != d2xx::status::kIoError, QV_IO_ERROR_CONNECTION_LOST, "the chip is gone");
+    Require(status == d2xx::status::kOk && written <= size, QV_IO_ERROR_TRANSMIT_FAILED,
             "FT_Write has written % of % bytes, status %", {written, size, status});
     bytes = bytes.subspan(written);
     if (bytes.empty()) return;

@@ -10,7 +10,18 @@ namespace qvio::d2xx {
 
 using Handle = void*;
 
-enum Status : uint32_t { Ok = 0, IoError = 4, InvalidBaudRate = 7 };
+/// What most functions return.
+namespace status {
+inline constexpr uint32_t kOk = 0;
+inline constexpr uint32_t kInvalidHandle = 1;
+inline constexpr uint32_t kDeviceNotFound = 2;
+inline constexpr uint32_t kDeviceNotOpened = 3;  ///< it is open already, or the user may not use it
+inline constexpr uint32_t kIoError = 4;          ///< also: the chip is gone
+inline constexpr uint32_t kInvalidParameter = 6;
+inline constexpr uint32_t kInvalidBaudRate = 7;
+inline constexpr uint32_t kNotSupported = 17;
+inline constexpr uint32_t kOtherError = 18;
+}  // namespace status
 
 /// One chip of the driver's list.
 struct DeviceNode {

@@ -63,7 +63,7 @@ std::vector<std::string_view> NeededFunctions(FtdiLibrary library) {
 }
 
 void RequireDriver(uint32_t status, const char* function, uint32_t code) {
-  Require(status == d2xx::Ok, code, "% failed with status %", {function, status});
+  Require(status == d2xx::status::kOk, code, "% failed with status %", {function, status});
 }
 
 bool FtdiDriver::ensureLoaded() {

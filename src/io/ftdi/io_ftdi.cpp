@@ -57,8 +57,8 @@ Chip OpenConfigured(const UsbDevice& device, const UsbOptions& options, const D2
 
 /// What a failed driver call tells the application.
 uint32_t NoticeOf(uint32_t status) {
-  if (status == d2xx::Ok) return QV_IO_OK;
-  return status == d2xx::IoError ? QV_IO_ERROR_CONNECTION_LOST : QV_IO_ERROR_RECEIVE_FAILED;
+  if (status == d2xx::status::kOk) return QV_IO_OK;
+  return status == d2xx::status::kIoError ? QV_IO_ERROR_CONNECTION_LOST : QV_IO_ERROR_RECEIVE_FAILED;
 }
 
 }  // namespace

@@ -39,7 +39,7 @@ Bytes ReadExactly(const Chip& chip, uint32_t size) {
   Bytes bytes(size);
   uint32_t got = 0;
   const auto status = chip.functions().FT_Read(chip.handle(), bytes.data(), size, &got);
-  Require(status == d2xx::Ok && got == size, QV_IO_ERROR_RECEIVE_FAILED, "no protocol id");
+  Require(status == d2xx::status::kOk && got == size, QV_IO_ERROR_RECEIVE_FAILED, "no protocol id");
   return bytes;
 }
 

@@ -29,7 +29,7 @@ TEST(UsbDevices, AreListedUnderTheProductsOwnDescription) {
 struct FakeDriver {
   static inline std::vector<d2xx::DeviceNode> nodes;
   static inline uint32_t announced = 0;
-  static inline uint32_t status = d2xx::Ok;
+  static inline uint32_t status = d2xx::status::kOk;
 
   static D2xxFunctions functions() {
     D2xxFunctions functions;
@@ -40,7 +40,7 @@ struct FakeDriver {
     functions.FT_GetDeviceInfoList = [](d2xx::DeviceNode* out, uint32_t* count) {
       *count = static_cast<uint32_t>(nodes.size());
       std::copy(nodes.begin(), nodes.end(), out);
-      return uint32_t{d2xx::Ok};
+      return d2xx::status::kOk;
     };
     return functions;
   }
@@ -61,9 +61,9 @@ TEST(UsbDevices, AreReadWithinTheirArraysAndAsManyAsThereAre) {
   EXPECT_EQ(device.pid(), 0x6010U);
   EXPECT_FALSE(device.isAvailable());
   EXPECT_TRUE(device.isHighSpeedDualChannel());
-  FakeDriver::status = d2xx::IoError;
+  FakeDriver::status = d2xx::status::kIoError;
   EXPECT_THROW(ReadUsbDevices(FakeDriver::functions()), Failure);
-  FakeDriver::status = d2xx::Ok;
+  FakeDriver::status = d2xx::status::kOk;
 }
 
 }  // namespace

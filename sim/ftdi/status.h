@@ -1,7 +1,0 @@
-#pragma once
-
-#include "driver/status.h"
-
-namespace qvsim {
-namespace status = qvusb::status;
-}
