@@ -8,6 +8,15 @@ namespace qvusb {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+bool IsShortage(const std::error_code& error) {
+  return error == std::errc::too_many_files_open || error == std::errc::too_many_files_open_in_system ||
+         error == std::errc::not_enough_memory;
+}
+
+}  // namespace
+
 std::string Line(const fs::path& file) {
   std::ifstream in(file);
   std::string line;
@@ -18,7 +27,9 @@ std::string Line(const fs::path& file) {
 std::vector<std::string> Entries(const fs::path& folder) {
   std::vector<std::string> names;
   std::error_code error;
-  for (fs::directory_iterator next(folder, error), end; !error && next != end; next.increment(error))
+  fs::directory_iterator next(folder, error);
+  if (IsShortage(error)) throw std::system_error(error);
+  for (const fs::directory_iterator end; !error && next != end; next.increment(error))
     names.push_back(next->path().filename());
   std::ranges::sort(names);
   return names;

@@ -1,11 +1,13 @@
 // The list of chips and their users, from a copy of the kernel's files.
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <string>
+#include <system_error>
 
 #include "driver/channel_list.h"
 
@@ -76,6 +78,16 @@ TEST(OwnDriver, ListsTheChannelsOfKnownChipsInTheirOrder) {
   files.erase("sys/bus/usb/devices/1-2/serial");
   files.erase("sys/bus/usb/devices/1-1:1.1/ep_83/wMaxPacketSize");
   EXPECT_EQ(Listed(files), "S7A Motor A 6/high/512;  Motor 5/full/64") << "about to be unplugged";
+}
+
+TEST(OwnDriver, FailsRatherThanListTooLittle) {
+  const Tree tree(Chip("1-1", "0700", "7", "480"));
+  rlimit limit{};
+  ::getrlimit(RLIMIT_NOFILE, &limit);
+  const rlimit none{0, limit.rlim_max};
+  ::setrlimit(RLIMIT_NOFILE, &none);
+  EXPECT_THROW(qvusb::ListChannels(tree.root()), std::system_error);
+  ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 TEST(OwnDriver, SeesWhoUsesAChip) {
