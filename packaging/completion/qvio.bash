@@ -6,6 +6,8 @@ _qvio() {
   word=${words[-1]}
   mapfile -t COMPREPLY < <(qvio complete -- "${words[@]:1}" 2>/dev/null | cut -f 1)
   # bash takes a colon as the end of a word, and wants what comes after it.
-  [[ $word == *:* && $COMP_WORDBREAKS == *:* ]] && COMPREPLY=("${COMPREPLY[@]#"${word%:*}:"}")
+  if [[ $word == *:* && $COMP_WORDBREAKS == *:* ]]; then
+    COMPREPLY=("${COMPREPLY[@]#"${word%:*}:"}")
+  fi
 }
 complete -o default -F _qvio qvio
