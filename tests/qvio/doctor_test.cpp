@@ -157,6 +157,11 @@ const Row kRows[] = {
     {"library", State::Note, "version 2.0.0", "", [](auto& m) { m.library.version = "2.0.0"; }},
     {"ftdi-libraries", State::Fault, "does not find it", "install -m 755 libftd2xx.so",
      [](auto& m) { m.remove("/usr/lib/libftd2xx.so"); }},
+    {"ftdi-libraries", State::Fault, "does not find it", "quorvio-driver.conf",
+     [](auto& m) {
+       m.remove("/usr/lib/libftd2xx.so");
+       m.write(QVIO_DRIVER_FOLDER "/libftd2xx.so", "");
+     }},
     {"ftdi-libraries", State::Fault, "does not find it",
      "ln -s libftchipid.so.0.1 /usr/local/lib/libftchipid.so",
      [](auto& m) { m.remove("/usr/lib/libftchipid.so"), m.write("/usr/local/lib/libftchipid.so.0.1"); }},
@@ -257,6 +262,14 @@ std::map<std::string, std::string> RunDoctor() {
   }
   EXPECT_EQ(outcome.status, isFaulty ? 1 : 0) << outcome.output << outcome.errors;
   return states;
+}
+
+TEST(Doctor, KnowsThatOurDriverTakesChipsFromTheKernel) {
+  if (!fs::exists(OWN_DRIVER_FOLDER "/libftd2xx.so")) GTEST_SKIP() << "built without the driver";
+  const Described machine;
+  machine.link("/sys/bus/usb/devices/1-2:1.0/driver", "../../drivers/ftdi_sio");
+  machine.link("/usr/lib/libftd2xx.so", OWN_DRIVER_FOLDER "/libftd2xx.so");
+  for (const auto& finding : Diagnose(machine)) EXPECT_EQ(finding.state, State::Ok) << finding.text;
 }
 
 TEST(Doctor, ChecksThisMachine) {

@@ -37,6 +37,12 @@ std::string NotFoundHint(const ChannelOptions& options) {
          "longer";
 }
 
+std::string DriverHint() {
+  const std::string hint = "install FTDI's libraries libftd2xx.so and libftchipid.so";
+  const bool hasOurs = ::access(QVIO_DRIVER_FOLDER "/libftd2xx.so", R_OK) == 0;
+  return hasOurs ? hint + ", or try our experimental ones: LD_LIBRARY_PATH=" QVIO_DRIVER_FOLDER : hint;
+}
+
 /// What to do next; empty where the reason says enough.
 std::string HintFor(uint32_t result, const ChannelOptions& options) {
   switch (result) {
@@ -52,7 +58,7 @@ std::string HintFor(uint32_t result, const ChannelOptions& options) {
                  ? "may you use the device, and has the kernel taken it? \"qvio doctor\" finds out"
                  : "";
     case QV_IO_ERROR_DRIVER_UNAVAILABLE:
-      return "install FTDI's libraries libftd2xx.so and libftchipid.so";
+      return DriverHint();
     default:
       return "";
   }

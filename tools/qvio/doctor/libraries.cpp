@@ -14,6 +14,9 @@ namespace {
 using qvio::FtdiLibrary;
 
 constexpr std::string_view kFolderOfAdmins = "/usr/local/lib";
+constexpr const char* kChooseOwnDriver =
+    "echo " QVIO_DRIVER_FOLDER
+    " | sudo tee /etc/ld.so.conf.d/quorvio-driver.conf && sudo ldconfig # or install FTDI's";
 
 enum class Fit {
   Missing,
@@ -94,8 +97,11 @@ Finding CheckFtdiLibrary(const Machine& machine, FtdiLibrary library) {
   };
   switch (found.fit) {
     case Fit::Missing:
-      return {name, State::Fault, "the loader does not find it; USB devices need FTDI's libraries",
-              FixMissing(machine, name, installAt(std::string(kFolderOfAdmins)))};
+      return {
+          name, State::Fault, "the loader does not find it; USB devices need FTDI's libraries",
+          FixMissing(machine, name,
+                     machine.has(QVIO_DRIVER_FOLDER "/" + name) ? kChooseOwnDriver
+                                                                : installAt(std::string(kFolderOfAdmins)))};
     case Fit::Foreign:
       return {name, State::Fault,
               found.path + " is for another machine (" + found.kind + "); this program needs " +
