@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <string_view>
 #include <utility>
 
@@ -28,11 +29,8 @@ constexpr std::array<std::pair<uint16_t, const char*>, 6> kMachines{{{EM_X86_64,
 class Image {
  public:
   explicit Image(const std::filesystem::path& file) {
-    std::error_code ignored;
-    const auto size = std::filesystem::file_size(file, ignored);
-    if (ignored) return;
-    bytes_.resize(size);
-    std::ifstream(file, std::ios::binary).read(bytes_.data(), static_cast<std::streamsize>(size));
+    std::ifstream in(file, std::ios::binary);
+    bytes_.assign(std::istreambuf_iterator<char>(in), {});
   }
 
   /// The record at an offset; all zero where the file is too short.
