@@ -146,7 +146,8 @@ void Port::collect(Lock& held) {
       written_.notify_all();
     } else {
       take(*transfer);
-      transfer->error != 0 ? noteFailure(held, *transfer) : void(failuresInARow_ = 0);
+      if (transfer->error == EPIPE) link_->clearHalt(transfer->direction);
+      transfer->error != 0 ? retryLater(held, transfer->error) : void(failuresInARow_ = 0);
     }
   }
   if (received_.size() > before) announce(held);
@@ -159,26 +160,21 @@ void Port::take(const Transfer& transfer) {
 }
 
 /// The bus fails for a moment before the system knows that a chip was unplugged; that must not cost a core.
-void Port::noteFailure(Lock& held, const Transfer& transfer) {
-  if (transfer.error == EPIPE) link_->clearHalt(transfer.direction);
+void Port::retryLater(Lock& held, int error) {
   retryAt_ = Clock::now() + kRestAfterFailure;
-  if (transfer.error == ENODEV || ++failuresInARow_ > kMostFailures) loseChip(held);
+  wakeThread();  // this may be another one
+  if (error == ENODEV || ++failuresInARow_ > kMostFailures) loseChip(held);
 }
 
 void Port::submitReads(Lock& held) {
   isPaused_ = received_.size() > (isPaused_ ? kRoomy : kFull);
-  if (isPaused_ || isPurging_ || isGone_ || isClosed_) return;
   if (retryAt_ && !cppu::HasPassed(retryAt_)) return;
-  retryAt_.reset();
+  retryAt_.reset();  // in any case: the thread would not sleep
+  if (isPaused_ || isPurging_ || isGone_ || isClosed_) return;
   for (auto& transfer : reads_) {
     if (transfer.isPending) continue;
     transfer.bytes.resize(readSize_);
-    const int error = link_->submit(transfer);
-    if (error == ENODEV) return loseChip(held);
-    if (error == 0) continue;
-    retryAt_ = Clock::now() + kRestAfterFailure;
-    if (++failuresInARow_ > kMostFailures) loseChip(held);
-    return;
+    if (const int error = link_->submit(transfer); error != 0) return retryLater(held, error);
   }
 }
 

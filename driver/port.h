@@ -70,7 +70,7 @@ class Port final : public cppu::Worker {
   void collect(Lock& held);
   void take(const Transfer& transfer);
   void submitReads(Lock& held);
-  void noteFailure(Lock& held, const Transfer& transfer);
+  void retryLater(Lock& held, int error);
   void loseChip(Lock& held);
   void announce(Lock& held);
   void notify();

@@ -7,9 +7,11 @@
 
 #include <atomic>
 #include <cerrno>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "driver/port.h"
@@ -129,17 +131,32 @@ TEST_F(OpenChip, PassesSettingsOnToTheChip) {
   EXPECT_EQ(ft.FT_EE_UAWrite(chip, nullptr, 0), status::kNotSupported);
 }
 
-/// Reads fail so many times, then bring a byte.
-class FailingLink final : public Link {
+/// What becomes of a read.
+struct Outcome {
+  int refusal = 0;  ///< errno: it is not even accepted
+  int error = 0;    ///< errno of its end
+  std::size_t done = 0;
+};
+
+using Script = std::vector<std::pair<int, Outcome>>;  ///< how often, one after the other; then no read ends
+
+class ScriptedLink final : public Link {
  public:
-  explicit FailingLink(int failures) : left_(failures), ready_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+  explicit ScriptedLink(const Script& script) : ready_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    for (const auto& [times, outcome] : script)
+      outcomes_.insert(outcomes_.end(), static_cast<std::size_t>(times), outcome);
+  }
 
   int control(const ControlRequest& /*request*/, std::span<uint8_t> /*answer*/) override { return 0; }
   int submit(Transfer& transfer) override {
     transfer.isPending = true;
-    transfer.error = left_-- > 0 ? EPROTO : 0;
-    if (left_ < -1) return 0;  // no more comes
-    transfer.done = transfer.error == 0 ? 3 : 0;
+    if (outcomes_.empty()) return 0;
+    const auto outcome = outcomes_.front();
+    outcomes_.pop_front();
+    transfer.isPending = outcome.refusal == 0;
+    if (!transfer.isPending) return outcome.refusal;
+    transfer.error = outcome.error;
+    transfer.done = outcome.done;
     ended_.push_back(&transfer);
     ::eventfd_write(ready_.get(), 1);
     return 0;
@@ -159,24 +176,47 @@ class FailingLink final : public Link {
   void abandon() noexcept override {}
 
  private:
-  int left_;
+  std::deque<Outcome> outcomes_;
   std::vector<Transfer*> ended_;
   cppu::UniqueFd ready_;
 };
 
 TEST(OwnDriver, ReadsOnAfterAFaultOfTheBusUntilItIsClearThatTheChipIsGone) {
+  constexpr Outcome kByte{.done = 3};
+  constexpr Outcome kFault{.error = EPROTO};
+  constexpr Outcome kRefused{.refusal = ENOMEM};
+  constexpr Outcome kFull{.done = 512};
+  constexpr int kForever = 1000;
+  constexpr int kReadsThatFillTheQueue = 136;
+  constexpr std::size_t kBytesOfAFull = 512 - 8 * 2;
   const struct {
-    int failures;
+    const char* name;
+    Script script;
+    std::size_t size;
     uint32_t status;
-  } rows[] = {{0, status::kOk}, {10, status::kOk}, {1000000, status::kIoError}};
+  } rows[] = {{"no fault", {{1, kByte}}, 1, status::kOk},
+              {"failed", {{10, kFault}, {1, kByte}}, 1, status::kOk},
+              {"refused", {{10, kRefused}, {1, kByte}}, 1, status::kOk},
+              {"failed for good", {{kForever, kFault}}, 1, status::kIoError},
+              {"refused for good", {{kForever, kRefused}}, 1, status::kIoError},
+              {"refused on the thread that makes room",
+               {{kReadsThatFillTheQueue, kFull}, {3, kRefused}, {1, kByte}},
+               kReadsThatFillTheQueue * kBytesOfAFull + 1,
+               status::kOk}};
   for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
     Channel channel;
     channel.packetSize = 64;
-    const auto port = std::make_shared<Port>(channel, std::make_unique<FailingLink>(row.failures));
+    const auto port = std::make_shared<Port>(channel, std::make_unique<ScriptedLink>(row.script));
     port->open(port);
-    char byte = 0;
+    uint32_t waiting = 0;
+    uint32_t ignored = 0;
+    EXPECT_TRUE(Eventually([&] {
+      return port->getStatus(waiting, ignored, ignored) != status::kOk || waiting >= row.size - 1;
+    }));
+    std::vector<char> bytes(row.size);
     uint32_t got = 0;
-    EXPECT_EQ(port->read(&byte, 1, got), row.status) << row.failures;
+    EXPECT_EQ(port->read(bytes.data(), row.size, got), row.status);
     port->close();
   }
 }
