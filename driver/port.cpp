@@ -144,11 +144,12 @@ void Port::collect(Lock& held) {
   while (const auto* const transfer = link_->reap()) {
     if (transfer == &write_) {
       written_.notify_all();
-    } else {
-      take(*transfer);
-      if (transfer->error == EPIPE) link_->clearHalt(transfer->direction);
-      transfer->error != 0 ? retryLater(held, transfer->error) : void(failuresInARow_ = 0);
+      continue;
     }
+    take(*transfer);
+    if (transfer->error == 0) failuresInARow_ = 0;
+    if (transfer->error == EPIPE) link_->clearHalt(transfer->direction);
+    if (transfer->error != 0) retryLater(held, transfer->error);
   }
   if (received_.size() > before) announce(held);
   submitReads(held);
