@@ -2,7 +2,6 @@
 
 #include <poll.h>
 #include <pthread.h>
-#include <sys/eventfd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -11,6 +10,7 @@
 #include <utility>
 
 #include "driver/packets.h"
+#include "util/event_fd.h"
 #include "util/scope_exit.h"
 #include "util/system_call.h"
 
@@ -51,19 +51,13 @@ bool Signal(EventHandle& event) {
   return true;
 }
 
-cppu::UniqueFd MakeEvent() {
-  auto event = cppu::AboveStandardStreams(cppu::UniqueFd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)));
-  if (!event) throw std::system_error(errno, std::generic_category(), "cannot create an event");
-  return event;
-}
-
 }  // namespace
 
 Port::Port(const Channel& channel, std::unique_ptr<Link> link)
     : channel_(channel),
       link_(std::move(link)),
       control_(*link_, channel.kind, channel.number),
-      wakeUp_(MakeEvent()),
+      wakeUp_(cppu::MakeEvent()),
       readSize_(kPacketsInATransfer * channel.packetSize),
       pieceSize_(kLargestTransfer) {
   write_.direction = Transfer::Direction::Out;

@@ -1,18 +1,13 @@
 #include "util/stop_signal.h"
 
-#include <sys/eventfd.h>
-
 #include <array>
-#include <cerrno>
-#include <system_error>
 
+#include "util/event_fd.h"
 #include "util/system_call.h"
 
 namespace cppu {
 
-StopSignal::StopSignal() : event_(AboveStandardStreams(UniqueFd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)))) {
-  if (!event_) throw std::system_error(errno, std::generic_category(), "cannot create an event");
-}
+StopSignal::StopSignal() : event_(MakeEvent()) {}
 
 void StopSignal::request() noexcept {
   // The first request counts: the limits of a close run from there.

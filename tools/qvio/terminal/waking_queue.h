@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sys/eventfd.h>
-
 #include <algorithm>
 #include <condition_variable>
 #include <cstddef>
@@ -12,8 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "util/event_fd.h"
 #include "util/system_call.h"
-#include "util/unique_fd.h"
 
 namespace qvio_tool {
 
@@ -22,7 +20,8 @@ namespace qvio_tool {
 template <class Item>
 class WakingQueue {
  public:
-  explicit WakingQueue(std::size_t limit) : limit_(limit), ready_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+  /// Throws std::system_error when there is no descriptor left.
+  explicit WakingQueue(std::size_t limit) : limit_(limit), ready_(cppu::MakeEvent()) {}
 
   /// Waits for room. False when the queue is closed.
   bool push(Item item) {
