@@ -3,8 +3,10 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <initializer_list>
+#include <system_error>
 
 #include "util/unique_fd.h"
 
@@ -14,12 +16,14 @@ namespace qvio_tool {
 /// start, which would take them otherwise.
 class SignalDescriptor {
  public:
+  /// Throws std::system_error when there is no descriptor left.
   SignalDescriptor(std::initializer_list<int> numbers) {
     sigset_t signals;
     sigemptyset(&signals);
     for (const int number : numbers) sigaddset(&signals, number);
-    ::sigprocmask(SIG_BLOCK, &signals, &before_);
     fd_ = cppu::UniqueFd(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+    if (!fd_) throw std::system_error(errno, std::generic_category(), "cannot wait for signals");
+    ::sigprocmask(SIG_BLOCK, &signals, &before_);
   }
   SignalDescriptor(const SignalDescriptor&) = delete;
   SignalDescriptor& operator=(const SignalDescriptor&) = delete;
