@@ -4,6 +4,8 @@
 #include <span>
 #include <system_error>
 
+#include "io/ftdi/d2xx.h"
+
 namespace qvusb {
 namespace {
 
@@ -18,7 +20,6 @@ enum Request : uint8_t {
 };
 
 constexpr unsigned kResetAll = 0;
-constexpr uint16_t kFlowXonXoff = 0x400;
 
 void Require(int error) {
   if (error != 0) throw std::system_error(error, std::generic_category(), "request to the chip");
@@ -50,7 +51,7 @@ void ChipControl::setData(uint8_t bits, uint8_t stopBits, uint8_t parity) const 
 }
 
 void ChipControl::setFlowControl(uint16_t flow, uint8_t xon, uint8_t xoff) const {
-  const auto characters = flow == kFlowXonXoff ? unsigned{xoff} << 8U | xon : 0U;
+  const auto characters = flow == qvio::d2xx::kFlowXonXoff ? unsigned{xoff} << 8U | xon : 0U;
   send(SetFlowControl, characters, unsigned{flow} >> 8U);
 }
 

@@ -1,8 +1,6 @@
 // Listing, opening, closing, and what is stored in a chip.
 
 #include <algorithm>
-#include <cstring>
-#include <string_view>
 
 #include "driver/call.h"
 #include "driver/chip_id.h"
@@ -16,18 +14,10 @@ using qvio::d2xx::Handle;
 
 namespace {
 
-constexpr uint32_t kOpenByDescription = 2;
 constexpr std::size_t kLargestWord = 0xFF;
 // Where the chips that have a number keep it.
 constexpr std::size_t kChipIdLow = 0x43;
 constexpr std::size_t kChipIdHigh = 0x44;
-
-/// A text of a chip list, which ends with a zero or with its field.
-template <std::size_t Longest>
-std::string_view FieldText(const void* text) {
-  const auto* const begin = static_cast<const char*>(text);
-  return {begin, ::strnlen(begin, Longest)};
-}
 
 UserArea UserAreaOf(const Port& port) {
   return FindUserArea(port.channel().kind.eepromSize,
@@ -57,18 +47,12 @@ uint32_t FT_Open(int index, Handle* handle) {
 uint32_t FT_OpenEx(void* argument, uint32_t flags, Handle* handle) {
   return Call("FT_OpenEx", [&] {
     if (argument == nullptr || handle == nullptr) return status::kInvalidParameter;
-    if (flags == qvio::d2xx::kOpenBySerialNumber) {
-      const auto wanted = FieldText<sizeof(DeviceNode::serialNumber)>(argument);
-      const auto isWanted = [&](const Channel& channel) {
-        return channel.serialNumber.substr(0, sizeof(DeviceNode::serialNumber)) == wanted;
-      };
-      return Driver::the().open(isWanted, *handle);
-    }
-    if (flags != kOpenByDescription) return status::kInvalidParameter;
-    const auto wanted = FieldText<sizeof(DeviceNode::description)>(argument);
-    const auto isWanted = [&](const Channel& channel) {
-      return channel.description.substr(0, sizeof(DeviceNode::description)) == wanted;
-    };
+    const bool bySerialNumber = flags == qvio::d2xx::kOpenBySerialNumber;
+    if (!bySerialNumber && flags != qvio::d2xx::kOpenByDescription) return status::kInvalidParameter;
+    const auto text = bySerialNumber ? &Channel::serialNumber : &Channel::description;
+    const auto size = bySerialNumber ? sizeof(DeviceNode::serialNumber) : sizeof(DeviceNode::description);
+    const auto wanted = qvio::d2xx::FieldText(argument, size);
+    const auto isWanted = [&](const Channel& channel) { return (channel.*text).substr(0, size) == wanted; };
     return Driver::the().open(isWanted, *handle);
   });
 }

@@ -1,7 +1,6 @@
 // Bytes, and the settings of the line.
 
 #include <algorithm>
-#include <array>
 #include <string_view>
 
 #include "driver/call.h"
@@ -11,13 +10,6 @@ using namespace qvusb;  // NOLINT(google-build-using-namespace): the functions a
 using qvio::d2xx::Handle;
 
 namespace {
-
-constexpr uint32_t kPurgeReceived = 1;
-constexpr uint32_t kPurgeToTransmit = 2;
-constexpr uint32_t kLargestParity = 4;
-constexpr uint16_t kFlowXonXoff = 0x400;
-constexpr std::array kFlows{qvio::d2xx::kFlowNone, qvio::d2xx::kFlowRtsCts, qvio::d2xx::kFlowDtrDsr,
-                            kFlowXonXoff};
 
 /// Passes a valid setting on to the chip.
 template <class Action>
@@ -58,7 +50,7 @@ uint32_t FT_Write(Handle handle, void* buffer, uint32_t size, uint32_t* written)
 uint32_t FT_Purge(Handle handle, uint32_t queues) {
   const bool isValid = (queues & ~qvio::d2xx::kPurgeBothQueues) == 0;
   return Set(handle, "FT_Purge", isValid, [&](Port& port) {
-    port.purge((queues & kPurgeReceived) != 0, (queues & kPurgeToTransmit) != 0);
+    port.purge((queues & qvio::d2xx::kPurgeReceived) != 0, (queues & qvio::d2xx::kPurgeToTransmit) != 0);
   });
 }
 
@@ -68,13 +60,13 @@ uint32_t FT_SetBaudRate(Handle handle, uint32_t rate) {
 
 uint32_t FT_SetDataCharacteristics(Handle handle, uint8_t bits, uint8_t stopBits, uint8_t parity) {
   const bool isValid =
-      (bits == 7 || bits == 8) && (stopBits == 0 || stopBits == 2) && parity <= kLargestParity;
+      (bits == 7 || bits == 8) && (stopBits == 0 || stopBits == 2) && parity <= qvio::d2xx::kLargestParity;
   return Set(handle, "FT_SetDataCharacteristics", isValid,
              [&](Port& port) { port.control().setData(bits, stopBits, parity); });
 }
 
 uint32_t FT_SetFlowControl(Handle handle, uint16_t flow, uint8_t xon, uint8_t xoff) {
-  return Set(handle, "FT_SetFlowControl", std::ranges::count(kFlows, flow) > 0,
+  return Set(handle, "FT_SetFlowControl", std::ranges::count(qvio::d2xx::kFlows, flow) > 0,
              [&](Port& port) { port.control().setFlowControl(flow, xon, xoff); });
 }
 

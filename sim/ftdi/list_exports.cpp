@@ -1,8 +1,6 @@
 // Listing, opening, closing, and what is stored in a chip.
 
 #include <algorithm>
-#include <cstring>
-#include <string_view>
 
 #include "sim/ftdi/calls.h"
 #include "sim/ftdi/d2xx_functions.h"
@@ -11,15 +9,7 @@
 namespace qvsim {
 namespace {
 
-constexpr uint32_t kOpenByDescription = 2;
 constexpr uint32_t kEepromWords = 128;
-
-/// The text of a chip list, which ends with a zero or with its field.
-template <std::size_t Longest>
-std::string_view FieldText(const void* text) {
-  const auto* const begin = static_cast<const char*>(text);
-  return {begin, ::strnlen(begin, Longest)};
-}
 
 /// The words in which every chip has its USB ids.
 uint16_t EepromWord(const ChipDescription& chip, uint32_t offset) {
@@ -69,11 +59,11 @@ uint32_t FT_OpenEx(void* argument, uint32_t flags, Handle* handle) {
   return Call("FT_OpenEx", [&] {
     if (argument == nullptr || handle == nullptr) return status::kInvalidParameter;
     if (flags == qvio::d2xx::kOpenBySerialNumber) {
-      const auto wanted = FieldText<sizeof(DeviceNode::serialNumber)>(argument);
+      const auto wanted = qvio::d2xx::FieldText(argument, sizeof(DeviceNode::serialNumber));
       return TheDriver().open([&](const auto& chip) { return chip.serialNumber == wanted; }, *handle);
     }
-    if (flags != kOpenByDescription) return status::kInvalidParameter;
-    const auto wanted = FieldText<sizeof(DeviceNode::description)>(argument);
+    if (flags != qvio::d2xx::kOpenByDescription) return status::kInvalidParameter;
+    const auto wanted = qvio::d2xx::FieldText(argument, sizeof(DeviceNode::description));
     return TheDriver().open([&](const auto& chip) { return chip.description == wanted; }, *handle);
   });
 }

@@ -14,8 +14,6 @@ using namespace std::chrono_literals;
 constexpr std::size_t kTransmitQueue = 65536;
 constexpr std::size_t kLargestBacklog = 4 * kTransmitQueue;  ///< not read yet; then the device takes no more
 constexpr auto kPatience = 1ms;
-constexpr uint32_t kPurgeReceived = 1;
-constexpr uint32_t kPurgeToTransmit = 2;
 
 /// False when the event's owner keeps its mutex: he may be about to close the port, or hold up all others.
 bool Signal(EventHandle& event) {
@@ -99,11 +97,11 @@ void Port::purge(uint32_t queues) {
   const Lock lock(mutex_);
   noteLocked("purges", {++purges_});
   noteLocked("purged", {queues});
-  if ((queues & kPurgeReceived) != 0) {
+  if ((queues & qvio::d2xx::kPurgeReceived) != 0) {
     received_.clear();
     delayed_.clear();
   }
-  if ((queues & kPurgeToTransmit) == 0) return;
+  if ((queues & qvio::d2xx::kPurgeToTransmit) == 0) return;
   toTransmit_.clear();
   writable_.notify_all();
 }

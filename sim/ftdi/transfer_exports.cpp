@@ -1,7 +1,6 @@
 // Bytes, and the settings of the line.
 
 #include <algorithm>
-#include <array>
 #include <string_view>
 
 #include "sim/ftdi/calls.h"
@@ -13,10 +12,6 @@ using qvio::d2xx::Handle;
 namespace {
 
 constexpr uint32_t kLargestBaudRate = 12'000'000;
-constexpr uint32_t kLargestParity = 4;
-constexpr uint16_t kFlowXonXoff = 0x400;
-constexpr std::array kFlows{qvio::d2xx::kFlowNone, qvio::d2xx::kFlowRtsCts, qvio::d2xx::kFlowDtrDsr,
-                            kFlowXonXoff};
 
 /// A setting that is remembered when it is valid, and changes nothing.
 uint32_t Note(Handle handle, const char* function, bool isValid, const char* name,
@@ -79,12 +74,12 @@ uint32_t FT_SetBaudRate(Handle handle, uint32_t rate) {
 
 uint32_t FT_SetDataCharacteristics(Handle handle, uint8_t bits, uint8_t stopBits, uint8_t parity) {
   const bool isValid =
-      (bits == 7 || bits == 8) && (stopBits == 0 || stopBits == 2) && parity <= kLargestParity;
+      (bits == 7 || bits == 8) && (stopBits == 0 || stopBits == 2) && parity <= qvio::d2xx::kLargestParity;
   return Note(handle, "FT_SetDataCharacteristics", isValid, "data", {bits, stopBits, parity});
 }
 
 uint32_t FT_SetFlowControl(Handle handle, uint16_t flow, uint8_t xon, uint8_t xoff) {
-  const bool isValid = std::ranges::count(kFlows, flow) > 0;
+  const bool isValid = std::ranges::count(qvio::d2xx::kFlows, flow) > 0;
   return Note(handle, "FT_SetFlowControl", isValid, "flow", {flow, xon, xoff});
 }
 

@@ -45,8 +45,8 @@ class BusLink final : public qvusb::Link {
 }  // namespace
 
 UsbBus& TheBus() {
-  static cppu::NeverDestroyed<UsbBus> machine;
-  return machine.value;
+  static cppu::NeverDestroyed<UsbBus> bus;
+  return bus.value;
 }
 
 UsbBus::ChipPtr UsbBus::make(const ChipDescription& about) {

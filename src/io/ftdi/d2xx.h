@@ -2,7 +2,11 @@
 
 #include <pthread.h>
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <string_view>
 
 /// What we use of FTDI's D2XX driver and chip-id library, as they are published for Linux. Functions with C
 /// linkage; most return a status.
@@ -34,6 +38,12 @@ struct DeviceNode {
   Handle handle;
 };
 
+/// A text that ends with a zero, or with its field.
+inline std::string_view FieldText(const void* field, std::size_t size) {
+  const auto* const begin = static_cast<const char*>(field);
+  return {begin, ::strnlen(begin, size)};
+}
+
 enum DeviceFlag : uint32_t { OpenSomewhere = 1, HighSpeed = 2 };
 inline constexpr uint32_t kHighSpeedDualChannel = 6;  ///< device type
 
@@ -45,11 +55,17 @@ struct EventHandle {
 };
 
 inline constexpr uint32_t kOpenBySerialNumber = 1;
-inline constexpr uint32_t kPurgeBothQueues = 3;
+inline constexpr uint32_t kOpenByDescription = 2;
+inline constexpr uint32_t kPurgeReceived = 1;
+inline constexpr uint32_t kPurgeToTransmit = 2;
+inline constexpr uint32_t kPurgeBothQueues = kPurgeReceived | kPurgeToTransmit;
 inline constexpr uint32_t kEventReceived = 1;
 inline constexpr uint16_t kFlowNone = 0;
 inline constexpr uint16_t kFlowRtsCts = 0x100;
 inline constexpr uint16_t kFlowDtrDsr = 0x200;
+inline constexpr uint16_t kFlowXonXoff = 0x400;
+inline constexpr std::array kFlows{kFlowNone, kFlowRtsCts, kFlowDtrDsr, kFlowXonXoff};
+inline constexpr uint32_t kLargestParity = 4;
 inline constexpr uint8_t kBitModeReset = 0;
 inline constexpr uint8_t kBitModeSynchronousFifo = 0x40;
 

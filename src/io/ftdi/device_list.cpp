@@ -14,14 +14,11 @@ using namespace std::chrono_literals;
 
 constexpr auto kLifetime = 1500ms;
 
-/// A text of a node: up to its zero, at most the whole array.
-template <std::size_t Size>
-std::string TextOf(const char (&field)[Size]) {
-  return {field, std::find(field, field + Size, '\0')};
-}
-
 UsbDevice Describe(const d2xx::DeviceNode& node) {
-  UsbDevice device{node, TextOf(node.serialNumber), TextOf(node.description), {}};
+  UsbDevice device{node,
+                   std::string(d2xx::FieldText(node.serialNumber, sizeof node.serialNumber)),
+                   std::string(d2xx::FieldText(node.description, sizeof node.description)),
+                   {}};
   device.description = TrimDescription(device.rawDescription, device.isHighSpeed());
   return device;
 }

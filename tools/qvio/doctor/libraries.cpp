@@ -95,13 +95,11 @@ Finding CheckFtdiLibrary(const Machine& machine, FtdiLibrary library) {
   const auto installAt = [&](const std::string& place) {
     return "sudo install -m 755 " + name + ' ' + ShellWord(place) + " && sudo ldconfig";
   };
+  const bool hasOwn = machine.has(QVIO_DRIVER_FOLDER "/" + name);
   switch (found.fit) {
     case Fit::Missing:
-      return {
-          name, State::Fault, "the loader does not find it; USB devices need FTDI's libraries",
-          FixMissing(machine, name,
-                     machine.has(QVIO_DRIVER_FOLDER "/" + name) ? kChooseOwnDriver
-                                                                : installAt(std::string(kFolderOfAdmins)))};
+      return {name, State::Fault, "the loader does not find it; USB devices need FTDI's libraries",
+              FixMissing(machine, name, hasOwn ? kChooseOwnDriver : installAt(std::string(kFolderOfAdmins)))};
     case Fit::Foreign:
       return {name, State::Fault,
               found.path + " is for another machine (" + found.kind + "); this program needs " +
